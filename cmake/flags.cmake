@@ -1,0 +1,31 @@
+# Language level, warnings, sanitizers and hardening: one place for all targets.
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_POSITION_INDEPENDENT_CODE ON)
+set(CMAKE_CXX_VISIBILITY_PRESET hidden)
+
+include(CheckPIESupported)
+check_pie_supported(LANGUAGES CXX)
+
+set(MONP_SANITIZE "" CACHE STRING "Sanitizers for all targets, as -fsanitize= takes them; empty for none")
+
+add_compile_options(-Wall -Wextra -Wshadow -Wconversion -Werror)
+# Paths in log lines and in debug data do not tell where the build directory was.
+add_compile_options(-ffile-prefix-map=${CMAKE_SOURCE_DIR}/=)
+add_link_options(LINKER:--as-needed LINKER:-z,defs)
+
+if(MONP_SANITIZE)
+    add_compile_options(-fsanitize=${MONP_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -O1)
+    add_link_options(-fsanitize=${MONP_SANITIZE})
+elseif(CMAKE_BUILD_TYPE STREQUAL "Release")
+    add_compile_options(-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=3 -fstack-protector-strong -fstack-clash-protection
+        -fcf-protection=full)
+    add_link_options(LINKER:-z,relro LINKER:-z,now LINKER:-z,noexecstack)
+endif()
+
+# For what runs in production: no exceptions, and none of the C++ runtime mapped into a process that lives for years.
+add_library(monp_lean INTERFACE)
+target_compile_options(monp_lean INTERFACE -fno-exceptions -fno-rtti)
+target_link_options(monp_lean INTERFACE -static-libstdc++ -static-libgcc)
