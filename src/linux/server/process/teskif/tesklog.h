@@ -59,12 +59,14 @@ TESKLOG_API void log_term(void* handle);
 int tesklog_checkformat(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
 /*
- * Writes an ordinary record of the place where it stands.
+ * Writes an ordinary record of the place where it stands. The second form is for a record written on behalf of another
+ * function than the enclosing one.
  */
-#define TESKLOG_LINE(handle, level, ...)                                            \
-    do {                                                                            \
-        (void)sizeof(tesklog_checkformat(__VA_ARGS__));                             \
-        log_write((handle), (level), 0, __FILE__, __LINE__, __func__, __VA_ARGS__); \
+#define TESKLOG_LINE(handle, level, ...) TESKLOG_LINE_AS(handle, level, __func__, __VA_ARGS__)
+#define TESKLOG_LINE_AS(handle, level, function, ...)                                 \
+    do {                                                                              \
+        (void)sizeof(tesklog_checkformat(__VA_ARGS__));                               \
+        log_write((handle), (level), 0, __FILE__, __LINE__, (function), __VA_ARGS__); \
     } while (0)
 
 #ifdef __cplusplus

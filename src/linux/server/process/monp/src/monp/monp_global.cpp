@@ -1,0 +1,23 @@
+/*
+ * The process-wide state. It is constant-initialised, so it is there before any code runs and until the process ends.
+ */
+#include "monp.h"
+
+MONP_PARAM_INFO gmonpparam;
+MONP_ALLPOLICY_INFO gmonpallpol;
+MONP_MYPOLICY_INFO gmonppol;
+MONP_CPROCPOLICY_INFO gmonpmonpol;
+
+constinit MONP_FLAG gbmonpinited{ 0 };
+constinit MONP_FLAG gbmonpend{ 0 };
+constinit MONP_FLAG gbreload{ 0 };
+constinit MONP_FLAG gbmonpnostart{ 0 };
+constinit MONP_FLAG gbmonpterm{ 0 };
+constinit MONP_FLAG gmdfilemaked{ 0 };
+
+constinit std::atomic<pid_t> gmonpppid{ 0 };
+void* gpmonplog = nullptr;
+pthread_attr_t gmonpthattr_elog;
+
+char (*gpmonpldpol)[CS_TYPE_LEN] = nullptr;
+int gmonpldpolnum = 0;
