@@ -1,0 +1,49 @@
+/*
+ * Reading of one policy key into a record: what the tables of keys have in common.
+ */
+#ifndef MONP_POLKEY_H
+#define MONP_POLKEY_H
+
+#include "monp.h"
+#include "tesklog.h"
+
+#include <cstddef>
+
+/*
+ * What a failed read leads to.
+ */
+typedef enum {
+    MONP_KEYFAIL_END,     /* the operation ends with a failure */
+    MONP_KEYFAIL_KEEP,    /* the field keeps its contents */
+    MONP_KEYFAIL_DEFAULT, /* the field takes the default */
+    MONP_KEYFAIL_FIRST    /* only the first character of the field takes the default's */
+} MONP_KEYFAIL;
+
+/*
+ * A key of the policy. Each is spelled out in its row, so that searching for it finds it.
+ */
+struct MONP_POLKEY {
+    const char* pkey;   /* the key; its first "%s" is the section, its second the command-line type */
+    int nkind;          /* __teskxml_kind__ */
+    size_t noffset;     /* field in the record */
+    int ncapacity;      /* bytes of the field */
+    MONP_KEYFAIL nfail; /* what a failed read leads to */
+    int ndefault = 0;
+    const char* pdefault = "";
+    int nlevel = TESKLOG_ERROR;                   /* log level of a failed read */
+    int (*pwanted)(const void* pfield) = nullptr; /* whether to read the key at all; null: always */
+    int (*pcheck)(void* pfield) = nullptr;        /* runs on the field when the reading goes on; null: nothing */
+};
+
+/*
+ * Reads keys in the order of their rows.
+ *   pkeys    the rows
+ *   nkeys    their number
+ *   ptype    section that the keys are formatted with
+ *   plogtype type that the log lines print
+ *   precord  record that the fields lie in
+ * Result: MONP_RET_SUCCESS, or MONP_RET_FAIL_UNKNOWN when a row ended the reading.
+ */
+int monp_polkey_read(const MONP_POLKEY* pkeys, size_t nkeys, const char* ptype, const char* plogtype, void* precord);
+
+#endif
