@@ -1,0 +1,27 @@
+/*
+ * How the main thread meets what the signal handlers left.
+ */
+#ifndef MONP_SIGNAL_H
+#define MONP_SIGNAL_H
+
+#include "monp.h"
+
+/*
+ * Writes the lines of every signal caught since the last call, in the order of their arrival, and makes the marker file
+ * where one of them asks for it. On any other thread than the main one it does nothing.
+ */
+void monp_drainsignals(void);
+
+/*
+ * Reads a flag and then drains. In this order, for a handler records its signal before it sets the flag: so the lines
+ * and the marker file of a flag that was seen are always there before the reader acts on it.
+ * Result: the flag. Any thread; see monp_drainsignals.
+ */
+int monp_testflag(const MONP_FLAG& bflag);
+
+/*
+ * Sleeps one second, less when a signal arrives, and drains. Any thread.
+ */
+void monp_pause(void);
+
+#endif
