@@ -1,0 +1,84 @@
+/*
+ * The marker file of the service type "pelkant": it exists once the start phase of the service is over in any way.
+ */
+#include "monp_mdfile.h"
+
+#include "monp_log.h"
+#include "monp_path.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <sys/stat.h>
+#include <unistd.h>
+
+int monp_usesmarker(void)
+{
+    return strcmp(gmonpmonpol.type, "pelkant") == 0 ? -1 : 0;
+}
+
+int monp_make_mdfile(void)
+{
+    char szdir[CS_PRG_CAPTION_LEN] = {};
+    char szfile[CS_PRG_CAPTION_LEN] = {};
+    struct stat dirstat = {};
+    FILE* pfile = nullptr;
+
+    if (gmdfilemaked == -1 || monp_usesmarker() == 0) {
+        goto monp_exit_func;
+    }
+    MONP_INFO("start - (type=%s)", gmonpmonpol.type);
+
+    if (monp_join(szdir, sizeof(szdir), "marker directory", "%s%s", gmonpallpol.instpath, gmonppol.mddirpath) !=
+        MONP_RET_SUCCESS) {
+        goto monp_exit_made;
+    }
+    if (stat(szdir, &dirstat) != 0 && mkdir(szdir, 0744) != 0) {
+        MONP_ERROR("mkdir failed. (dir=%s errno=%d)", szdir, errno);
+        goto monp_exit_made;
+    }
+    if (monp_join(szfile, sizeof(szfile), "marker file", "%s/%s", szdir, gmonppol.mdfilename) != MONP_RET_SUCCESS) {
+        goto monp_exit_made;
+    }
+    /* Close-on-exec: the other thread may be starting a program right now. */
+    pfile = fopen(szfile, "ae");
+    if (pfile == nullptr) {
+        MONP_ERROR("fopen failed. (file=%s errno=%d)", szfile, errno);
+        goto monp_exit_made;
+    }
+    gmdfilemaked = -1;
+    fclose(pfile);
+
+monp_exit_made:
+    MONP_INFO("end - (type=%s)", gmonpmonpol.type);
+
+monp_exit_func:
+    return MONP_RET_SUCCESS;
+}
+
+int monp_delete_mdfile(void)
+{
+    char szfile[CS_PRG_CAPTION_LEN] = {};
+    struct stat filestat = {};
+
+    if (monp_usesmarker() == 0) {
+        goto monp_exit_func;
+    }
+    MONP_INFO("start - (type=%s)", gmonpmonpol.type);
+
+    if (monp_join(szfile, sizeof(szfile), "marker file", "%s%s/%s", gmonpallpol.instpath, gmonppol.mddirpath,
+                  gmonppol.mdfilename) != MONP_RET_SUCCESS) {
+        goto monp_exit_deleted;
+    }
+    if (stat(szfile, &filestat) != 0) {
+        MONP_ERROR("Not exist file. (file=%s errno=%d)", szfile, errno);
+    } else if (unlink(szfile) != 0) {
+        MONP_ERROR("unlink failed. (file=%s errno=%d)", szfile, errno);
+    }
+
+monp_exit_deleted:
+    MONP_INFO("end - (type=%s)", gmonpmonpol.type);
+
+monp_exit_func:
+    return MONP_RET_SUCCESS;
+}

@@ -1,0 +1,14 @@
+/*
+ * Whether there is a marker file at all.
+ */
+#ifndef MONP_MDFILE_H
+#define MONP_MDFILE_H
+
+#include "monp.h"
+
+/*
+ * Result: -1 when the service is of the type that has a marker file, else 0. Any thread.
+ */
+int monp_usesmarker(void);
+
+#endif
