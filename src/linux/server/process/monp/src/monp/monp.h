@@ -170,7 +170,7 @@ typedef struct {
  * in a register or take a lock.
  */
 typedef std::atomic<int> MONP_FLAG;
-static_assert(MONP_FLAG::is_always_lock_free && std::atomic<pid_t>::is_always_lock_free);
+static_assert(MONP_FLAG::is_always_lock_free);
 
 /*
  * Handlers of the recovery table. A start takes the arguments of monp_create_process.
