@@ -42,7 +42,7 @@ static int monp_svc_waitreport(void)
     int i = 0;
 
     while (i < gmonppol.child_initto && monp_testflag(gbmonpinited) == 0) {
-        monp_pause();
+        monp_pausewhole(&gbmonpinited);
         i++;
     }
     return i < gmonppol.child_initto ? -1 : 0;
@@ -55,7 +55,7 @@ static void monp_svc_abandon(PMONP_CHILD_INFO pchild)
 {
     monp_release_launcher();
     monp_child_signal(pchild, pchild->nwsig);
-    monp_pause();
+    monp_pausewhole(nullptr);
     if (kill(pchild->npid, 0) == 0) {
         monp_child_signal(pchild, SIGKILL);
     }
@@ -132,10 +132,10 @@ int monp_create_process_svc(char* ppath, char** parg, int nwait, int nsig, pid_t
     nfuncret = monp_svc_outcome(&child, pstat);
 
 monp_exit_func:
+    MONP_INFO("end - (type=%s ret=%d pid=%d stat=%d)", gmonpmonpol.type, nfuncret, child.npid, *pstat);
     /* A signal that came since must not make a failed start look like the end of a running service, see monp.h. */
     if (breported == 0) {
         gbmonpinited = 0;
     }
-    MONP_INFO("end - (type=%s ret=%d pid=%d stat=%d)", gmonpmonpol.type, nfuncret, child.npid, *pstat);
     return nfuncret;
 }

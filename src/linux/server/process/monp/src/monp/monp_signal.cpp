@@ -6,7 +6,9 @@
 
 #include "monp_log.h"
 
+#include <cerrno>
 #include <csignal>
+#include <ctime>
 #include <iterator>
 #include <sched.h>
 #include <unistd.h>
@@ -35,8 +37,8 @@ static constexpr MONP_SIGNAL_ITEMS gsignals[] = {
 
 /*
  * The record: a ring of signals caught and not yet drained, 0 marking a free slot. The main thread drains at least once
- * a second but while it waits for a dying child or for a recovery command; a storm that fills the ring then loses
- * lines, which are counted, but never a flag.
+ * a second but while it reaps a service that did not report, runs the shutdown command or loads the configuration. A
+ * storm that fills the ring then loses lines, which are counted, but never a flag or the marker file.
  */
 static constexpr unsigned gnslots = 1024;
 static constinit std::atomic<int> gslots[gnslots];
@@ -70,7 +72,9 @@ static void monp_recordsignal(MONP_HANDLER nhandler, int nsig)
     unsigned nslot = gnrecorded.load();
 
     do {
-        if (nslot - gndrained.load() >= gnslots) {
+        /* Signed, for the main thread may have drained past a slot number that was read before an interruption; the
+           exchange then fails, and the number is read again. */
+        if (static_cast<int>(nslot - gndrained.load()) >= static_cast<int>(gnslots)) {
             gnunrecorded.fetch_add(1);
             goto monp_exit_func;
         }
@@ -147,6 +151,9 @@ void monp_drainsignals(void)
     nlost = gnunrecorded.exchange(0);
     if (nlost != 0) {
         MONP_WARNING("signals without a record. (type=%s num=%d)", gmonpmonpol.type, nlost);
+        if (gbmonpinited != 0) {
+            monp_make_mdfile();
+        }
     }
 
 monp_exit_func:
@@ -165,4 +172,34 @@ void monp_pause(void)
 {
     sleep(1);
     monp_drainsignals();
+}
+
+static constexpr long gnmicroseconds = 1000000; /* in a second */
+
+static long monp_now(void)
+{
+    struct timespec now = {};
+
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return now.tv_sec * gnmicroseconds + now.tv_nsec / 1000;
+}
+
+void monp_pausewhole(const MONP_FLAG* pflag)
+{
+    const long nend = monp_now() + gnmicroseconds;
+    long nremain = 0;
+
+    errno = 0;
+    sleep(1);
+    monp_drainsignals();
+    /* What sleep returns is in whole seconds and says nothing of an interrupted second; its errno does. */
+    while (errno == EINTR && (pflag == nullptr || *pflag == 0)) {
+        nremain = nend - monp_now();
+        if (nremain <= 0) {
+            break;
+        }
+        errno = 0;
+        usleep(static_cast<useconds_t>(nremain));
+        monp_drainsignals();
+    }
 }

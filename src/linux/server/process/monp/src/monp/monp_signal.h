@@ -24,4 +24,12 @@ int monp_testflag(const MONP_FLAG& bflag);
  */
 void monp_pause(void);
 
+/*
+ * Sleeps one whole second, whatever signals arrive, and drains: for pauses that are counted, which signals must not
+ * shorten. A service would else lose the time that it was given to start or to stop.
+ *   pflag  may be null: a flag that ends the pause early once it is set
+ * Any thread.
+ */
+void monp_pausewhole(const MONP_FLAG* pflag);
+
 #endif

@@ -38,7 +38,7 @@ int monp_waitprocterm(pid_t npid, int ntimeout)
             MONP_INFO("wait timeout. (type=%s pid=%d timeout=%d timer=%d)", gmonpmonpol.type, npid, ntimeout, ntimer);
             goto monp_exit_func;
         }
-        monp_pause();
+        monp_pausewhole(nullptr);
         ntimer++;
     }
     MONP_INFO("process ended. (type=%s pid=%d errno=%d)", gmonpmonpol.type, npid, errno);
