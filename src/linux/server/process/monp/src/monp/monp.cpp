@@ -14,6 +14,7 @@
 int main(int argc, char** argv)
 {
     MONP_RUN_INFO run = {};
+    pid_t npid = 0;
 
     log_init("monp", &gpmonplog, 0, MONP_DEF_LOGSZ, 0);
     MONP_INFO("****** Start Process Monitor ******");
@@ -26,13 +27,17 @@ int main(int argc, char** argv)
     monp_startup_directory();
     monp_startup_log();
 
-    /* The launcher's process stays behind in here. */
+    /* The launcher's process stays behind in here. Its pid is taken before: if it is gone when the daemon asks for its
+       parent, that would be a stranger. */
+    npid = getpid();
     monp_make_daemon();
-    gmonpppid = getppid();
+    gmonpppid = npid;
     monp_make_thattr_detach(&gmonpthattr_elog);
     monp_startup_environment();
     monp_startup_program(&run);
 
+    /* A signal caught since the handlers stand must not make the marker file after it was removed. */
+    monp_drainsignals();
     monp_delete_mdfile();
     gbmonpinited = -1;
     gbmonpend = 0;
@@ -44,6 +49,7 @@ monp_exit_proc:
     monp_release_launcher();
     monp_removelockfile();
     MONP_INFO("end - (type=%s ret=%d)", gmonpmonpol.type, run.nfuncret);
+    /* A collection may still be running: its lines go to a closed log, which drops them. */
     if (gpmonplog != nullptr) {
         log_term(gpmonplog);
     }

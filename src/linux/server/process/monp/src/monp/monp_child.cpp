@@ -43,6 +43,7 @@ int monp_child_fork(const char* ppath, char** parg, PMONP_CHILD_INFO pchild)
     }
     if (npid == 0) {
         execv(ppath, parg);
+        /* The log library promises to be safe here; nothing else that may take a lock is. */
         MONP_ERROR("execv() failed. (type=%s path=%s errno=%d)", gmonpmonpol.type, ppath, errno);
         _exit(MONP_RET_FAIL_UNKNOWN);
     }
@@ -78,9 +79,10 @@ int monp_release_launcher(void)
     if (gmonpppid > 0 && gmonppol.parent_initto > 0) {
         /* Both threads come by here; the exchange lets one of them through. */
         npid = gmonpppid.exchange(0);
-        if (npid > 0) {
+        bsent = npid > 0 ? -1 : 0;
+        /* It is our parent as long as it lives; after that its pid may be anybody's, and SIGUSR1 kills by default. */
+        if (npid > 0 && npid == getppid()) {
             kill(npid, SIGUSR1);
-            bsent = -1;
         }
     }
     return bsent;
@@ -109,7 +111,7 @@ static int monp_child_end(PMONP_CHILD_INFO pchild)
         pchild->bkill = -1;
     } else {
         pchild->ntimer++;
-        monp_pause();
+        monp_pausewhole(nullptr);
     }
     return bgiveup;
 }

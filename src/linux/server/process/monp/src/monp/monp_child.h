@@ -18,7 +18,7 @@ typedef struct {
     int ntimer; /* pauses since the end request was first acted on */
     int nwsig;  /* the signal that goes out next */
     int bkill;  /* the escalation has been decided */
-    pid_t nret; /* result of the last poll: 0 still there, below 0 failed */
+    pid_t nret; /* result of the last poll, 0 while still there; below 0 a child's wait failed */
     int nerrno; /* errno of a failed poll */
     int nstat;  /* raw wait status; 0 until a poll has filled it */
 } MONP_CHILD_INFO, *PMONP_CHILD_INFO;
@@ -69,8 +69,9 @@ int monp_child_decode(const MONP_CHILD_INFO* pchild, int* pstat);
 int monp_child_forcedstat(void);
 
 /*
- * Sends the launcher's process its SIGUSR1, once in the monitor's life, and never without a launcher that waits.
- * Result: -1 when it was sent now, else 0.
+ * Sends the launcher's process its SIGUSR1, once in the monitor's life. A process that has ended meanwhile, or whose pid
+ * is somebody else's by now, is not signalled, but counts as released.
+ * Result: -1 when it was released now, else 0.
  */
 int monp_release_launcher(void);
 
