@@ -2,10 +2,11 @@
  * The supervision loop: start gate, waiting for a request, start of the service, recovery. Each step says which one is
  * next.
  */
+#include "monp_run.h"
+
 #include "monp_child.h"
 #include "monp_log.h"
 #include "monp_mdfile.h"
-#include "monp_run.h"
 #include "monp_signal.h"
 
 #include <csignal>
@@ -163,11 +164,18 @@ static void monp_unexpectedend(const MONP_RUN_INFO* prun)
 
 static MONP_STEP monp_step_start(PMONP_RUN_INFO prun)
 {
-    MONP_STEP nstep = MONP_STEP_RECOVER;
+    MONP_STEP nstep = MONP_STEP_HEAD;
     int nret = 0;
+    int binited = 0;
 
+    /* The start forgets end requests that came before it; a reload leaves time for one. */
+    if (monp_testflag(gbmonpend) != 0) {
+        goto monp_exit_func;
+    }
     nret = gmonprecover[prun->ninx].pfunc.pstart(prun->prog.szpath, prun->pargv, gmonpparam.wait, SIGUSR1, &prun->npid,
                                                  &prun->nstat, CS_FLAG_OFF);
+    /* At once: a start request from here on is one for the next start. */
+    binited = monp_testflag(gbmonpinited);
     if (nret != MONP_RET_SUCCESS) {
         prun->nfuncret = MONP_RET_FAIL_UNKNOWN;
         if (monp_usesmarker() != 0) {
@@ -177,8 +185,7 @@ static MONP_STEP monp_step_start(PMONP_RUN_INFO prun)
         MONP_EVENT(MONP_EVTID_FAIL_MON, gmonpmonpol.type, prun->nstat);
     }
 
-    if (monp_testflag(gbmonpinited) == 0) {
-        nstep = MONP_STEP_HEAD;
+    if (binited == 0) {
         MONP_ERROR("initialize error. (type=%s stat=%d path=%s)", gmonpmonpol.type, prun->nstat, prun->prog.szpath);
         if (monp_usesmarker() != 0) {
             monp_make_mdfile();
@@ -189,7 +196,10 @@ static MONP_STEP monp_step_start(PMONP_RUN_INFO prun)
         nstep = monp_requestedend(prun);
     } else {
         monp_unexpectedend(prun);
+        nstep = MONP_STEP_RECOVER;
     }
+
+monp_exit_func:
     return nstep;
 }
 

@@ -1,8 +1,9 @@
 /*
  * The steps of start-up, each on its own; main has their order.
  */
-#include "monp_log.h"
 #include "monp_run.h"
+
+#include "monp_log.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -41,6 +42,7 @@ int monp_startup_settings(int argc, char** argv)
     int nfuncret = MONP_RET_SUCCESS;
     int nret = static_cast<int>(getuid());
 
+    /* Not "above 0": a uid in the upper half prints as a negative number and is no more root than any other. */
     if (nret != 0) {
         nfuncret = MONP_RET_FAIL_INIT;
         MONP_ERROR("permission denied. (ret=%d)", nret);
@@ -109,6 +111,8 @@ monp_exit_func:
 void monp_startup_log(void)
 {
     log_term(gpmonplog);
+    /* A library that cannot open the log may leave the handle as it was: closed. */
+    gpmonplog = nullptr;
     log_init("monp", &gpmonplog, gmonppol.loglevel, gmonppol.logsize, 0);
 }
 
