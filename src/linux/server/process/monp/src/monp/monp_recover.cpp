@@ -3,10 +3,10 @@
  */
 #include "monp.h"
 #include "monp_log.h"
+#include "monp_path.h"
 #include "monp_run.h"
 
 #include <cerrno>
-#include <cstdio>
 #include <cstdlib>
 #include <sys/wait.h>
 
@@ -33,6 +33,45 @@ int monp_findrow(int naction)
 }
 
 /*
+ * One drastic action.
+ */
+typedef struct {
+    const char* psection; /* policy section of its command */
+    const char* poption;  /* the command's own option; null: none */
+    int nactevent;
+    int nfailevent;
+    const char* pfailed;   /* line for a command that failed: type, result of its start, path, status */
+    const char* pfallback; /* command line that is tried then; null: none */
+} MONP_DRASTIC_ITEMS;
+
+static constexpr MONP_DRASTIC_ITEMS gstopcluster = {
+    "cl",
+    "-t",
+    MONP_EVTID_ACT_STOP_DAEMON,
+    MONP_EVTID_FAIL_STOP_DAEMON,
+    "stop of cluster failed. (type=%s ret=%d path=%s stat=%#x)",
+    nullptr,
+};
+
+static constexpr MONP_DRASTIC_ITEMS ghalt = {
+    "down",
+    nullptr,
+    MONP_EVTID_ACT_HALT_SYSTEM,
+    MONP_EVTID_FAIL_HALT_SYSTEM,
+    "system halt failed. (type=%s ret=%d path=%s stat=%#x)",
+    "/sbin/shutdown -h now",
+};
+
+static constexpr MONP_DRASTIC_ITEMS greboot = {
+    "down",
+    "-r",
+    MONP_EVTID_ACT_REBOOT_SYSTEM,
+    MONP_EVTID_FAIL_REBOOT_SYSTEM,
+    "system reboot failed. (type=%s ret=%d path=%s stat=%#x)",
+    "/sbin/shutdown -r now",
+};
+
+/*
  * A command of the policy and how it went.
  */
 typedef struct {
@@ -42,13 +81,10 @@ typedef struct {
 } MONP_COMMAND_INFO, *PMONP_COMMAND_INFO;
 
 /*
- * Runs the command of a policy section as "name [option] --type TYPE --nochk" and waits for its end.
- *   psection  name of the section
- *   poption   the command's own option; null: none
- *   pcommand  out
+ * Runs the command of an action as "name [option] --type TYPE --nochk" and waits for its end.
  * Result: MONP_RET_SUCCESS, however the command went, or MONP_RET_FAIL_UNKNOWN when its policy could not be read.
  */
-static int monp_runcommand(char* psection, const char* poption, PMONP_COMMAND_INFO pcommand)
+static int monp_runcommand(const MONP_DRASTIC_ITEMS* prow, PMONP_COMMAND_INFO pcommand)
 {
     int nfuncret = MONP_RET_SUCCESS;
     int nnum = 0;
@@ -58,18 +94,19 @@ static int monp_runcommand(char* psection, const char* poption, PMONP_COMMAND_IN
     *pcommand = {};
     pcommand->nstat = MONP_EXEC_PROCKILL;
 
-    nfuncret = monp_xml_getcprocpolicy(psection, &policy);
+    /* The name is not written to. */
+    nfuncret = monp_xml_getcprocpolicy(const_cast<char*>(prow->psection), &policy);
     if (nfuncret != MONP_RET_SUCCESS) {
         MONP_ERROR("monp_xml_getcprocpolicy() failed. (type=%s ret=%d ldtype=%s)", gmonpmonpol.type, nfuncret,
-                   psection);
+                   prow->psection);
         goto monp_exit_func;
     }
     monp_programpath(policy.path, &pcommand->prog);
     MONP_INFO("path=%s bin=%s", pcommand->prog.szpath, pcommand->prog.szbin);
 
     monp_addarg(pargv, &nnum, pcommand->prog.szbin);
-    if (poption != nullptr) {
-        monp_addarg(pargv, &nnum, poption);
+    if (prow->poption != nullptr) {
+        monp_addarg(pargv, &nnum, prow->poption);
     }
     monp_addarg(pargv, &nnum, "--type");
     monp_addarg(pargv, &nnum, gmonppol.type);
@@ -86,11 +123,6 @@ monp_exit_func:
     return nfuncret;
 }
 
-static int monp_hasfailed(const MONP_COMMAND_INFO* pcommand)
-{
-    return pcommand->nret != MONP_RET_SUCCESS || pcommand->nstat != 0 ? -1 : 0;
-}
-
 /*
  * The fall-back of halt and reboot: runs a shutdown command line.
  * Result: MONP_RET_SUCCESS or MONP_RET_FAIL_UNKNOWN.
@@ -102,6 +134,7 @@ static int monp_shutdown(const char* pcmdline)
     int nstat = 0;
 
     MONP_INFO("retry, path=%s", pcmdline);
+    /* A command that merely fails leaves errno alone; the line must not show an older one. */
     errno = 0;
     nret = system(pcmdline);
     nstat = WEXITSTATUS(nret);
@@ -117,29 +150,44 @@ static int monp_shutdown(const char* pcmdline)
     return nfuncret;
 }
 
-int monp_stop_cluster(void)
+static int monp_drastic(const MONP_DRASTIC_ITEMS* prow)
 {
     int nfuncret = MONP_RET_SUCCESS;
-    char szsection[] = "cl";
     MONP_COMMAND_INFO command;
 
-    MONP_TRACE("start - (type=%s)", gmonpmonpol.type);
-    MONP_EVENT(MONP_EVTID_ACT_STOP_DAEMON, gmonpmonpol.type);
+    MONP_EVENT(prow->nactevent, gmonpmonpol.type);
 
-    nfuncret = monp_runcommand(szsection, "-t", &command);
-    if (nfuncret != MONP_RET_SUCCESS || monp_hasfailed(&command) == 0) {
+    nfuncret = monp_runcommand(prow, &command);
+    if (nfuncret != MONP_RET_SUCCESS || (command.nret == MONP_RET_SUCCESS && command.nstat == 0)) {
         goto monp_exit_func;
     }
     nfuncret = MONP_RET_FAIL_UNKNOWN;
-    if (command.nret == MONP_RET_SUCCESS) {
-        MONP_ERROR("stop of cluster failed. (type=%s ret=%d path=%s stat=%#x)", gmonpmonpol.type, command.nret,
-                   command.prog.szpath, static_cast<unsigned>(command.nstat));
+    /* Where nothing is tried next, the failed start has been reported already. */
+    if (prow->pfallback == nullptr && command.nret != MONP_RET_SUCCESS) {
+        goto monp_exit_func;
+    }
+    MONP_ERROR(prow->pfailed, gmonpmonpol.type, command.nret, command.prog.szpath,
+               static_cast<unsigned>(command.nstat));
+    if (prow->pfallback != nullptr) {
+        nfuncret = monp_shutdown(prow->pfallback);
     }
 
 monp_exit_func:
     if (nfuncret != MONP_RET_SUCCESS) {
-        MONP_EVENT(MONP_EVTID_FAIL_STOP_DAEMON, command.nstat);
+        MONP_EVENT(prow->nfailevent, command.nstat);
     }
+    return nfuncret;
+}
+
+int monp_stop_cluster(void)
+{
+    int nfuncret = MONP_RET_SUCCESS;
+
+    MONP_TRACE("start - (type=%s)", gmonpmonpol.type);
+    nfuncret = monp_drastic(&gstopcluster);
+
+monp_exit_func:
+    __attribute__((unused));
     MONP_TRACE("end - (type=%s ret=%d)", gmonpmonpol.type, nfuncret);
     return nfuncret;
 }
@@ -147,24 +195,12 @@ monp_exit_func:
 int monp_os_halt(void)
 {
     int nfuncret = MONP_RET_SUCCESS;
-    char szsection[] = "down";
-    MONP_COMMAND_INFO command;
 
     MONP_TRACE("start - (type=%s)", gmonpmonpol.type);
-    MONP_EVENT(MONP_EVTID_ACT_HALT_SYSTEM, gmonpmonpol.type);
-
-    nfuncret = monp_runcommand(szsection, nullptr, &command);
-    if (nfuncret != MONP_RET_SUCCESS || monp_hasfailed(&command) == 0) {
-        goto monp_exit_func;
-    }
-    MONP_ERROR("system halt failed. (type=%s ret=%d path=%s stat=%#x)", gmonpmonpol.type, command.nret,
-               command.prog.szpath, static_cast<unsigned>(command.nstat));
-    nfuncret = monp_shutdown("/sbin/shutdown -h now");
+    nfuncret = monp_drastic(&ghalt);
 
 monp_exit_func:
-    if (nfuncret != MONP_RET_SUCCESS) {
-        MONP_EVENT(MONP_EVTID_FAIL_HALT_SYSTEM, command.nstat);
-    }
+    __attribute__((unused));
     MONP_TRACE("end - (type=%s ret=%d)", gmonpmonpol.type, nfuncret);
     return nfuncret;
 }
@@ -172,24 +208,12 @@ monp_exit_func:
 int monp_os_reboot(void)
 {
     int nfuncret = MONP_RET_SUCCESS;
-    char szsection[] = "down";
-    MONP_COMMAND_INFO command;
 
     MONP_TRACE("start - (type=%s)", gmonpmonpol.type);
-    MONP_EVENT(MONP_EVTID_ACT_REBOOT_SYSTEM, gmonpmonpol.type);
-
-    nfuncret = monp_runcommand(szsection, "-r", &command);
-    if (nfuncret != MONP_RET_SUCCESS || monp_hasfailed(&command) == 0) {
-        goto monp_exit_func;
-    }
-    MONP_ERROR("system reboot failed. (type=%s ret=%d path=%s stat=%#x)", gmonpmonpol.type, command.nret,
-               command.prog.szpath, static_cast<unsigned>(command.nstat));
-    nfuncret = monp_shutdown("/sbin/shutdown -r now");
+    nfuncret = monp_drastic(&greboot);
 
 monp_exit_func:
-    if (nfuncret != MONP_RET_SUCCESS) {
-        MONP_EVENT(MONP_EVTID_FAIL_REBOOT_SYSTEM, command.nstat);
-    }
+    __attribute__((unused));
     MONP_TRACE("end - (type=%s ret=%d)", gmonpmonpol.type, nfuncret);
     return nfuncret;
 }
