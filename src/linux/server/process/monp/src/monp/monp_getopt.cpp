@@ -55,16 +55,32 @@ monp_exit_func:
     return nfuncret;
 }
 
+/*
+ * Moves on to the value of an option.
+ *   bgiven  the option was given before
+ * Result: the value; null when the option was given before or there is no next argument.
+ */
+static const char* monp_optvalue(int argc, char** argv, int* pinx, bool bgiven)
+{
+    const char* pvalue = nullptr;
+
+    if (!bgiven && *pinx + 1 < argc) {
+        (*pinx)++;
+        pvalue = argv[*pinx];
+    }
+    return pvalue;
+}
+
 static int monp_optaction(int argc, char** argv, int* pinx)
 {
     int nfuncret = MONP_RET_FAIL_PARAM;
+    const char* pvalue = monp_optvalue(argc, argv, pinx, gmonpparam.action > 0);
 
-    if (gmonpparam.action > 0 || *pinx + 1 >= argc) {
+    if (pvalue == nullptr) {
         MONP_ERROR("invalid action.");
         goto monp_exit_func;
     }
-    (*pinx)++;
-    gmonpparam.action = monp_tonumber(argv[*pinx]);
+    gmonpparam.action = monp_tonumber(pvalue);
     if (gmonprecover[monp_findrow(gmonpparam.action)].action == 0) {
         MONP_ERROR("invalid action. (val=%d)", gmonpparam.action);
         goto monp_exit_func;
@@ -78,17 +94,13 @@ monp_exit_func:
 static int monp_optparam(int argc, char** argv, int* pinx)
 {
     int nfuncret = MONP_RET_FAIL_PARAM;
+    const char* pvalue = monp_optvalue(argc, argv, pinx, gmonpparam.param[0] != '\0');
 
-    if (gmonpparam.param[0] != '\0' || *pinx + 1 >= argc) {
+    if (pvalue == nullptr || strlen(pvalue) >= sizeof(gmonpparam.param)) {
         MONP_ERROR("invalid param.");
         goto monp_exit_func;
     }
-    (*pinx)++;
-    if (strlen(argv[*pinx]) >= sizeof(gmonpparam.param)) {
-        MONP_ERROR("invalid param.");
-        goto monp_exit_func;
-    }
-    memcpy(gmonpparam.param, argv[*pinx], strlen(argv[*pinx]) + 1);
+    memcpy(gmonpparam.param, pvalue, strlen(pvalue) + 1);
     nfuncret = MONP_RET_SUCCESS;
 
 monp_exit_func:
@@ -98,13 +110,13 @@ monp_exit_func:
 static int monp_optrestime(int argc, char** argv, int* pinx)
 {
     int nfuncret = MONP_RET_FAIL_PARAM;
+    const char* pvalue = monp_optvalue(argc, argv, pinx, gmonpparam.restime >= MONP_OPT_RETRY_MIN);
 
-    if (gmonpparam.restime >= MONP_OPT_RETRY_MIN || *pinx + 1 >= argc) {
+    if (pvalue == nullptr) {
         MONP_ERROR("invalid restart time.");
         goto monp_exit_func;
     }
-    (*pinx)++;
-    gmonpparam.restime = monp_tonumber(argv[*pinx]);
+    gmonpparam.restime = monp_tonumber(pvalue);
     if (gmonpparam.restime < MONP_OPT_RETRY_MIN) {
         MONP_ERROR("invalid restart times. (val=%d)", gmonpparam.restime);
         goto monp_exit_func;
@@ -118,13 +130,13 @@ monp_exit_func:
 static int monp_optwait(int argc, char** argv, int* pinx)
 {
     int nfuncret = MONP_RET_FAIL_PARAM;
+    const char* pvalue = monp_optvalue(argc, argv, pinx, gmonpparam.wait >= MONP_OPT_WAIT_MIN);
 
-    if (gmonpparam.wait >= MONP_OPT_WAIT_MIN || *pinx + 1 >= argc) {
+    if (pvalue == nullptr) {
         MONP_ERROR("invalid wait time.");
         goto monp_exit_func;
     }
-    (*pinx)++;
-    gmonpparam.wait = monp_tonumber(argv[*pinx]);
+    gmonpparam.wait = monp_tonumber(pvalue);
     if (gmonpparam.wait < MONP_OPT_WAIT_MIN) {
         MONP_ERROR("invalid wait time. (val=%d)", gmonpparam.wait);
         goto monp_exit_func;
@@ -225,7 +237,7 @@ int monp_parse_param(char* pparam, char** pargv, int nmaxargc, int* pparsenum)
             npos++;
             continue;
         }
-        if (nnum == nmaxargc) {
+        if (nnum >= nmaxargc) {
             MONP_WARNING("argument reached the maximum. (type=%s max=%d curnum=%d)", gmonpmonpol.type, nmaxargc, nnum);
             break;
         }
