@@ -5,7 +5,6 @@
 #include "monp_log.h"
 #include "monp_path.h"
 
-#include <cerrno>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
@@ -107,6 +106,7 @@ int monp_getservice(char* checkpath, pid_t* pid)
             continue;
         }
         monp_readexe(pplist[ninx]->d_name, linkpath, sizeof(linkpath));
+        /* An empty path would equal an unresolvable one, and a kernel thread pass for the service. */
         if (linkpath[0] == '\0') {
             continue;
         }

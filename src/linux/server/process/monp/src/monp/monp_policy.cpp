@@ -42,27 +42,23 @@ static int monp_checkinitto(void* pfield)
     return MONP_RET_SUCCESS;
 }
 
-static int monp_isunsetint(const void* pfield)
+static int monp_isunsetint(const void*, const void* pfield)
 {
     return *static_cast<const int*>(pfield) == -1 ? -1 : 0;
 }
 
-static int monp_isunsettext(const void* pfield)
+static int monp_isunsettext(const void*, const void* pfield)
 {
     return *static_cast<const char*>(pfield) == '\0' ? -1 : 0;
 }
 
 /*
  * Start-up derives the service's own lock file in place of the configured path, and a reload must not undo that. Only
- * before the first load has completed is the parent time-out of the record 0.
+ * until a load has come past the parent time-out, which stands behind the lock file, is that 0.
  */
-static int monp_isfirstload(const void* pfield)
+static int monp_isfirstload(const void* precord, const void*)
 {
-    const char* precord = static_cast<const char*>(pfield) - offsetof(MONP_MYPOLICY_INFO, lkfpath);
-    int ninitto = 0;
-
-    memcpy(&ninitto, precord + offsetof(MONP_MYPOLICY_INFO, parent_initto), sizeof(ninitto));
-    return ninitto == 0 ? -1 : 0;
+    return static_cast<const MONP_MYPOLICY_INFO*>(precord)->parent_initto == 0 ? -1 : 0;
 }
 
 static constexpr MONP_POLKEY gallkeys[] = {

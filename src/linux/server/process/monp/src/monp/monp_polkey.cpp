@@ -67,7 +67,7 @@ int monp_polkey_read(const MONP_POLKEY* pkeys, size_t nkeys, const char* ptype, 
 
     for (ninx = 0; ninx < nkeys && nfuncret == MONP_RET_SUCCESS; ninx++) {
         pfield = static_cast<char*>(precord) + pkeys[ninx].noffset;
-        if (pkeys[ninx].pwanted == nullptr || pkeys[ninx].pwanted(pfield) != 0) {
+        if (pkeys[ninx].pwanted == nullptr || pkeys[ninx].pwanted(precord, pfield) != 0) {
             nfuncret = monp_readrow(&pkeys[ninx], ptype, plogtype, pfield);
         }
     }

@@ -30,9 +30,10 @@ struct MONP_POLKEY {
     MONP_KEYFAIL nfail; /* what a failed read leads to */
     int ndefault = 0;
     const char* pdefault = "";
-    int nlevel = TESKLOG_ERROR;                   /* log level of a failed read */
-    int (*pwanted)(const void* pfield) = nullptr; /* whether to read the key at all; null: always */
-    int (*pcheck)(void* pfield) = nullptr;        /* runs on the field when the reading goes on; null: nothing */
+    int nlevel = TESKLOG_ERROR;                                        /* log level of a failed read */
+    int (*pwanted)(const void* precord, const void* pfield) = nullptr; /* -1: read the key; null: always */
+    int (*pcheck)(void* pfield) =
+        nullptr; /* runs on the field when the reading goes on, and may end it by its result */
 };
 
 /*
@@ -42,7 +43,7 @@ struct MONP_POLKEY {
  *   ptype    section that the keys are formatted with
  *   plogtype type that the log lines print
  *   precord  record that the fields lie in
- * Result: MONP_RET_SUCCESS, or MONP_RET_FAIL_UNKNOWN when a row ended the reading.
+ * Result: MONP_RET_SUCCESS, or MONP_RET_FAIL_UNKNOWN when a row, or its check, ended the reading.
  */
 int monp_polkey_read(const MONP_POLKEY* pkeys, size_t nkeys, const char* ptype, const char* plogtype, void* precord);
 

@@ -22,10 +22,10 @@ int monp_xml_initialize(void)
     if (nret != 0) {
         nfuncret = MONP_RET_FAIL_UNKNOWN;
         MONP_ERROR("xmllib_init() failed. (type=%s ret=%#x)", gmonpparam.type, static_cast<unsigned>(nret));
-        goto monp_exit_func;
     }
 
 monp_exit_func:
+    __attribute__((unused));
     MONP_DETAIL("end - (type=%s ret=%d)", gmonpparam.type, nfuncret);
     return nfuncret;
 }
@@ -41,10 +41,10 @@ int monp_xml_terminate(void)
     if (nret != 0) {
         nfuncret = MONP_RET_FAIL_UNKNOWN;
         MONP_ERROR("xmllib_term() failed. (type=%s ret=%#x)", gmonpparam.type, static_cast<unsigned>(nret));
-        goto monp_exit_func;
     }
 
 monp_exit_func:
+    __attribute__((unused));
     MONP_DETAIL("end - (type=%s ret=%d)", gmonpparam.type, nfuncret);
     return nfuncret;
 }
@@ -87,10 +87,10 @@ int monp_xml_unloadconfig(void* phdl)
     if (nret != 0) {
         nfuncret = MONP_RET_FAIL_UNKNOWN;
         MONP_ERROR("xmllib_unload_config() failed. (type=%s ret=%#x)", gmonpparam.type, static_cast<unsigned>(nret));
-        goto monp_exit_func;
     }
 
 monp_exit_func:
+    __attribute__((unused));
     MONP_TRACE("end - (type=%s ret=%d)", gmonpparam.type, nfuncret);
     return nfuncret;
 }
@@ -135,6 +135,12 @@ int monp_xml_loadpolicy(char* ptype)
 
     MONP_TRACE("start - (type=%s ldtype=%s)", gmonpparam.type, ptype);
 
+    /* A name that was cut in the list could never be unloaded again. */
+    if (strlen(ptype) >= CS_TYPE_LEN) {
+        nfuncret = MONP_RET_FAIL_UNKNOWN;
+        MONP_ERROR("section name does not fit. (type=%s ldtype=%s max=%d)", gmonpparam.type, ptype, CS_TYPE_LEN - 1);
+        goto monp_exit_func;
+    }
     nret = xmllib_load_policy(ptype);
     if (nret != 0) {
         nfuncret = MONP_RET_FAIL_UNKNOWN;
@@ -175,7 +181,8 @@ static int monp_unloadsection(const char* pname)
 }
 
 /*
- * Takes the first entry of a name out of the list; a name that is not noted changes nothing.
+ * Takes the first entry of a name out of the list; a name that is not noted changes nothing. A list that gets empty is
+ * left to monp_freeifempty.
  */
 static int monp_forget(const char* pname)
 {
