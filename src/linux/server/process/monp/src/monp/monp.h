@@ -4,7 +4,8 @@
  * One monitor supervises one service. Its first process reads the command line and the policy and forks; the child is
  * the daemon, whose main thread runs everything below except the collection of error logs, which has a thread of its
  * own. Unless a declaration says otherwise, an operation is for the main thread, never for a signal handler, and
- * returns a code of __monp_result_value__. Every operation logs its entry and its exit.
+ * returns a code of __monp_result_value__. Every operation logs its entry and its exit, but the search for a running
+ * service and the marker-file operations of a service without one.
  */
 #ifndef MONP_H
 #define MONP_H
@@ -30,7 +31,8 @@ enum __monp_result_value__ {
 };
 
 /*
- * What the monitor does when the service has ended by itself. Each has a row in gmonprecover.
+ * What the monitor does when the service has ended by itself, or on an end request with a status that is not an orderly
+ * one. Each has a row in gmonprecover.
  */
 enum __monp_actions_value__ {
     MONP_ACT_NONE = 1,
@@ -80,7 +82,7 @@ enum __monp_elog_pattern__ { MONP_ELOG_PATTERN_LOG = 1, MONP_ELOG_PATTERN_MDMP =
  * End status of a started program, beside its exit status 0 to 255.
  */
 enum __monp_proc_kill__ {
-    MONP_EXEC_PROCKILL = -1,  /* never ran, or ended by the monitor's own exit signal */
+    MONP_EXEC_PROCKILL = -1,  /* no status is known, or ended by SIGUSR1; see monp_create_process */
     MONP_EXEC_SIGNALED = 101, /* ended by another signal */
     MONP_EXEC_CORE = 102,     /* ended by a signal and dumped core */
     MONP_EXEC_STOPPED = 103,  /* reported as stopped */
@@ -108,11 +110,12 @@ enum __monp_eventid__ {
  * Settings of the command line, completed from the policy where it left them unset.
  */
 typedef struct {
-    char type[CS_TYPE_LEN];         /* service type, 1 to 29 characters: the command-line type of the log lines */
-    int action;                     /* __monp_actions_value__; -1: unset */
-    char param[MONP_OPT_PARAM_LEN]; /* the service's own arguments, separated by blanks; empty: unset */
-    int restime;                    /* restarts allowed; 0 or less: no limit; -1 on the command line: unset */
-    int wait;                       /* seconds from the exit signal to SIGKILL; 0: no limit; -1: unset */
+    char type[CS_TYPE_LEN]; /* service type, 1 to 29 characters: the command-line type of the log lines */
+    int action;             /* __monp_actions_value__; -1: unset */
+    char param
+        [MONP_OPT_PARAM_LEN]; /* the service's own arguments, separated by blanks, until they are split; empty: unset */
+    int restime;              /* restarts allowed; 0 or less: no limit; -1 on the command line: unset */
+    int wait;                 /* seconds from the exit signal to SIGKILL; 0 or less: no limit; -1: unset */
 } MONP_PARAM_INFO, *PMONP_PARAM_INFO;
 
 /*
@@ -221,7 +224,8 @@ extern const MONP_RECOVER_ITEMS gmonprecover[6];
 
 /*
  * Reads the command line into gmonpparam and gbmonpnostart. Called once, by start-up, before any configuration.
- * The first fault ends the reading: it is logged at error level with its value, and what was read before it stays.
+ * The first fault ends the reading and is logged; what was read before it stays, a refused number included. action,
+ * restime and wait begin as -1, which leaves them to the policy.
  * Numbers are read as atoi reads them; one beyond the range of an int counts as the nearest int, which refuses a
  * negative one and never turns a large limit into "no limit".
  * Result: MONP_RET_SUCCESS or MONP_RET_FAIL_PARAM.
@@ -229,7 +233,7 @@ extern const MONP_RECOVER_ITEMS gmonprecover[6];
 int monp_getopt(int argc, char** argv);
 
 /*
- * Splits a text at its blanks, in place.
+ * Splits a text at its blanks, in place: read as a string it is its first argument afterwards.
  *   pparam     the text, at most 255 characters; the pointers stored point into it, so it must outlive them
  *   pargv      out: the arguments in order; room for nmaxargc pointers. No null pointer is stored behind them
  *   nmaxargc   arguments to store at most; more are left out with a warning
@@ -268,8 +272,9 @@ int monp_xml_unloadconfig(void* phdl);
  * Loads a policy section and notes its name in gpmonpldpol, or releases it and takes the name out again. A name loaded
  * twice is noted twice.
  *   ptype  name of the section, at most 31 characters; null, to unload: every section noted. The names whose unloading
- *          failed then stay noted, in their order, so that nothing is forgotten and nothing released twice
- * Result: MONP_RET_SUCCESS, or MONP_RET_FAIL_UNKNOWN when the library refused or no memory was left for the list.
+ *          failed then stay noted, in their order, and the next unloading tries them again
+ * Result: MONP_RET_SUCCESS, or MONP_RET_FAIL_UNKNOWN when the library refused, the name is too long or no memory was
+ * left for the list, which is unchanged then: a section that was loaded is not noted, one that was released still is.
  */
 int monp_xml_loadpolicy(char* ptype);
 int monp_xml_unloadpolicy(char* ptype);
@@ -336,10 +341,13 @@ int monp_make_thattr_detach(pthread_attr_t* pattr);
  * Runs a program as a child and waits for its end.
  *   ppath  executable, passed on as it is
  *   parg   argument vector, ended by a null pointer
- *   nwait  seconds from an end request to SIGKILL; 0 or less: no limit
- *   nsig   exit signal on an end request; 0 or less: the child is never signalled, not even with SIGKILL
+ *   nwait  seconds from an end request to SIGKILL, after which the child is given up without being reaped; 0 or less: no
+ *          limit. Signals do not shorten them
+ *   nsig   exit signal on an end request; 0 or less: the child is never signalled, not even with SIGKILL, and runs on
+ *          when it is given up
  *   ppid   out, may be null: pid of the child, 0 while there is none
- *   pstat  out: exit status or __monp_proc_kill__. After SIGKILL 0, or -1 when the action is halt or reboot
+ *   pstat  out, never null: exit status or __monp_proc_kill__. -1 until a status is known, and after an end by SIGUSR1;
+ *          after SIGKILL 0, or -1 when the action is halt or reboot
  *   bstd   CS_FLAG_ON or CS_FLAG_OFF; only logged
  * Result: MONP_RET_SUCCESS, or MONP_RET_FAIL_UNKNOWN when access, fork or wait failed. A failed exec shows as status 4:
  * the child logs one line and ends at once with _exit, as exit would run clean-up handlers of a process that may have
@@ -350,10 +358,13 @@ int monp_create_process(char* ppath, char** parg, int nwait, int nsig, pid_t* pp
 
 /*
  * Starts the service, or adopts a process that already runs its executable, and waits for its end. Arguments, result
- * and status as for monp_create_process; an adopted process gives status -1, or 0 when the end was requested.
+ * and status as for monp_create_process, but nsig must be above 0; an adopted process gives status -1, or 0 when the end
+ * was requested. Begins by clearing gbmonpinited and gbmonpend: an end request from before is forgotten. A service that
+ * does not report within child_initto seconds gets the exit signal, SIGKILL a second later, and is reaped; an end request
+ * from those seconds is acted on afterwards.
  * Leaves gbmonpinited set when the service reported in time or was adopted, and clear otherwise. A report or start
- * request that arrives while a failed start is being cleaned up is dropped, so that it cannot pass for a service that
- * ran and died, which may cost the node a reboot.
+ * request that arrives before a failed start has returned is dropped, lest it pass for a service that ran and died,
+ * which may cost the node a reboot.
  * Blocks. Called by the loop, through the restart row of the recovery table.
  */
 int monp_create_process_svc(char* ppath, char** parg, int nwait, int nsig, pid_t* ppid, int* pstat, int bstd);
@@ -362,7 +373,8 @@ int monp_create_process_svc(char* ppath, char** parg, int nwait, int nsig, pid_t
  * Looks in /proc for a process that runs an executable; of several, the first in the byte order of their pids' names.
  *   checkpath  the executable. One that cannot be resolved, or resolves to more than 1023 characters, finds nothing
  *   pid        out: the process; 0 when there is none
- * A process whose executable cannot be told, or has more than 1023 characters, is passed over.
+ * A process whose executable cannot be told, has more than 1023 characters, or was deleted or replaced since its start
+ * is passed over.
  * Result: MONP_RET_SUCCESS, or MONP_RET_FAIL_UNKNOWN when none was found or /proc could not be listed.
  */
 int monp_getservice(char* checkpath, pid_t* pid);
