@@ -1,0 +1,121 @@
+/*
+ * One loaded file: its elements as a tree, kept in one block of memory together with their texts.
+ */
+#ifndef TESKXML_DOC_H
+#define TESKXML_DOC_H
+
+#include <cstddef>
+#include <cstdint>
+
+/*
+ * Where a file's keys may lie, and by which operation it was loaded.
+ */
+enum __teskxml_dockind__ {
+    TESKXML_DOC_CONFIG = 0,
+    TESKXML_DOC_PATHCONFIG = 1,
+    TESKXML_DOC_SECTION = 2 /* keys below "/root/<section>" only */
+};
+
+/*
+ * An element. Elements are numbered from 0, the document element, in the order of their start tags; as that one is
+ * nobody's child, 0 also means "none" in last and prev.
+ */
+typedef struct {
+    uint32_t parent;
+    uint32_t last; /* last child */
+    uint32_t prev; /* sibling before it */
+    uint32_t name; /* where the NUL-terminated name starts in the texts; the value follows the name */
+    int32_t line;
+    uint16_t namelen;
+    uint16_t valuelen;
+    uint16_t keylen; /* bytes of the whole key */
+    bool branch;     /* no value: it has child elements, or its place is one where only these may be */
+} TESKXML_NODE;
+
+/*
+ * A file. The arrays behind the pointers lie in the same block and are never moved.
+ */
+typedef struct TESKXML_DOC {
+    struct TESKXML_DOC* pnext;
+    int kind;          /* __teskxml_dockind__ */
+    size_t users;      /* loads that were not undone */
+    uintptr_t handle;  /* tells it from every other file loaded so far */
+    const char* pfile; /* absolute path */
+    TESKXML_NODE* pnode;
+    uint32_t nodes;
+    uint32_t maxnodes;
+    char* ptext;
+    size_t text; /* bytes in use */
+    size_t maxtext;
+} TESKXML_DOC, *PTESKXML_DOC;
+
+static constexpr uint32_t TESKXML_NONE = UINT32_MAX;
+
+/*
+ * Makes an empty document with room for everything a content can hold, so that nothing has to grow later.
+ *   nkind  of __teskxml_dockind__
+ *   pfile  path of the file, copied
+ *   pdata  its content; its elements are counted only
+ *   nsize  bytes of it
+ * Result: the document, to be released with free; null when memory is short.
+ */
+PTESKXML_DOC teskxml_doc_create(int nkind, const char* pfile, const char* pdata, size_t nsize);
+
+/*
+ * Adds an element behind all others; the first one is the document element, and its own parent.
+ *   nparent  number of the element that it lies in
+ *   pname    its name
+ *   nlen     bytes of the name
+ *   nline    line of its start tag
+ *   bbranch  whether its place is one for further elements only
+ * Result: its number, or TESKXML_NONE when the document is full.
+ */
+uint32_t teskxml_doc_add(PTESKXML_DOC pdoc, uint32_t nparent, const char* pname, size_t nlen, int nline, bool bbranch);
+
+/*
+ * Appends text to the value of the newest element.
+ * Result: false when there is no room.
+ */
+bool teskxml_doc_addtext(PTESKXML_DOC pdoc, const char* ptext, size_t nlen);
+
+/*
+ * Completes the value of the newest element: drops the blanks behind it and adds the NUL.
+ * Result: false when there is no room.
+ */
+bool teskxml_doc_endtext(PTESKXML_DOC pdoc);
+
+/*
+ * Name and value of an element, NUL-terminated. The value of an element with bbranch is empty.
+ */
+const char* teskxml_doc_name(const TESKXML_DOC* pdoc, uint32_t nnode);
+const char* teskxml_doc_value(const TESKXML_DOC* pdoc, uint32_t nnode);
+
+/*
+ * Writes the whole key of an element, "/root/all/path".
+ *   pkey  out: TESKXML_MAX_KEY + 1 bytes
+ */
+void teskxml_doc_key(const TESKXML_DOC* pdoc, uint32_t nnode, char* pkey);
+
+/*
+ * Finds the child of an element by its name, or an element by its whole key, name by name.
+ * Result: its number, or TESKXML_NONE.
+ */
+uint32_t teskxml_doc_child(const TESKXML_DOC* pdoc, uint32_t nparent, const char* pname, size_t nlen);
+uint32_t teskxml_doc_find(const TESKXML_DOC* pdoc, const char* pkey);
+
+/*
+ * Finds a key that both documents hold, one of them as a value.
+ *   pclash, pother  out: the first such element found, in pdoc and in potherdoc
+ * Result: whether there is one.
+ */
+bool teskxml_doc_clash(const TESKXML_DOC* pdoc, const TESKXML_DOC* potherdoc, uint32_t* pclash, uint32_t* pother);
+
+/*
+ * Whether a byte is one of those that are dropped around a value.
+ */
+static inline bool teskxml_isblank(char nchar)
+{
+    return nchar == ' ' || nchar == '\t' || nchar == '\n' || nchar == '\r';
+}
+
+#endif

@@ -1,0 +1,238 @@
+/*
+ * The part that knows expat. It streams through the content once; what a policy must not hold ends the parse where it
+ * begins, so that no such construct is ever acted upon.
+ */
+#include "teskxml_parse.h"
+
+#include "teskxml_error.h"
+
+#include <cstdarg>
+#include <cstring>
+#include <expat.h>
+#include <strings.h>
+
+typedef struct {
+    XML_Parser parser;
+    PTESKXML_DOC pdoc;
+    const char* psection;
+    const char* pdata;
+    size_t counted; /* bytes of the content whose line breaks are in line */
+    int line;
+    uint32_t current; /* innermost open element */
+    int depth;        /* open elements */
+    int result;       /* once it is a failure, the callbacks that expat still makes do nothing */
+} TESKXML_PARSE;
+
+/* Line of the current event. Counted in step with the parse, as expat's own count goes byte by byte. */
+static int teskxml_line(TESKXML_PARSE* pparse)
+{
+    size_t nend = static_cast<size_t>(XML_GetCurrentByteIndex(pparse->parser));
+    const char* pbreak = nullptr;
+
+    while (pparse->counted < nend && (pbreak = static_cast<const char*>(memchr(pparse->pdata + pparse->counted, '\n',
+                                                                               nend - pparse->counted))) != nullptr) {
+        pparse->counted = static_cast<size_t>(pbreak - pparse->pdata) + 1;
+        pparse->line++;
+    }
+    pparse->counted = nend;
+    return pparse->line;
+}
+
+static void teskxml_refuse(TESKXML_PARSE* pparse, int ncode, const char* pformat, ...)
+    __attribute__((format(printf, 3, 4)));
+
+/* Ends the parse with a failure at the current event. */
+static void teskxml_refuse(TESKXML_PARSE* pparse, int ncode, const char* pformat, ...)
+{
+    va_list args;
+
+    va_start(args, pformat);
+    pparse->result =
+        teskxml_vfail(ncode, pparse->pdoc->pfile, static_cast<int>(XML_GetCurrentLineNumber(pparse->parser)),
+                      static_cast<int>(XML_GetCurrentColumnNumber(pparse->parser)) + 1, pformat, args);
+    va_end(args);
+    XML_StopParser(pparse->parser, XML_FALSE);
+}
+
+/* Depths down to which there are only elements for further elements: "root", and the section in a section's file. */
+static int teskxml_branchdepth(const TESKXML_PARSE* pparse)
+{
+    return pparse->psection != nullptr ? 2 : 1;
+}
+
+/* The name that an element at the current depth must have; null: any. */
+static const char* teskxml_requiredname(const TESKXML_PARSE* pparse)
+{
+    const char* pname = nullptr;
+
+    if (pparse->depth == 0) {
+        pname = "root";
+    } else if (pparse->depth == 1) {
+        pname = pparse->psection;
+    }
+    return pname;
+}
+
+static void teskxml_refuseduplicate(TESKXML_PARSE* pparse, uint32_t nfirst)
+{
+    char szkey[TESKXML_MAX_KEY + 1] = "";
+
+    teskxml_doc_key(pparse->pdoc, nfirst, szkey);
+    teskxml_refuse(pparse, TESKXML_RET_FAIL_DUPLICATE, "the key %s is given twice, first in line %d", szkey,
+                   pparse->pdoc->pnode[nfirst].line);
+}
+
+/* Looks at everything about a new element that the tree does not need to be changed for. */
+static void teskxml_checkelement(TESKXML_PARSE* pparse, const char* pname, size_t nlen, const char* pattribute)
+{
+    PTESKXML_DOC pdoc = pparse->pdoc;
+    const char* prequired = teskxml_requiredname(pparse);
+    size_t nparentlen = pparse->depth > 0 ? pdoc->pnode[pparse->current].keylen : 0;
+    uint32_t nfirst = TESKXML_NONE;
+
+    if (pattribute != nullptr) {
+        teskxml_refuse(pparse, TESKXML_RET_FAIL_FORBIDDEN, "the element %.64s has the attribute %.64s", pname,
+                       pattribute);
+    } else if (prequired != nullptr && strcmp(pname, prequired) != 0) {
+        teskxml_refuse(pparse, TESKXML_RET_FAIL_SCOPE, "the element %.64s lies outside %s%s", pname,
+                       pparse->depth == 0 ? "/" : "/root/", prequired);
+    } else if (pparse->depth >= TESKXML_MAX_DEPTH) {
+        teskxml_refuse(pparse, TESKXML_RET_FAIL_LIMIT, "more than %d elements within each other", TESKXML_MAX_DEPTH);
+    } else if (nparentlen + 1 + nlen > TESKXML_MAX_KEY) {
+        teskxml_refuse(pparse, TESKXML_RET_FAIL_LIMIT, "the key gets longer than %d", TESKXML_MAX_KEY);
+    } else if (pparse->depth > 0) {
+        if (pdoc->pnode[pparse->current].valuelen > 0) {
+            teskxml_refuse(pparse, TESKXML_RET_FAIL_FORBIDDEN, "the element %.64s follows a text", pname);
+        } else if ((nfirst = teskxml_doc_child(pdoc, pparse->current, pname, nlen)) != TESKXML_NONE) {
+            teskxml_refuseduplicate(pparse, nfirst);
+        }
+    }
+}
+
+static void teskxml_onstart(void* puser, const XML_Char* pname, const XML_Char** ppattribute)
+{
+    TESKXML_PARSE* pparse = static_cast<TESKXML_PARSE*>(puser);
+    size_t nlen = strlen(pname);
+    uint32_t nnode = 0;
+
+    if (pparse->result == TESKXML_RET_SUCCESS) {
+        teskxml_checkelement(pparse, pname, nlen, ppattribute[0]);
+    }
+    if (pparse->result == TESKXML_RET_SUCCESS) {
+        nnode = teskxml_doc_add(pparse->pdoc, pparse->current, pname, nlen, teskxml_line(pparse),
+                                pparse->depth < teskxml_branchdepth(pparse));
+        if (nnode == TESKXML_NONE) {
+            teskxml_refuse(pparse, TESKXML_RET_FAIL_LIMIT, "more than %d elements", TESKXML_MAX_KEYS);
+        }
+        pparse->current = nnode;
+        pparse->depth++;
+    }
+}
+
+static void teskxml_onend(void* puser, const XML_Char*)
+{
+    TESKXML_PARSE* pparse = static_cast<TESKXML_PARSE*>(puser);
+    const TESKXML_NODE* pnode = nullptr;
+
+    if (pparse->result == TESKXML_RET_SUCCESS) {
+        pnode = &pparse->pdoc->pnode[pparse->current];
+        if (!pnode->branch && !teskxml_doc_endtext(pparse->pdoc)) {
+            teskxml_refuse(pparse, TESKXML_RET_FAIL_LIMIT, "the values do not fit");
+        }
+        pparse->current = pnode->parent;
+        pparse->depth--;
+    }
+}
+
+static void teskxml_addvalue(TESKXML_PARSE* pparse, const char* ptext, size_t nlen)
+{
+    const TESKXML_NODE* pnode = &pparse->pdoc->pnode[pparse->current];
+
+    if (pnode->branch) {
+        teskxml_refuse(pparse, TESKXML_RET_FAIL_FORBIDDEN, "text where only elements may be, in %.64s",
+                       teskxml_doc_name(pparse->pdoc, pparse->current));
+    } else if (pnode->valuelen + nlen > TESKXML_MAX_VALUE) {
+        teskxml_refuse(pparse, TESKXML_RET_FAIL_LIMIT, "the value of %.64s is longer than %d",
+                       teskxml_doc_name(pparse->pdoc, pparse->current), TESKXML_MAX_VALUE);
+    } else if (!teskxml_doc_addtext(pparse->pdoc, ptext, nlen)) {
+        teskxml_refuse(pparse, TESKXML_RET_FAIL_LIMIT, "the values do not fit");
+    }
+}
+
+/* A text may come in any number of pieces. */
+static void teskxml_ontext(void* puser, const XML_Char* ptext, int nlen)
+{
+    TESKXML_PARSE* pparse = static_cast<TESKXML_PARSE*>(puser);
+
+    if (pparse->result == TESKXML_RET_SUCCESS) {
+        if (pparse->pdoc->pnode[pparse->current].valuelen == 0) {
+            for (; nlen > 0 && teskxml_isblank(*ptext); nlen--) {
+                ptext++;
+            }
+        }
+        if (nlen > 0) {
+            teskxml_addvalue(pparse, ptext, static_cast<size_t>(nlen));
+        }
+    }
+}
+
+static void teskxml_ondoctype(void* puser, const XML_Char*, const XML_Char*, const XML_Char*, int)
+{
+    teskxml_refuse(static_cast<TESKXML_PARSE*>(puser), TESKXML_RET_FAIL_FORBIDDEN, "a DOCTYPE");
+}
+
+static void teskxml_oninstruction(void* puser, const XML_Char* ptarget, const XML_Char*)
+{
+    TESKXML_PARSE* pparse = static_cast<TESKXML_PARSE*>(puser);
+
+    if (pparse->result == TESKXML_RET_SUCCESS) {
+        teskxml_refuse(pparse, TESKXML_RET_FAIL_FORBIDDEN, "the processing instruction %.64s", ptarget);
+    }
+}
+
+/* A content without NUL bytes is taken for UTF-8; this refuses one that says it is something else. */
+static void teskxml_ondeclaration(void* puser, const XML_Char*, const XML_Char* pencoding, int)
+{
+    if (pencoding != nullptr && strcasecmp(pencoding, "UTF-8") != 0) {
+        teskxml_refuse(static_cast<TESKXML_PARSE*>(puser), TESKXML_RET_FAIL_SYNTAX, "the encoding %.64s, not UTF-8",
+                       pencoding);
+    }
+}
+
+int teskxml_parse(PTESKXML_DOC pdoc, const char* psection, const char* pdata, size_t nsize)
+{
+    TESKXML_PARSE parse = {};
+
+    parse.pdoc = pdoc;
+    parse.psection = psection;
+    parse.pdata = pdata;
+    parse.line = 1;
+    /* The parser would take UTF-16 for what it is, whatever it is told; no content of that kind is without these. */
+    if (memchr(pdata, '\0', nsize) != nullptr) {
+        parse.result = teskxml_fail(TESKXML_RET_FAIL_SYNTAX, pdoc->pfile, 0, 0, "a NUL byte, so it is not UTF-8 text");
+        goto monp_exit_func;
+    }
+    parse.parser = XML_ParserCreate("UTF-8");
+    if (parse.parser == nullptr) {
+        parse.result = teskxml_fail(TESKXML_RET_FAIL_MEMORY, pdoc->pfile, 0, 0, "out of memory");
+        goto monp_exit_func;
+    }
+    XML_SetUserData(parse.parser, &parse);
+    XML_SetElementHandler(parse.parser, teskxml_onstart, teskxml_onend);
+    XML_SetCharacterDataHandler(parse.parser, teskxml_ontext);
+    XML_SetStartDoctypeDeclHandler(parse.parser, teskxml_ondoctype);
+    XML_SetProcessingInstructionHandler(parse.parser, teskxml_oninstruction);
+    XML_SetXmlDeclHandler(parse.parser, teskxml_ondeclaration);
+
+    if (XML_Parse(parse.parser, pdata, static_cast<int>(nsize), XML_TRUE) != XML_STATUS_OK &&
+        parse.result == TESKXML_RET_SUCCESS) {
+        bool bmemory = XML_GetErrorCode(parse.parser) == XML_ERROR_NO_MEMORY;
+
+        teskxml_refuse(&parse, bmemory ? TESKXML_RET_FAIL_MEMORY : TESKXML_RET_FAIL_SYNTAX, "%s",
+                       XML_ErrorString(XML_GetErrorCode(parse.parser)));
+    }
+    XML_ParserFree(parse.parser);
+
+monp_exit_func:
+    return parse.result;
+}
