@@ -1,0 +1,76 @@
+/*
+ * From the text of an element to the destination of the caller, which is written to only when all of it is right.
+ */
+#include "teskxml_value.h"
+
+#include "teskxml_error.h"
+
+#include <climits>
+#include <cstring>
+
+/* Tells about a value that cannot be read as asked for. */
+static int teskxml_badvalue(int ncode, const TESKXML_DOC* pdoc, uint32_t nnode)
+{
+    char szkey[TESKXML_MAX_KEY + 1] = "";
+
+    teskxml_doc_key(pdoc, nnode, szkey);
+    return teskxml_fail(ncode, pdoc->pfile, pdoc->pnode[nnode].line, 1, "%s is \"%.64s\": %s", szkey,
+                        teskxml_doc_value(pdoc, nnode), teskxml_codetext(ncode));
+}
+
+int teskxml_value_text(const TESKXML_DOC* pdoc, uint32_t nnode, void* pdest, size_t ncapacity)
+{
+    int nfuncret = TESKXML_RET_SUCCESS;
+    size_t nlen = pdoc->pnode[nnode].valuelen;
+
+    if (nlen >= ncapacity) {
+        nfuncret = teskxml_badvalue(TESKXML_RET_FAIL_CAPACITY, pdoc, nnode);
+    } else {
+        memcpy(pdest, teskxml_doc_value(pdoc, nnode), nlen + 1);
+    }
+    return nfuncret;
+}
+
+/* Unlike strtol, takes nothing but a sign and figures. */
+static int teskxml_tonumber(const char* ptext, int* pnumber)
+{
+    int nfuncret = TESKXML_RET_SUCCESS;
+    bool bnegative = *ptext == '-';
+    long long nnumber = 0;
+
+    if (*ptext == '-' || *ptext == '+') {
+        ptext++;
+    }
+    if (*ptext == '\0' || ptext[strspn(ptext, "0123456789")] != '\0') {
+        nfuncret = TESKXML_RET_FAIL_NOTNUMBER;
+        goto monp_exit_func;
+    }
+    for (; *ptext != '\0' && nnumber <= -static_cast<long long>(INT_MIN); ptext++) {
+        nnumber = nnumber * 10 + (*ptext - '0');
+    }
+    nnumber = bnegative ? -nnumber : nnumber;
+    if (nnumber < INT_MIN || nnumber > INT_MAX) {
+        nfuncret = TESKXML_RET_FAIL_RANGE;
+        goto monp_exit_func;
+    }
+    *pnumber = static_cast<int>(nnumber);
+
+monp_exit_func:
+    return nfuncret;
+}
+
+int teskxml_value_int(const TESKXML_DOC* pdoc, uint32_t nnode, void* pdest, size_t ncapacity)
+{
+    int nfuncret = TESKXML_RET_FAIL_CAPACITY;
+    int nnumber = 0;
+
+    if (ncapacity >= sizeof(nnumber)) {
+        nfuncret = teskxml_tonumber(teskxml_doc_value(pdoc, nnode), &nnumber);
+    }
+    if (nfuncret == TESKXML_RET_SUCCESS) {
+        memcpy(pdest, &nnumber, sizeof(nnumber));
+    } else {
+        teskxml_badvalue(nfuncret, pdoc, nnode);
+    }
+    return nfuncret;
+}

@@ -1,0 +1,216 @@
+// Opening, closing, and what is loaded in between.
+#include "xml_home.h"
+
+#include <iterator>
+#include <malloc.h>
+#include <set>
+
+TEST(XmlCodes, AreToldApartByNameAndSentence)
+{
+    std::set<std::string> words = { "", teskxml_codename(-1), teskxml_codetext(-1) };
+    for (int code = 0; code < TESKXML_RET_NUM; code++) {
+        EXPECT_TRUE(words.insert(teskxml_codename(code)).second) << code;
+        EXPECT_TRUE(words.insert(teskxml_codetext(code)).second) << code;
+    }
+    EXPECT_STREQ(teskxml_codename(-1), teskxml_codename(TESKXML_RET_NUM));
+    EXPECT_STREQ(teskxml_codetext(-1), teskxml_codetext(TESKXML_RET_NUM));
+}
+
+TEST_F(XmlHome, RefusesEveryOperationWhileClosed)
+{
+    section("all", "<x>1</x>");
+    ASSERT_EQ("OK", word(xmllib_load_policy("all")));
+    ASSERT_EQ("OK", word(xmllib_term()));
+    void* handle = nullptr;
+
+    EXPECT_EQ("NOTOPEN", text("/root/all/x"));
+    EXPECT_EQ("NOTOPEN", word(xmllib_load_config()));
+    EXPECT_EQ("NOTOPEN", word(xmllib_unload_config()));
+    EXPECT_EQ("NOTOPEN", word(xmllib_load_pathconfig("/x", &handle)));
+    EXPECT_EQ("NOTOPEN", word(xmllib_unload_pathconfig(handle)));
+    EXPECT_EQ("NOTOPEN", word(xmllib_load_policy("all")));
+    EXPECT_EQ("NOTOPEN", word(xmllib_unload_policy("all")));
+    EXPECT_EQ("NOTOPEN", word(teskxml_walk(append, nullptr)));
+    EXPECT_EQ("NOTOPEN", word(xmllib_term()));
+
+    EXPECT_EQ("ARGUMENT", word(xmllib_init(nullptr)));
+    EXPECT_EQ("ARGUMENT", word(xmllib_init("")));
+    EXPECT_EQ("OK", word(xmllib_init("test")));
+    EXPECT_EQ("ALREADYOPEN", word(xmllib_init("test")));
+    EXPECT_EQ("NOKEY", text("/root/all/x")); // closing had released it
+}
+
+TEST_F(XmlHome, NeedsAnAbsoluteHomeAndKeepsItWhileOpen)
+{
+    section("all", "<x>1</x>");
+    const std::string longest = "/" + std::string(TESKXML_MAX_PATH - 1, 'h');
+    const struct {
+        std::string home;
+        std::string init;
+        std::string load;
+    } homes[] = {
+        { home.string() + "//", "OK", "OK" },
+        { "/", "OK", "NOTFOUND" },
+        { longest, "OK", "HOME" }, // no room for the path of a file
+        { longest + "h", "HOME", "NOTOPEN" },
+        { "tmp", "HOME", "NOTOPEN" },
+    };
+    for (const auto& row : homes) {
+        xmllib_term();
+        setenv("TESK_HOME", row.home.c_str(), 1);
+        EXPECT_EQ(row.init, word(xmllib_init("test"))) << row.home;
+        setenv("TESK_HOME", "/nowhere", 1);
+        EXPECT_EQ(row.load, word(xmllib_load_policy("all"))) << row.home;
+    }
+}
+
+TEST_F(XmlHome, CountsLoadsOfTheSameFile)
+{
+    write("etc/config.xml", "<root><c>1</c></root>");
+    const std::string other = write("etc/other.xml", "<root><o>1</o></root>");
+    section("all", "<x>1</x>");
+    void* first = nullptr;
+    void* second = nullptr;
+    for (void** handle : { &first, &second }) {
+        ASSERT_EQ("OK", word(xmllib_load_config()));
+        ASSERT_EQ("OK", word(xmllib_load_policy("all")));
+        ASSERT_EQ("OK", word(xmllib_load_pathconfig(other.c_str(), handle)));
+        section("all", "<x>2</x>"); // all readers see one state
+    }
+    EXPECT_EQ(first, second);
+    const Loaded all = { "/root/c=1@config.xml:1", "/root/all/x=1@all.xml:1", "/root/o=1@other.xml:1" };
+    for (const char* code : { "OK", "OK", "NOTLOADED" }) {
+        EXPECT_EQ(code == "OK"s ? all : Loaded(), loaded());
+        EXPECT_EQ(code, word(xmllib_unload_policy("all")));
+        EXPECT_EQ(code, word(xmllib_unload_config()));
+        EXPECT_EQ(code, word(xmllib_unload_pathconfig(first)));
+    }
+    EXPECT_EQ("OK", word(xmllib_load_policy("all")));
+    EXPECT_EQ("2", text("/root/all/x"));
+}
+
+TEST_F(XmlHome, RefusesForeignAndStaleHandles)
+{
+    const std::string file = write("etc/one.xml", "<root><a>1</a></root>");
+    void* stale = nullptr;
+    void* fresh = nullptr;
+    ASSERT_EQ("OK", word(xmllib_load_pathconfig(file.c_str(), &stale)));
+    ASSERT_EQ("OK", word(xmllib_unload_pathconfig(stale)));
+    ASSERT_EQ("OK", word(xmllib_load_pathconfig(file.c_str(), &fresh)));
+
+    for (void* handle : { stale, static_cast<void*>(nullptr), static_cast<void*>(&stale) }) {
+        EXPECT_EQ("NOTLOADED", word(xmllib_unload_pathconfig(handle)));
+    }
+    EXPECT_EQ("1", text("/root/a"));
+    EXPECT_EQ("ARGUMENT", word(xmllib_load_pathconfig(file.c_str(), nullptr)));
+    EXPECT_EQ("ARGUMENT", word(xmllib_load_pathconfig(nullptr, &fresh)));
+}
+
+TEST_F(XmlHome, LetsNoTwoFilesAnswerOneKey)
+{
+    const std::string policy = section("all", "\n<env><path>/bin</path></env>");
+    ASSERT_EQ("OK", word(xmllib_load_policy("all")));
+    const std::string error = ":3:1: the key /root/all/env/path is given twice, first in line 2 of " + policy;
+    const std::pair<const char*, std::string> configs[] = {
+        { "<root>\n<all>\n<env><path>/sbin</path></env></all></root>", error },
+        { "<root>\n<all>\n<env><path><x/></path></env></all></root>", error },
+        { "<root><all><env/></all></root>", "/root/all/env is given twice" },
+        { "<root><all/></root>", "/root/all is given twice" },
+    };
+    for (const auto& [content, told] : configs) {
+        write("etc/config.xml", content);
+        EXPECT_EQ("DUPLICATE", word(xmllib_load_config())) << content;
+        EXPECT_NE(std::string::npos, std::string(teskxml_lasterror()).find(told)) << teskxml_lasterror();
+    }
+    write("etc/config.xml", "<root><dummyconf>0</dummyconf><all><env><lang>C</lang></env></all></root>");
+    EXPECT_EQ("OK", word(xmllib_load_config()));
+    EXPECT_EQ("/bin", text("/root/all/env/path"));
+    EXPECT_EQ("C", text("/root/all/env/lang"));
+}
+
+TEST_F(XmlHome, WalksUntilTheVisitorHasEnough)
+{
+    section("all", "<a>1</a>\n<b><c/></b>");
+    ASSERT_EQ("OK", word(xmllib_load_policy("all")));
+    EXPECT_EQ((Loaded{ "/root/all/a=1@all.xml:1", "/root/all/b/c=@all.xml:2" }), loaded());
+
+    int calls = 0;
+    const auto once = [](const char*, const char*, const char*, int, void* count) {
+        return ++*static_cast<int*>(count);
+    };
+    EXPECT_EQ("OK", word(teskxml_walk(once, &calls)));
+    EXPECT_EQ(1, calls);
+    EXPECT_EQ("ARGUMENT", word(teskxml_walk(nullptr, nullptr)));
+}
+
+TEST_F(XmlHome, LoadsALimitedNumberOfFiles)
+{
+    for (int n = 0; n <= TESKXML_MAX_LOADED; n++) {
+        const std::string name = std::string("s").append(std::to_string(n));
+        section(name, "<x>1</x>");
+        EXPECT_EQ(n < TESKXML_MAX_LOADED ? "OK" : "LIMIT", word(xmllib_load_policy(name.c_str())));
+    }
+    EXPECT_EQ("OK", word(xmllib_unload_policy("s0")));
+    EXPECT_EQ("OK", word(xmllib_load_policy("s64")));
+}
+
+static long descriptors()
+{
+    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
+}
+
+TEST_F(XmlHome, LeavesNothingBehindHoweverOftenItRuns)
+{
+    section("all", "<x>1</x>");
+    section("twice", "<x>1</x><x>2</x>");
+    section("cut", "<x>");
+    chmod(section("others", "<x>1</x>").c_str(), 0666);
+    xmllib_term();
+    const long fds = descriptors();
+    size_t used = 0;
+
+    for (int n = 0; n < 10000; n++) {
+        ASSERT_EQ("OK", word(xmllib_init("test")));
+        ASSERT_EQ("OK", word(xmllib_load_policy("all")));
+        ASSERT_EQ("DUPLICATE", word(xmllib_load_policy("twice")));
+        ASSERT_EQ("SYNTAX", word(xmllib_load_policy("cut")));
+        ASSERT_EQ("UNTRUSTED", word(xmllib_load_policy("others")));
+        ASSERT_EQ("OK", word(xmllib_term()));
+        used = n == 0 ? mallinfo2().uordblks : used;
+    }
+    EXPECT_EQ(used, mallinfo2().uordblks);
+    EXPECT_EQ(fds, descriptors());
+}
+
+// A sanitizer brings an allocator of its own, which this one must not get in front of.
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+// How many still succeed; -1: all. Volatile, as a compiler believes that malloc changes nothing.
+static volatile int allocations = -1;
+
+extern "C" void* __libc_malloc(size_t size);
+
+extern "C" __attribute__((visibility("default"))) void* malloc(size_t size) noexcept
+{
+    if (allocations > 0) {
+        allocations = allocations - 1;
+    }
+    return allocations == 0 ? nullptr : __libc_malloc(size);
+}
+
+TEST_F(XmlHome, SurvivesAShortageOfMemoryAtEachStep)
+{
+    section("all", "<x>1</x>");
+    int steps = 0;
+    std::string code = "MEMORY";
+
+    for (; code == "MEMORY" && steps < 100; steps++) {
+        allocations = steps + 1;
+        const int result = xmllib_load_policy("all");
+        allocations = -1;
+        code = word(result);
+        EXPECT_EQ(code == "OK" ? 1U : 0U, loaded().size());
+    }
+    EXPECT_EQ("OK", code);
+    EXPECT_LT(5, steps); // the content, the tree, and what the parser needs
+}
+#endif
