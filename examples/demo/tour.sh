@@ -9,8 +9,10 @@ log=$home/log/monp.log
 shown=0
 export TESK_HOME=$home
 
+if [ -t 1 ]; then bold=$(printf "\033[1m") plain=$(printf "\033[0m"); else bold="" plain=""; fi
+
 step() {
-    printf '\n\033[1m%s\033[0m\n' "$*"
+    printf "\n%s%s%s\n" "$bold" "$*" "$plain"
 }
 
 fail() {
