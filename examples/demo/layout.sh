@@ -18,13 +18,13 @@ fail()
     exit "${2:-1}"
 }
 
-# Directories with what they are for: programs and libraries; policy; logs, which the collector packs; dumps, which it
-# packs too; archives; control FIFOs and process ids; lock files.
+# Directories with what they are for: programs and libraries; policy and its schemas; logs, which the collector packs;
+# dumps, which it packs too; archives; control FIFOs and process ids; lock files.
 make_directories()
 {
     install -d -m 0755 -- "$target" &&
-        install -d -m 0755 -- "$target/bin" "$target/lib" "$target/etc" "$target/etc/policy" "$target/work" \
-            "$target/run" "$target/var" "$target/var/lock" &&
+        install -d -m 0755 -- "$target/bin" "$target/lib" "$target/etc" "$target/etc/policy" \
+            "$target/etc/schema" "$target/work" "$target/run" "$target/var" "$target/var/lock" &&
         install -d -m 0750 -- "$target/log" &&
         install -d -m 0700 -- "$target/archive" "$target/work/dump"
 }
@@ -59,6 +59,11 @@ fill_in_policy()
     done
 }
 
+copy_schemas()
+{
+    install -m 0644 -- "$source"/schema/*.rng "$target/etc/schema" || fail "cannot copy the schemas"
+}
+
 check_target()
 {
     case $target in
@@ -83,4 +88,5 @@ check_target
 make_directories || fail "cannot make the directories of '$target'"
 copy_programs
 fill_in_policy
+copy_schemas
 printf 'laid out in %s\n' "$target"

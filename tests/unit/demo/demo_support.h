@@ -132,6 +132,13 @@ inline int wait_for_end(pid_t pid)
     return status;
 }
 
+/* The schema that a policy file has to fit: the one named after it, else the one that all services share. */
+inline fs::path schema_of(const fs::path& schemas, const fs::path& file)
+{
+    const fs::path own = schemas / (file.stem().string() + ".rng");
+    return fs::exists(own) ? own : schemas / "service.rng";
+}
+
 struct Outcome {
     int status;       /* exit status, or -1 */
     std::string text; /* standard output and standard error */

@@ -82,6 +82,21 @@ TEST_F(Layout, EverySectionHoldsItsOwnKeysAndNamesAProgram)
     EXPECT_TRUE(fs::exists((target / value("policy/monp.xml", "/root/monp/elog/arcpath")).parent_path()));
 }
 
+TEST_F(Layout, EveryPolicyFileFitsItsSchema)
+{
+    ASSERT_EQ(0, lay_out(target).status);
+    int files = 0;
+    for (const auto& entry : fs::recursive_directory_iterator(target / "etc")) {
+        if (entry.path().extension() == ".xml") {
+            const fs::path schema = schema_of(target / "etc/schema", entry.path());
+            const Outcome lint = run({ "/usr/bin/xmllint", "--noout", "--relaxng", schema, entry.path() }, "/");
+            EXPECT_EQ(0, lint.status) << lint.text;
+            files++;
+        }
+    }
+    EXPECT_EQ(11, files);
+}
+
 TEST_F(Layout, EveryServiceRunsWithItsParam)
 {
     ASSERT_EQ(0, lay_out(target).status);
