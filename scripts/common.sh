@@ -52,5 +52,5 @@ run_tests() {
 }
 
 build_packages="g++ cmake ninja-build libexpat1-dev"
-test_packages="libgtest-dev libgmock-dev libxml2-utils util-linux tar gzip"
+test_packages="libgtest-dev libgmock-dev libxml2-utils mandoc util-linux tar gzip"
 lint_packages="clang clang-tidy clang-format libclang-rt-14-dev"
