@@ -1,0 +1,105 @@
+/*
+ * A file that several processes append lines to, and that is rotated when it has grown to its limit.
+ */
+#ifndef LOG_FILE_H
+#define LOG_FILE_H
+
+#include "log_record.h"
+
+#include <atomic>
+#include <sys/stat.h>
+
+/*
+ * Makes the line that says that records are missing.
+ *   ptext    out: the line, without its end
+ *   precord  the record that is about to follow
+ *   nlost    how many are missing
+ */
+typedef void (*PFLOGNOTICE)(LOG_TEXT* ptext, const LOG_RECORD* precord, unsigned long nlost);
+
+/*
+ * The file as one process sees it. Everything above nowner is set before the file is used and stays.
+ */
+typedef struct {
+    char szpath[LOG_PATH_LEN];
+    off_t nlimit;     /* bytes at which the file is rotated */
+    int ngenerations; /* older files kept, at least 1 */
+    bool bsizelimit;  /* the process has a limit on the size of its files, so that a write may raise SIGXFSZ */
+    PFLOGNOTICE pfnotice;
+
+    std::atomic<unsigned> nowner; /* epoch of the process in which somebody follows or rotates; 0: nobody */
+    std::atomic<int> nlockfd;     /* the owner's, -1: none */
+    std::atomic<dev_t> ndevice;   /* the file behind nfd; changed by the owner only */
+    std::atomic<ino_t> ninode;
+    std::atomic<int> nfd;             /* -1: none yet. The number stays when the file behind it changes */
+    std::atomic<bool> bunreachable;   /* there is no file whose name would lead to what is written */
+    std::atomic<int64_t> nlooked;     /* LOG_RECORD.nnow of the last look at the path */
+    std::atomic<int64_t> nroom;       /* bytes that may be written before the size is looked at */
+    std::atomic<int64_t> nmeasured;   /* LOG_RECORD.nnow of the last look at the size */
+    std::atomic<int64_t> nfailed;     /* LOG_RECORD.nnow of the last rotation that failed */
+    std::atomic<unsigned long> nlost; /* records dropped and not reported yet */
+} LOG_FILE, *PLOG_FILE;
+
+/*
+ * Prepares a file without opening it, which the first record does. Not for a signal handler.
+ *   pdirectory, pident, psuffix  the path's parts: <pdirectory>/<pident><psuffix>
+ *   nlimit, ngenerations, pfnotice  as in the record above
+ * Result: 0, or ENAMETOOLONG.
+ */
+int log_file_init(LOG_FILE* pfile, const char* pdirectory, const char* pident, const char* psuffix, off_t nlimit,
+                  int ngenerations, PFLOGNOTICE pfnotice);
+
+/*
+ * Opens the file at once, so that the caller learns whether it can be, and ends a line that a crash left unfinished.
+ * Result: 0, or the errno.
+ */
+int log_file_open(LOG_FILE* pfile, const LOG_SELF* pself);
+
+/*
+ * Appends a line. What cannot be written is dropped and counted, and a notice precedes the next line that can.
+ * Never waits for another process. For any thread, signal handler and forked child; changes errno.
+ *   precord  time and writer
+ *   pline    the line with its end
+ */
+void log_file_write(LOG_FILE* pfile, const LOG_RECORD* precord, const LOG_TEXT* pline);
+
+/*
+ * Gives the descriptor back. Nobody else may be using the file.
+ */
+void log_file_close(LOG_FILE* pfile);
+
+/* ---------------------------------------------------------------- between log_file.cpp and log_rotate.cpp ---- */
+
+/*
+ * Opens a regular file for appending and creates it with mode 0640, and its directory with it, if it is missing.
+ * Refuses a symbolic link and anything else that is not a file.
+ * Result: the descriptor, above 2, or -1 with errno.
+ */
+int log_open_path(const char* ppath);
+
+/*
+ * Gives back a descriptor above 2 for the one given, which is closed if it was not: a program that closed its standard
+ * descriptors must not find our file in their place.
+ * Result: the descriptor, or -1 with errno.
+ */
+int log_fd_above_standard(int nfd);
+
+/*
+ * Tells whether the path still leads to the file that we write to.
+ */
+bool log_file_iscurrent(const LOG_FILE* pfile);
+
+/*
+ * Writes to the file behind the path from now on, if that is another one. Owner only.
+ * Result: 0, or the errno for which there is nothing to write to behind the path.
+ */
+int log_file_follow(LOG_FILE* pfile);
+
+/*
+ * Rotates the file if it is still the one behind the path and has reached its limit; else follows. Does nothing if
+ * another process is at it. Owner only.
+ * Result: 0, or the errno for which it could not be rotated.
+ */
+int log_file_rotate(LOG_FILE* pfile);
+
+#endif
