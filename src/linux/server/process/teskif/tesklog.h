@@ -25,31 +25,47 @@ enum __tesklog_level__ {
 #define TESKLOG_API __attribute__((visibility("default")))
 
 /*
- * Opens the log of an identifier.
- *   ident        name of the log, which is also the word that marks the records
- *   handle       out: the handle for the two operations below; null when the log could not be opened
+ * Opens the log of an identifier, the files <home>/log/<ident>.log and <home>/log/<ident>.events.jsonl. The directory
+ * "log" is created if it is missing, the home directory is not. Any number of processes may have the same log open, and
+ * one process may open several, up to 32 at a time.
+ *   ident        name of the log, which is also the word that marks the records: 1 to 64 letters, digits, '_', '-' and
+ *                '.', not beginning with a dot
+ *   handle       out: the handle for the two operations below; null when the log could not be opened. It is not an
+ *                address and is never given out twice
  *   level        records with a level value above this one are dropped; 0: the library's default, which keeps error,
- *                warning and info. Events are always kept
- *   size         bytes after which the log file is rotated
- *   generations  older files to keep; 0: the library's default, 5
- * Result: 0 when the log is open, else a code, the handle being null then.
+ *                warning and info, as 4 does; below 0: all are dropped. Events are always kept
+ *   size         bytes after which a file is rotated; 0 and less: the library's default, 5000000; below 4096: 4096. Not
+ *                more than half the process's limit on file sizes (RLIMIT_FSIZE) at this time
+ *   generations  older files to keep; 0 and less: the library's default, 5
+ * Result: 0 when the log is open, else a code, the handle being null then: EINVAL for a null handle pointer or an ident
+ * that is null or not as above, EMFILE for a log too many, ENAMETOOLONG for a home directory of more than 900 characters,
+ * or the errno for which the log file cannot be opened (ELOOP: a symbolic link is in its place). An events file that
+ * cannot be opened is no failure.
+ * For any thread, not for a signal handler. The time zone of the records is that of this moment.
  */
 TESKLOG_API int log_init(const char* ident, void** handle, int level, int size, int generations);
 
 /*
- * Writes one record. Does nothing with a null handle. May be called by several threads at once, in a signal handler and
- * in a forked child.
+ * Writes one record: a line of the log file, in one piece. Does nothing with a null handle and with one that was closed.
+ * May be called by several threads at once, in a signal handler (up to 10 KiB of its stack) and in a forked child, but
+ * not in a vfork()ed one. Takes no lock, allocates nothing, never blocks, and leaves errno as it is. A record that cannot
+ * be written is dropped and counted; the line that can be written next is preceded by their number.
  *   level     one value of __tesklog_level__
- *   event     number of the event, 0 for an ordinary record
- *   file, line, function  the call site
- *   format    as for printf; null for an event, whose arguments then follow in the order that its text needs
+ *   event     number of the event, 0 for an ordinary record; it counts only at the level TESKLOG_EVENT
+ *   file, line, function  the call site; null is written as "-"
+ *   format    as for printf, but with the conversions d i u x X o c s p % only: from another one on the format is written
+ *             as it stands. Control characters and what is not UTF-8 are escaped, in the format as in the values. Null for
+ *             an event, whose arguments then follow in the order that its text needs; the arguments of an event that
+ *             is not in the catalogue are not touched
+ * An event is also written to the events file and sent to the system's log.
  * Use TESKLOG_LINE, which lets the compiler check the arguments; this declaration cannot, as events have no format.
  */
 TESKLOG_API void log_write(void* handle, int level, int event, const char* file, int line, const char* function,
                            const char* format, ...);
 
 /*
- * Closes a log. Does nothing with a null handle.
+ * Closes a log. Does nothing with a null handle and with one that was closed. Others may still be writing, and may write
+ * later: who was first is written, who comes later is ignored. May be called where log_write may.
  */
 TESKLOG_API void log_term(void* handle);
 
