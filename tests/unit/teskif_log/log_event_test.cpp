@@ -17,16 +17,19 @@ protected:
             GTEST_SKIP() << "needs root for a mount namespace";
         }
         ASSERT_EQ(0, mount("", "/", nullptr, MS_REC | MS_PRIVATE, nullptr));
-        ASSERT_EQ(0, mount("none", "/run", "tmpfs", 0, nullptr));
-        ASSERT_EQ(0, mount("none", "/dev", "tmpfs", 0, nullptr));
+        for (const char* place : { "/run", "/dev" }) {
+            ASSERT_EQ(0, mount("none", place, "tmpfs", 0, nullptr));
+            mounted.emplace_back(place);
+        }
         logSystem.clock = 1795380668123456789;
         open(-1);
     }
 
     void TearDown() override
     {
-        umount2("/run", MNT_DETACH);
-        umount2("/dev", MNT_DETACH);
+        for (const std::string& place : mounted) { // never the machine's own
+            umount2(place.c_str(), MNT_DETACH);
+        }
     }
 
     template <class... Arguments> void raise(int event, Arguments... arguments)
@@ -50,6 +53,8 @@ protected:
         const ssize_t size = recv(fd, text, sizeof(text), 0);
         return { text, size > 0 ? static_cast<size_t>(size) : 0 };
     }
+
+    std::vector<std::string> mounted;
 };
 
 TEST_F(LogEvent, EachTakesItsOwnArguments)
