@@ -1,0 +1,219 @@
+/*
+ * The namespaces, the stub in the place of /sbin/shutdown and its proof. The monitor runs are sandbox_monitor's.
+ */
+#include "sandbox.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <gtest/gtest.h>
+#include <iostream>
+#include <sched.h>
+#include <sstream>
+#include <stdexcept>
+#include <sys/mount.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <sys/vfs.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <linux/magic.h>
+
+namespace fs = std::filesystem;
+
+namespace sandbox {
+
+namespace {
+
+constexpr int CANNOT = 125;
+
+fs::path gdirectory;
+
+constexpr const char* SHUTDOWN = "/sbin/shutdown";
+constexpr const char* RECORD = "/sbin/shutdown.record";
+constexpr const char* STATUS = "/sbin/shutdown.status";
+
+constexpr const char* STUB = "#!/bin/sh\n"
+                             "echo \"$0 $*\" >>/sbin/shutdown.record\n"
+                             "read status </sbin/shutdown.status\n"
+                             "exit \"$status\"\n";
+
+void require(bool ok, const std::string& what)
+{
+    if (!ok) {
+        throw std::runtime_error(what + ": " + std::strerror(errno));
+    }
+}
+
+/*
+ * /sbin/shutdown is a symbolic link to a program that other names share, so the directory is covered, not the file.
+ */
+void cover_shutdown()
+{
+    const fs::path directory = fs::canonical(fs::path(SHUTDOWN).parent_path());
+
+    require(mount("tmpfs", directory.c_str(), "tmpfs", MS_NOSUID | MS_NODEV, "mode=0755") == 0,
+            "mount " + directory.string());
+    std::ofstream(SHUTDOWN) << STUB;
+    require(chmod(SHUTDOWN, 0755) == 0, "chmod");
+    shutdown_status(0);
+}
+
+/*
+ * Nor is the machine's own log told of halts that are none.
+ */
+void cover_syslog()
+{
+    for (const char* receiver : { "/dev/log", "/run/systemd/journal/socket" }) {
+        if (fs::exists(receiver)) {
+            require(mount("/dev/null", receiver, nullptr, MS_BIND, nullptr) == 0, receiver);
+        }
+    }
+}
+
+/*
+ * Looks before it calls, and calls with an argument that the system's own program only answers with its usage.
+ */
+void prove_shutdown()
+{
+    struct statfs where = {};
+    struct stat what = {};
+
+    require(statfs(SHUTDOWN, &where) == 0 && lstat(SHUTDOWN, &what) == 0, SHUTDOWN);
+    errno = EPERM;
+    require(where.f_type == TMPFS_MAGIC && S_ISREG(what.st_mode) && file_content(SHUTDOWN) == STUB, "not the stub");
+    require(std::system("/sbin/shutdown --help") == 0, "the stub does not run");
+    require(shutdown_calls() == std::vector<std::string>{ "/sbin/shutdown --help" }, "the stub does not record");
+    require(unlink(RECORD) == 0, RECORD);
+}
+
+/*
+ * The programs that the work starts, and those that they start, leave their reports here: a daemon's standard error and
+ * status reach nobody.
+ */
+void divert_sanitizers()
+{
+    for (const std::string name : { "ASAN_OPTIONS", "TSAN_OPTIONS", "UBSAN_OPTIONS" }) {
+        const char* given = std::getenv(name.c_str());
+        const std::string options = (given == nullptr ? "" : given + std::string(":")) + "log_path=";
+        setenv(name.c_str(), (options + (gdirectory / "sanitizer").string()).c_str(), 1);
+    }
+}
+
+int judge_sanitizers(int status)
+{
+    for (const auto& entry : fs::directory_iterator(gdirectory)) {
+        if (entry.path().filename().string().starts_with("sanitizer.")) {
+            std::cerr << file_content(entry.path());
+            status = 1;
+        }
+    }
+    return status;
+}
+
+int inside(const std::function<int()>& work)
+{
+    try {
+        require(getpid() == 1, "not process 1");
+        require(prctl(PR_SET_PDEATHSIG, SIGKILL) == 0, "prctl");
+        require(mount("proc", "/proc", "proc", 0, nullptr) == 0, "mount /proc");
+        cover_shutdown();
+        cover_syslog();
+        prove_shutdown();
+    } catch (const std::exception& error) {
+        std::cerr << "sandbox: no test is run: " << error.what() << '\n';
+        return CANNOT;
+    }
+    divert_sanitizers();
+    umask(022);
+    return judge_sanitizers(work());
+}
+
+/*
+ * The work itself, as process 1; its directory is this process's, as nothing of the work outlives it.
+ */
+int run_namespaces(const std::function<int()>& work)
+{
+    int status = 0;
+
+    require(unshare(CLONE_NEWNS | CLONE_NEWPID) == 0, "unshare");
+    require(mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0, "private mounts");
+    std::cout.flush();
+    const pid_t child = fork();
+    if (child == 0) {
+        std::exit(inside(work));
+    }
+    require(child > 0 && waitpid(child, &status, 0) == child, "process 1");
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+} // namespace
+
+int run(const std::function<int()>& work)
+{
+    std::string name = (fs::temp_directory_path() / "monp_XXXXXX").string();
+    int status = CANNOT;
+
+    try {
+        require(mkdtemp(name.data()) != nullptr && chmod(name.c_str(), 0755) == 0, name);
+        gdirectory = fs::canonical(name);
+        status = run_namespaces(work);
+    } catch (const std::exception& error) {
+        std::cerr << "sandbox: no test is run: " << error.what() << '\n';
+    }
+    fs::remove_all(gdirectory);
+    return status;
+}
+
+const fs::path& directory()
+{
+    return gdirectory;
+}
+
+std::string file_content(const fs::path& file)
+{
+    std::ostringstream text;
+
+    text << std::ifstream(file).rdbuf();
+    return text.str();
+}
+
+std::vector<std::string> file_lines(const fs::path& file)
+{
+    std::ifstream stream(file);
+    std::vector<std::string> lines;
+
+    for (std::string line; std::getline(stream, line);) {
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+std::vector<std::string> shutdown_calls()
+{
+    return file_lines(RECORD);
+}
+
+void shutdown_status(int status)
+{
+    std::ofstream(STATUS) << status << '\n';
+}
+
+} // namespace sandbox
+
+/*
+ * Names of tests are asked for while building, by whoever builds; only running them needs the sandbox.
+ */
+int main(int argc, char** argv)
+{
+    testing::InitGoogleTest(&argc, argv);
+    if (GTEST_FLAG_GET(list_tests)) {
+        return RUN_ALL_TESTS();
+    }
+    // A process whose namespace for children is gone can start none any more, which a leak checker at exit would need.
+    _exit(sandbox::run([] { return RUN_ALL_TESTS(); }));
+}

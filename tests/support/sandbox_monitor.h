@@ -1,0 +1,126 @@
+/*
+ * An installation to run the monitor in, and one run of it as a launcher would start it. For work inside the sandbox.
+ */
+#ifndef SANDBOX_MONITOR_H
+#define SANDBOX_MONITOR_H
+
+#include "sandbox.h"
+
+#include <chrono>
+#include <gtest/gtest.h>
+#include <map>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace sandbox {
+
+/*
+ * Asks again and again until the answer is true, for what must come soon; throws after 20 seconds.
+ */
+template <typename Ask> auto eventually(const std::string& what, Ask ask)
+{
+    const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+
+    for (;;) {
+        if (auto answer = ask()) {
+            return answer;
+        }
+        if (std::chrono::steady_clock::now() > limit) {
+            throw std::runtime_error("waited in vain for " + what);
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+}
+
+/*
+ * Directories, programs and policies of one service type. A test changes `values` and writes them.
+ */
+class Installation {
+public:
+    /*
+     * Lays it out for a type, whose policy names it NAME_policy unless it is "pelkant": the service reports at once and
+     * takes commands from work/ctl; the action is none. Nothing is written yet.
+     */
+    explicit Installation(const std::string& type);
+
+    /* Writes every value: a section's to its policy file, one without a section to the configuration. */
+    void write() const;
+    /* A value of the monitor's own section for the service type. */
+    std::string& own(const std::string& key);
+    /* Sends a line of commands to the running service. */
+    void command(const std::string& line) const;
+    /* The arguments that the programs cl, down and collect have been called with, one call an entry. */
+    [[nodiscard]] std::vector<std::string> calls(const std::string& program) const;
+    /* Processes that run the service's program now. */
+    [[nodiscard]] std::vector<pid_t> services() const;
+    /* Waits for such a process. */
+    pid_t service() const;
+
+    std::string type;
+    std::string policy_type;
+    std::filesystem::path root;
+    std::map<std::string, std::string> values;  // key path below "/root/", without its leading "/"
+    bool recording = false;                     // with the recording libraries in place of the real ones,
+    std::map<std::string, std::string> results; // whose calls of these names fail with these codes
+};
+
+/*
+ * One call of the monitor's log or policy library; `level` has the event's number behind it, and is "lib" for the calls
+ * that write no line.
+ */
+struct Line {
+    std::string thread;
+    std::string level;
+    std::string function;
+    std::string text;
+};
+
+/*
+ * A run of the monitor. Patterns are "LEVEL TEXT" as for fnmatch.
+ */
+class Monitor {
+public:
+    /* Starts it with "--TYPE" and the arguments, as a user. */
+    explicit Monitor(const Installation& in, const std::vector<std::string>& arguments = {}, uid_t user = 0);
+
+    /* Waits for the first process, which a launcher waits for. Result: its status; seconds() tells how long it ran. */
+    int launched();
+    [[nodiscard]] double seconds() const;
+
+    /* The daemon; waits until it runs. */
+    pid_t daemon();
+    void signal(int number);
+    /* Waits for the daemon's end. Result: its status, or 128 and the number of the signal that ended it. */
+    int ended();
+
+    [[nodiscard]] std::vector<Line> lines() const;
+    [[nodiscard]] int count(const std::string& pattern) const;
+    void wait_for(const std::string& pattern, int times = 1) const;
+    /* Waits until the daemon has seen so many reports or start requests of SIGUSR1. */
+    void wait_for_report(int times = 1) const;
+    /* Whether lines appear in this order, with any others between them; the failure shows the log. */
+    [[nodiscard]] testing::AssertionResult logged(const std::vector<std::string>& patterns) const;
+
+private:
+    void await(const std::string& what, const std::function<bool()>& ask) const;
+    [[nodiscard]] std::string log() const;
+
+    Installation in_;
+    pid_t first_ = 0;
+    pid_t daemon_ = 0;
+    int status_ = -1;
+    std::chrono::steady_clock::time_point start_;
+    std::chrono::steady_clock::time_point end_;
+};
+
+/*
+ * A file of a process below /proc, and the value of a line of its file "status".
+ */
+std::filesystem::path proc(pid_t pid, const std::string& file);
+std::string process_status(pid_t pid, const std::string& name);
+
+} // namespace sandbox
+
+#endif
