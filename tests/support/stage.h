@@ -1,0 +1,125 @@
+// Where the monitor's module is tested: scripted libraries and system calls, and a journal of all it says and does.
+// The archive under test refers to these stand-ins alone: nothing here really waits, signals, starts or shuts down.
+#pragma once
+
+#include "monp.h"
+#include "tesklog.h"
+
+#include <csignal>
+#include <deque>
+#include <functional>
+#include <gtest/gtest.h>
+#include <map>
+#include <set>
+#include <string>
+#include <sys/resource.h>
+#include <variant>
+#include <vector>
+
+extern "C" int monp_main(int argc, char** argv);
+
+std::string fmt(const char* format, ...) __attribute__((format(printf, 1, 2)));
+
+// Log records as "error: text" or "event: 2 trn 5", calls of the libraries and the system as "kill 4711 10".
+struct Journal {
+    std::map<std::string, int> fails; // calls that fail, "fork" or "access /p 1" -> errno or library code
+    std::map<std::string, std::function<void()>> when; // happens, once, while an entry is being made
+    std::vector<std::string> entries;
+    std::string function; // that the last log record names
+
+    int call(const std::string& entry); // notes it and tells its code, 0 for success
+    // The entries whose first word is among the words given, in order, joined by "; ". Without words, all of them.
+    std::string only(const std::string& words = "") const;
+    // The same without the lines that contain one of some texts.
+    std::string but(const std::string& words, const std::vector<std::string>& texts) const;
+    size_t count(const std::string& begin) const;
+};
+
+constexpr int FOREVER = -1;
+constexpr int YES = -1;    // of a flag
+constexpr int CORE = 0x80; // in a wait status
+
+constexpr int exited(int code)
+{
+    return code << 8;
+}
+
+struct Process {
+    int runs = FOREVER;    // seconds from its start to its end by itself
+    int polls = FOREVER;   // polls or probes that it outlives
+    int status = 0;        // wait status of its end
+    int reports = FOREVER; // seconds from its start to its SIGUSR1 to the monitor
+    int ack = -1;          // wait status when SIGUSR1 ends it; -1: it ignores that
+    std::string exe{};     // target of its link in /proc; empty: not listed there
+    bool child = true;
+    bool zombie = false; // ended, not reaped
+};
+
+struct Sys {
+    int clock = 0; // milliseconds; moves only when the code sleeps
+    std::map<pid_t, Process> processes;
+    std::deque<Process> next;                          // what the coming forks start; then processes that never end
+    pid_t pid = 4711;                                  // of the next one
+    enum { PROGRAM, DAEMON, LAUNCHER } fork = PROGRAM; // the next fork starts it, or the code goes on as one of these
+    std::set<std::string> procnames;                   // in /proc, beside the processes
+    std::map<std::string, std::string> resolved;       // by realpath; other paths are what they are
+    std::map<int, sighandler_t> handlers;
+    uid_t uid = 0;
+    pid_t ppid = 900; // the launcher, as long as it lives
+    int systemresult = 0;
+    std::string realdir;               // below it, files are real
+    std::function<void()> threadentry; // of the last thread created; it does not run by itself
+    std::multimap<int, std::function<void()>> events;
+
+    void at(double second, std::function<void()> event);
+    void signal_at(double second, int signal);          // through the daemon's handler; it cuts a sleep short
+    std::string run(const std::function<void()>& body); // until it returns or ends its process: "exit 4", "_exit 0"
+    int advance(int milliseconds);                      // -1 with EINTR when a signal comes before they are over
+
+private:
+    bool cut = false;
+};
+
+struct Policy {
+    std::map<std::string, std::variant<int, std::string>> values; // by key
+    bool open = false;
+    std::multiset<std::string> loaded; // sections, and "" for the default configuration
+
+    void fill(const std::string& type); // a whole policy for a service type, whose own section states the type "trn"
+};
+
+extern Journal journal;
+extern Sys sys;
+extern Policy xml;
+
+// Every test starts as at program start: an open log, "dusko" on the command line and "trn" as policy type.
+struct Monitor : testing::Test {
+    Monitor();
+};
+
+// A test with a table of cases.
+template <class T> struct Cases : Monitor, testing::WithParamInterface<T> {
+    const T& c = testing::WithParamInterface<T>::GetParam();
+};
+
+// Runs the whole monitor, daemon included, with arguments separated by blanks; tells how it ended.
+std::string run_monitor(const std::string& arguments);
+
+inline char* arg(const char* text)
+{
+    return const_cast<char*>(text);
+}
+
+template <size_t N> void put(char (&field)[N], const std::string& text)
+{
+    ASSERT_LT(text.size(), N);
+    field[text.copy(field, N - 1)] = '\0';
+}
+
+// With a marker file that cannot be made, so that every try leaves one error line.
+void break_marker();
+
+inline std::string x(size_t count, char letter = 'x')
+{
+    return std::string(count, letter);
+}

@@ -1,0 +1,165 @@
+// The set-up of the daemon, the wait of the launcher's process, and the handlers with what the main thread makes of them.
+#include "monp_signal.h"
+#include "stage.h"
+
+struct Daemon : Monitor {
+    Daemon()
+    {
+        gmonppol.parent_initto = 2;
+    }
+
+    static std::string launcher()
+    {
+        sys.fork = Sys::LAUNCHER;
+        return sys.run([] { monp_make_daemon(); });
+    }
+
+    static std::string daemon()
+    {
+        sys.fork = Sys::DAEMON;
+        journal.entries.clear();
+        EXPECT_EQ(MONP_RET_SUCCESS, monp_make_daemon());
+        return journal.only();
+    }
+};
+
+TEST_F(Daemon, TheLauncherWaitsForItsReleaseOrTheTime)
+{
+    EXPECT_EQ("_exit 0", launcher());
+    EXPECT_EQ(20u, journal.count("usleep 100000"));
+    EXPECT_EQ(0u, journal.count("setsid"));
+    EXPECT_EQ(&monp_sigusr1, sys.handlers[SIGUSR1]);
+    sys.at(1, [] { sys.handlers[SIGUSR1](SIGUSR1); });
+    EXPECT_EQ("_exit 0", launcher());
+    EXPECT_EQ(30u, journal.count("usleep 100000"));
+    gbmonpterm = gmonppol.parent_initto = 0;
+    EXPECT_EQ("_exit 0", launcher());
+    EXPECT_EQ(30u, journal.count("usleep 100000"));
+    EXPECT_EQ(SIG_IGN, sys.handlers[SIGUSR1]);
+}
+
+TEST_F(Daemon, AFailedForkEndsTheMonitor)
+{
+    journal.fails["fork"] = EAGAIN;
+    EXPECT_EQ("exit 1", launcher());
+    EXPECT_EQ("trace: start - (type=trn); fork; error: fork() failed. (type=trn errno=11); exit 1", journal.only());
+}
+
+TEST_F(Daemon, TheChildIsSetUp)
+{
+    const std::set<int> defaults = { SIGABRT, SIGKILL, SIGSEGV, SIGTERM, SIGCHLD };
+    const std::map<int, sighandler_t> handled = { { SIGHUP, monp_sighup },
+                                                  { SIGUSR1, monp_sighandler1 },
+                                                  { SIGUSR2, monp_sighandler1 } };
+    EXPECT_EQ("trace: start - (type=trn); fork; detail: start daemon. (type=trn); setsid; chdir /opt/x/bin/; umask 0; "
+              "trace: end - (type=trn ret=0)",
+              daemon());
+    for (int signal = 1; signal < NSIG; signal++) {
+        sighandler_t wanted = signal > 30 || defaults.count(signal) != 0 ? SIG_DFL : SIG_IGN;
+        EXPECT_EQ(handled.count(signal) != 0 ? handled.at(signal) : wanted, sys.handlers[signal]) << signal;
+    }
+}
+
+TEST_F(Daemon, LimitsFollowTheSettingsAndFailuresAreTolerated)
+{
+    const std::string core = fmt("setrlimit %d -1 -1; ", RLIMIT_CORE);
+    const std::string get = fmt("getrlimit %d; ", RLIMIT_STACK);
+    const std::string set = fmt("setrlimit %d 65536 -1; ", RLIMIT_STACK);
+    const std::string begun = "trace: start - (type=trn); fork; detail: start daemon. (type=trn); setsid; ";
+    const std::string ended = "chdir /opt/x/bin/; umask 0; trace: end - (type=trn ret=0)";
+
+    gmonpallpol.core = 2;
+    gmonpallpol.stacksize = -1;
+    EXPECT_EQ(begun + ended, daemon());
+    gmonpallpol.core = 1;
+    gmonpallpol.stacksize = 65536;
+    EXPECT_EQ(begun + core + get + "error: getrlimit(stacksize:cur=8192,max=-1); " + set +
+                  "error: setrlimit(stacksize=65536) OK.; " + ended,
+              daemon());
+    journal.fails = { { "setsid", EPERM }, { "setrlimit", EPERM }, { "getrlimit", EFAULT }, { "chdir", ENOENT } };
+    EXPECT_EQ(begun + "error: setsid() failed. (type=trn errno=1); " + core +
+                  "error: setrlimit(core) failed. (type=trn errno=1); " + get +
+                  "error: getrlimit(stacksize) failed. (type=trn errno=14); " + set +
+                  "error: setrlimit(stacksize=65536) failed. (type=trn errno=1); " + ended,
+              daemon());
+}
+
+TEST_F(Daemon, CollectionThreadsAreDetached)
+{
+    pthread_attr_t attributes;
+    int detached = 0;
+    int inherited = 0;
+    int policy = -1;
+
+    EXPECT_EQ(0, monp_make_thattr_detach(&attributes));
+    pthread_attr_getdetachstate(&attributes, &detached);
+    pthread_attr_getinheritsched(&attributes, &inherited);
+    pthread_attr_getschedpolicy(&attributes, &policy);
+    EXPECT_EQ(fmt("%d %d %d", PTHREAD_CREATE_DETACHED, PTHREAD_EXPLICIT_SCHED, SCHED_OTHER),
+              fmt("%d %d %d", detached, inherited, policy));
+    EXPECT_EQ(fmt("trace: start - (attr=%p); trace: end - ()", static_cast<void*>(&attributes)), journal.only());
+}
+
+struct Caught {
+    const char* name;
+    sighandler_t handler;
+    int signal;
+    MONP_FLAG* flag; // null: an unknown signal
+};
+
+struct Handlers : Cases<Caught> {};
+
+TEST_P(Handlers, SetTheirFlagAtOnceAndSpeakLater)
+{
+    c.handler(c.signal);
+    EXPECT_TRUE(journal.entries.empty());
+    for (MONP_FLAG* flag : { &gbmonpinited, &gbmonpend, &gbreload, &gbmonpterm }) {
+        EXPECT_EQ(flag == c.flag ? YES : 0, *flag);
+    }
+    monp_drainsignals();
+    EXPECT_EQ(c.name, journal.function);
+    monp_drainsignals();
+    EXPECT_EQ(fmt("trace: start - (type=trn sig=%d); trace: catch signal. (type=trn sig=%d); ", c.signal, c.signal) +
+                  (c.flag == nullptr ? fmt("warning: unknown signal. (type=trn sig=%d); ", c.signal) : "") +
+                  "trace: end - (type=trn)",
+              journal.only());
+}
+
+static const Caught CAUGHT[] = {
+    { "monp_sighandler1", monp_sighandler1, SIGUSR1, &gbmonpinited },
+    { "monp_sighandler1", monp_sighandler1, SIGUSR2, &gbmonpend },
+    { "monp_sighandler1", monp_sighandler1, SIGHUP, nullptr },
+    { "monp_sigusr1", monp_sigusr1, SIGUSR1, &gbmonpterm },
+    { "monp_sigusr1", monp_sigusr1, SIGUSR2, nullptr },
+    { "monp_sighup", monp_sighup, SIGHUP, &gbreload },
+    { "monp_sighup", monp_sighup, SIGUSR1, nullptr },
+};
+
+INSTANTIATE_TEST_SUITE_P(All, Handlers, testing::ValuesIn(CAUGHT));
+
+TEST_F(Monitor, SignalsLeaveTheirLinesInOrderWithTheMarkerBetween)
+{
+    break_marker();
+    monp_sighandler1(SIGUSR1);
+    monp_sighandler1(SIGUSR2);
+    EXPECT_EQ(YES, monp_testflag(gbmonpend));
+    EXPECT_EQ("trace: start - (type=pelkant sig=10); trace: catch signal. (type=pelkant sig=10); "
+              "info: start - (type=pelkant); error: mkdir failed. (dir=/nonexistent/md errno=2); "
+              "info: end - (type=pelkant); trace: end - (type=pelkant); trace: start - (type=pelkant sig=12); "
+              "trace: catch signal. (type=pelkant sig=12); trace: end - (type=pelkant)",
+              journal.only());
+}
+
+TEST_F(Monitor, AStormOfSignalsLosesLinesOnly)
+{
+    break_marker();
+    for (int i = 0; i < 1024; i++) {
+        monp_sighup(SIGHUP);
+    }
+    monp_sighandler1(SIGUSR1);
+    EXPECT_EQ(YES, gbmonpinited);
+    monp_drainsignals();
+    EXPECT_EQ(1024u, journal.count("trace: catch signal. (type=pelkant sig=1)"));
+    EXPECT_EQ(1u, journal.count("warning: signals without a record. (type=pelkant num=1)"));
+    EXPECT_EQ(1u, journal.count("error: mkdir"));
+}
