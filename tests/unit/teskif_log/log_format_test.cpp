@@ -102,7 +102,8 @@ TEST_F(LogFormat, LongLineIsCutWithAMark)
     WRITE("%999999999d|%.999999999d", 1, 1);
     WRITE("[%.3s]", open_ended);
     WRITE("%s", std::string(3000, 'x').c_str());
-    ASSERT_EQ(4U, lines().size());
+    WRITE("%4090s", endless.c_str());
+    ASSERT_EQ(5U, lines().size());
     for (const size_t cut : { 0U, 1U }) {
         EXPECT_LT(lines()[cut].size(), 4096U);
         EXPECT_GT(lines()[cut].size(), 4000U);
@@ -111,6 +112,7 @@ TEST_F(LogFormat, LongLineIsCutWithAMark)
     EXPECT_TRUE(lines()[0].ends_with("\\x1b...[cut]")); // never in the middle of an escape
     EXPECT_EQ("[abc]", texts()[2]);
     EXPECT_EQ(std::string(3000, 'x'), texts()[3]);
+    EXPECT_EQ("\\x1b", texts()[4].substr(0, 4)); // not filled up to a width that it exceeds
 }
 
 TEST_F(LogFormat, LevelDecidesWhatIsKept)

@@ -203,6 +203,10 @@ static void log_put_string(LOG_TEXT* ptext, const LOG_CONVERSION* pconv, LOG_ARG
     const char* pvalue = va_arg(pargs->pargs, const char*);
     size_t nmax = ptext->nlimit - ptext->nlen + 1;
 
+    /* A string that has the width is not to be filled up just because the text has no room for all of it. */
+    if (static_cast<size_t>(pconv->nwidth) > nmax) {
+        nmax = static_cast<size_t>(pconv->nwidth);
+    }
     if (pvalue == nullptr) {
         log_put_padded(ptext, pconv, "(null)", 6);
     } else {
