@@ -163,13 +163,14 @@ TEST_F(XmlHome, ReadsWholeDecimalNumbersOnly)
 
 TEST_F(XmlHome, TellsWhichValueIsBadAndWhereItComesFrom)
 {
-    const std::string file = write("etc/config.xml", "<root>\n <dummyconf>1\x7f\tmaybe</dummyconf></root>");
+    const std::string file =
+        write("etc/config.xml", "<root>\n <dummyconf>1\x7f\t\xc2\x9b\xc3\x9b\xc2\xa0maybe</dummyconf></root>");
     ASSERT_EQ("OK", word(xmllib_load_config()));
     int number = 0;
     int capacity = sizeof(number);
 
     EXPECT_EQ("NOTNUMBER", word(xmllib_get_value("/root/dummyconf", TESKXML_INT, &number, &capacity)));
-    EXPECT_EQ(file + ":2:1: /root/dummyconf is \"1??maybe\": the value is no whole decimal number",
+    EXPECT_EQ(file + ":2:1: /root/dummyconf is \"1????\xc3\x9b\xc2\xa0maybe\": the value is no whole decimal number",
               teskxml_lasterror());
 
     EXPECT_EQ("NOKEY", text("/"s + std::string(10000, 'k')));

@@ -103,6 +103,8 @@ int teskxml_vfail(int ncode, const char* pfile, int nline, int ncolumn, const ch
     for (char* pchar = gszerror; *pchar != '\0'; pchar++) {
         if (static_cast<unsigned char>(*pchar) < ' ' || *pchar == 0x7f) {
             *pchar = '?';
+        } else if (*pchar == '\xc2' && (pchar[1] & 0xe0) == 0x80) {
+            pchar[0] = pchar[1] = '?'; /* U+0080 to U+009F, which a terminal obeys as well */
         }
     }
     return ncode;
