@@ -187,19 +187,20 @@ static long monp_now(void)
 void monp_pausewhole(const MONP_FLAG* pflag)
 {
     const long nend = monp_now() + gnmicroseconds;
-    long nremain = 0;
+    long nremain = gnmicroseconds;
+    int nerrno = 0;
 
-    errno = 0;
-    sleep(1);
-    monp_drainsignals();
-    /* What sleep returns is in whole seconds and says nothing of an interrupted second; its errno does. */
-    while (errno == EINTR && (pflag == nullptr || *pflag == 0)) {
-        nremain = nend - monp_now();
-        if (nremain <= 0) {
-            break;
-        }
+    do {
         errno = 0;
-        usleep(static_cast<useconds_t>(nremain));
+        if (nremain == gnmicroseconds) {
+            sleep(1);
+        } else {
+            usleep(static_cast<useconds_t>(nremain));
+        }
+        /* What sleep returns is in whole seconds and says nothing of an interrupted second; its errno does. The lines of
+           the signal may change it. */
+        nerrno = errno;
         monp_drainsignals();
-    }
+        nremain = nend - monp_now();
+    } while (nerrno == EINTR && nremain > 0 && (pflag == nullptr || *pflag == 0));
 }
