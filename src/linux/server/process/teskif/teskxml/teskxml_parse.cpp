@@ -16,25 +16,30 @@ typedef struct {
     PTESKXML_DOC pdoc;
     const char* psection;
     const char* pdata;
-    size_t counted; /* bytes of the content whose line breaks are in line */
+    const char* pend;
+    const char* pbreak; /* first line break that is not in line; the content's end if there is none */
     int line;
     uint32_t current; /* innermost open element */
     int depth;        /* open elements */
     int result;       /* once it is a failure, the callbacks that expat still makes do nothing */
 } TESKXML_PARSE;
 
+static const char* teskxml_nextbreak(const char* pbegin, const char* pend)
+{
+    const char* pbreak = static_cast<const char*>(memchr(pbegin, '\n', static_cast<size_t>(pend - pbegin)));
+
+    return pbreak != nullptr ? pbreak : pend;
+}
+
 /* Line of the current event. Counted in step with the parse, as expat's own count goes byte by byte. */
 static int teskxml_line(TESKXML_PARSE* pparse)
 {
-    size_t nend = static_cast<size_t>(XML_GetCurrentByteIndex(pparse->parser));
-    const char* pbreak = nullptr;
+    const char* pevent = pparse->pdata + XML_GetCurrentByteIndex(pparse->parser);
 
-    while (pparse->counted < nend && (pbreak = static_cast<const char*>(memchr(pparse->pdata + pparse->counted, '\n',
-                                                                               nend - pparse->counted))) != nullptr) {
-        pparse->counted = static_cast<size_t>(pbreak - pparse->pdata) + 1;
+    while (pparse->pbreak < pevent) {
         pparse->line++;
+        pparse->pbreak = teskxml_nextbreak(pparse->pbreak + 1, pparse->pend);
     }
-    pparse->counted = nend;
     return pparse->line;
 }
 
@@ -206,6 +211,8 @@ int teskxml_parse(PTESKXML_DOC pdoc, const char* psection, const char* pdata, si
     parse.pdoc = pdoc;
     parse.psection = psection;
     parse.pdata = pdata;
+    parse.pend = pdata + nsize;
+    parse.pbreak = teskxml_nextbreak(pdata, parse.pend);
     parse.line = 1;
     /* The parser would take UTF-16 for what it is, whatever it is told; no content of that kind is without these. */
     if (memchr(pdata, '\0', nsize) != nullptr) {

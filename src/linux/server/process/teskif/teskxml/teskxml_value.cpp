@@ -34,19 +34,18 @@ int teskxml_value_text(const TESKXML_DOC* pdoc, uint32_t nnode, void* pdest, siz
 /* Unlike strtol, takes nothing but a sign and figures. */
 static int teskxml_tonumber(const char* ptext, int* pnumber)
 {
+    static constexpr long long nbeyond = 1LL - INT_MIN; /* out of range with either sign */
     int nfuncret = TESKXML_RET_SUCCESS;
     bool bnegative = *ptext == '-';
     long long nnumber = 0;
+    const char* pfirst = *ptext == '-' || *ptext == '+' ? ptext + 1 : ptext;
 
-    if (*ptext == '-' || *ptext == '+') {
-        ptext++;
+    for (ptext = pfirst; *ptext >= '0' && *ptext <= '9'; ptext++) {
+        nnumber = nnumber < nbeyond ? nnumber * 10 + (*ptext - '0') : nbeyond;
     }
-    if (*ptext == '\0' || ptext[strspn(ptext, "0123456789")] != '\0') {
+    if (ptext == pfirst || *ptext != '\0') {
         nfuncret = TESKXML_RET_FAIL_NOTNUMBER;
         goto monp_exit_func;
-    }
-    for (; *ptext != '\0' && nnumber <= -static_cast<long long>(INT_MIN); ptext++) {
-        nnumber = nnumber * 10 + (*ptext - '0');
     }
     nnumber = bnegative ? -nnumber : nnumber;
     if (nnumber < INT_MIN || nnumber > INT_MAX) {
