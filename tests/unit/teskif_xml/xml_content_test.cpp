@@ -229,3 +229,22 @@ TEST_F(XmlHome, FindsKeysByWholeNames)
         EXPECT_EQ("NOKEY", text(missing)) << missing;
     }
 }
+
+TEST_F(XmlHome, TellsEachOfTheMostKeysFromAllOthers)
+{
+    constexpr int count = TESKXML_MAX_KEYS - 2; // with "root" and "all"
+    const auto name = [](int n) { return std::string(1 + static_cast<size_t>(n % 40), 'k') + std::to_string(n / 40); };
+    std::string inner;
+    for (int n = 0; n < count; n++) {
+        inner.append("<").append(name(n)).append(">").append(std::to_string(n));
+        inner.append("</").append(name(n)).append(">\n");
+    }
+    section("all", inner);
+    ASSERT_EQ("OK", word(xmllib_load_policy("all")));
+
+    for (int n = 0; n < count; n++) {
+        ASSERT_EQ(std::to_string(n), text("/root/all/" + name(n)));
+    }
+    EXPECT_EQ("NOKEY", text("/root/all/" + name(count)));
+    EXPECT_EQ(static_cast<size_t>(count), loaded().size());
+}

@@ -247,7 +247,6 @@ int teskxml_walk(TESKXML_VISIT visit, void* context)
 {
     int nfuncret = teskxml_checkopen();
     int nstop = 0;
-    char szkey[TESKXML_MAX_KEY + 1] = "";
 
     if (nfuncret == TESKXML_RET_SUCCESS && visit == nullptr) {
         nfuncret = teskxml_missing("the operation to call");
@@ -258,8 +257,8 @@ int teskxml_walk(TESKXML_VISIT visit, void* context)
     for (const TESKXML_DOC* pdoc = teskxml_set_first(); pdoc != nullptr; pdoc = pdoc->pnext) {
         for (uint32_t nnode = 0; nnode < pdoc->nodes && nstop == 0; nnode++) {
             if (!pdoc->pnode[nnode].branch) {
-                teskxml_doc_key(pdoc, nnode, szkey);
-                nstop = visit(szkey, teskxml_doc_value(pdoc, nnode), pdoc->pfile, pdoc->pnode[nnode].line, context);
+                nstop = visit(teskxml_doc_key(pdoc, nnode), teskxml_doc_value(pdoc, nnode), pdoc->pfile,
+                              pdoc->pnode[nnode].line, context);
             }
         }
     }

@@ -1,83 +1,147 @@
 /*
- * The tree of one file. Its size is bounded before the file is parsed: an element needs a "<" of its own, and the texts
- * never get longer than the file, as each name comes with more than a NUL around it and a reference is longer than what
- * it stands for. So one allocation suffices, and one free undoes everything.
+ * The elements of one file. Their size is bounded before the file is parsed: an element needs a "<" of its own, a key has
+ * its limit, and the values never get longer than the file, as a reference is longer than what it stands for. So one
+ * allocation suffices, and one free undoes everything. What the bound exceeds the need by is never touched.
  */
 #include "teskxml_doc.h"
 
 #include "teskxml_tools.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
+/* Without a branch, so that the compiler makes it look at many bytes at once. Comments count too; it is a bound. */
 static uint32_t teskxml_countelements(const char* pdata, size_t nsize)
 {
     uint32_t ncount = 0;
-    const char* pend = pdata + nsize;
-    const char* pchar = pdata;
 
-    while (ncount < TESKXML_MAX_KEYS &&
-           (pchar = static_cast<const char*>(memchr(pchar, '<', static_cast<size_t>(pend - pchar)))) != nullptr) {
-        pchar++;
-        if (pchar < pend && *pchar != '/' && *pchar != '!' && *pchar != '?') {
-            ncount++;
-        }
+    for (size_t ninx = 1; ninx < nsize; ninx++) {
+        ncount += static_cast<uint32_t>(pdata[ninx - 1] == '<') & static_cast<uint32_t>(pdata[ninx] != '/');
     }
-    return ncount;
+    return std::min<uint32_t>(ncount, TESKXML_MAX_KEYS);
+}
+
+/* Places of the index: half of them or more stay free, so that a search soon meets a free one. */
+static size_t teskxml_countplaces(uint32_t nnodes)
+{
+    size_t nplaces = 2;
+
+    while (nplaces < 2 * static_cast<size_t>(nnodes)) {
+        nplaces *= 2;
+    }
+    return nplaces;
 }
 
 PTESKXML_DOC teskxml_doc_create(int nkind, const char* pfile, const char* pdata, size_t nsize)
 {
     uint32_t nnodes = teskxml_countelements(pdata, nsize);
+    size_t nplaces = teskxml_countplaces(nnodes);
+    size_t nmaxtext = nnodes * static_cast<size_t>(TESKXML_MAX_KEY + 2) + nsize; /* with the NULs of key and value */
     size_t nfilelen = strlen(pfile) + 1;
-    size_t nbytes = sizeof(TESKXML_DOC) + nnodes * sizeof(TESKXML_NODE) + nsize + nfilelen;
-    PTESKXML_DOC pdoc = static_cast<PTESKXML_DOC>(malloc(nbytes));
+    PTESKXML_DOC pdoc = static_cast<PTESKXML_DOC>(
+        malloc(sizeof(TESKXML_DOC) + nnodes * sizeof(TESKXML_NODE) + nplaces * sizeof(uint32_t) + nfilelen + nmaxtext));
 
     static_assert(sizeof(TESKXML_DOC) % alignof(TESKXML_NODE) == 0, "the elements follow the document");
+    static_assert(sizeof(TESKXML_NODE) % alignof(uint32_t) == 0, "the index follows the elements");
     if (pdoc != nullptr) {
         *pdoc = {};
         pdoc->kind = nkind;
         pdoc->users = 1;
         pdoc->pnode = reinterpret_cast<TESKXML_NODE*>(pdoc + 1);
         pdoc->maxnodes = nnodes;
-        pdoc->ptext = reinterpret_cast<char*>(pdoc->pnode + nnodes);
-        pdoc->maxtext = nsize;
-        pdoc->pfile = static_cast<char*>(memcpy(pdoc->ptext + nsize, pfile, nfilelen));
+        pdoc->pplace = reinterpret_cast<uint32_t*>(pdoc->pnode + nnodes);
+        pdoc->placemask = static_cast<uint32_t>(nplaces - 1);
+        memset(pdoc->pplace, 0xff, nplaces * sizeof(uint32_t));
+        pdoc->pfile = static_cast<char*>(memcpy(pdoc->pplace + nplaces, pfile, nfilelen));
+        pdoc->ptext = reinterpret_cast<char*>(pdoc->pplace + nplaces) + nfilelen;
+        pdoc->maxtext = nmaxtext;
     }
     return pdoc;
 }
 
-uint32_t teskxml_doc_add(PTESKXML_DOC pdoc, uint32_t nparent, const char* pname, size_t nlen, int nline, bool bbranch)
+/* By words, as a key taken byte by byte costs more than all the rest of a search. */
+uint32_t teskxml_hash(const char* pkey, size_t nlen)
 {
-    uint32_t nnode = TESKXML_NONE;
-    TESKXML_NODE* pnode = nullptr;
-    TESKXML_NODE* pparent = nullptr;
+    static constexpr uint64_t nfactor = 0x9e3779b97f4a7c15; /* odd, with bits all over */
+    uint64_t nhash = nlen;
+    uint64_t nword = 0;
 
-    if (pdoc->nodes == pdoc->maxnodes || pdoc->maxtext - pdoc->text <= nlen) {
+    for (; nlen > sizeof(nword); nlen -= sizeof(nword), pkey += sizeof(nword)) {
+        memcpy(&nword, pkey, sizeof(nword));
+        nhash = (nhash ^ nword) * nfactor;
+        nhash ^= nhash >> 32;
+    }
+    nword = 0;
+    memcpy(&nword, pkey, nlen);
+    nhash = (nhash ^ nword) * nfactor;
+    return static_cast<uint32_t>(nhash >> 32);
+}
+
+/* The place of a key in the index: the one that leads to its element, or the free one where it would have to be. */
+static uint32_t* teskxml_place(const TESKXML_DOC* pdoc, const char* pkey, size_t nlen, uint32_t nhash)
+{
+    uint32_t* pplace = nullptr;
+    const TESKXML_NODE* pnode = nullptr;
+    bool bfound = false;
+
+    for (uint32_t nplace = nhash; !bfound; nplace++) {
+        pplace = &pdoc->pplace[nplace & pdoc->placemask];
+        bfound = *pplace == TESKXML_NONE;
+        if (!bfound) {
+            pnode = &pdoc->pnode[*pplace];
+            bfound = pnode->hash == nhash && pnode->keylen == nlen && memcmp(pdoc->ptext + pnode->key, pkey, nlen) == 0;
+        }
+    }
+    return pplace;
+}
+
+/* Writes the key of a new element behind all texts, where it stays if the element is added; result: its length. */
+static size_t teskxml_makekey(PTESKXML_DOC pdoc, uint32_t nparent, const char* pname, size_t nlen)
+{
+    char* pkey = pdoc->ptext + pdoc->text;
+    size_t nparentlen = 0;
+
+    if (pdoc->nodes > 0) {
+        nparentlen = pdoc->pnode[nparent].keylen;
+        memcpy(pkey, teskxml_doc_key(pdoc, nparent), nparentlen);
+    }
+    pkey[nparentlen] = '/';
+    memcpy(pkey + nparentlen + 1, pname, nlen + 1);
+    return nparentlen + 1 + nlen;
+}
+
+bool teskxml_doc_add(PTESKXML_DOC pdoc, uint32_t nparent, const char* pname, size_t nlen, uint32_t* pnumber)
+{
+    bool badded = false;
+    size_t nkeylen = 0;
+    uint32_t nhash = 0;
+    uint32_t* pplace = nullptr;
+    TESKXML_NODE* pnode = nullptr;
+
+    *pnumber = TESKXML_NONE;
+    if (pdoc->nodes == pdoc->maxnodes || pdoc->maxtext - pdoc->text < TESKXML_MAX_KEY + 1) {
         goto monp_exit_func;
     }
-    nnode = pdoc->nodes++;
-    pnode = &pdoc->pnode[nnode];
-    *pnode = {};
-    pnode->parent = nparent;
-    pnode->name = static_cast<uint32_t>(pdoc->text);
-    pnode->namelen = static_cast<uint16_t>(nlen);
-    pnode->keylen = static_cast<uint16_t>(1 + nlen);
-    pnode->line = nline;
-    pnode->branch = bbranch;
-    if (nnode != 0) {
-        pparent = &pdoc->pnode[nparent];
-        pnode->keylen = static_cast<uint16_t>(pnode->keylen + pparent->keylen);
-        pnode->prev = pparent->last;
-        pparent->last = nnode;
-        pparent->branch = true;
+    nkeylen = teskxml_makekey(pdoc, nparent, pname, nlen);
+    nhash = teskxml_hash(pdoc->ptext + pdoc->text, nkeylen);
+    pplace = teskxml_place(pdoc, pdoc->ptext + pdoc->text, nkeylen, nhash);
+    badded = *pplace == TESKXML_NONE;
+    if (badded) {
+        *pplace = pdoc->nodes++;
+        pnode = &pdoc->pnode[*pplace];
+        *pnode = {};
+        pnode->parent = nparent;
+        pnode->key = static_cast<uint32_t>(pdoc->text);
+        pnode->hash = nhash;
+        pnode->keylen = static_cast<uint16_t>(nkeylen);
+        pnode->namelen = static_cast<uint16_t>(nlen);
+        pdoc->text += nkeylen + 1;
     }
-    memcpy(pdoc->ptext + pdoc->text, pname, nlen);
-    pdoc->ptext[pdoc->text + nlen] = '\0';
-    pdoc->text += nlen + 1;
+    *pnumber = *pplace;
 
 monp_exit_func:
-    return nnode;
+    return badded;
 }
 
 bool teskxml_doc_addtext(PTESKXML_DOC pdoc, const char* ptext, size_t nlen)
@@ -111,106 +175,39 @@ bool teskxml_doc_endtext(PTESKXML_DOC pdoc)
     return bfits;
 }
 
+const char* teskxml_doc_key(const TESKXML_DOC* pdoc, uint32_t nnode)
+{
+    return pdoc->ptext + pdoc->pnode[nnode].key;
+}
+
 const char* teskxml_doc_name(const TESKXML_DOC* pdoc, uint32_t nnode)
 {
-    return pdoc->ptext + pdoc->pnode[nnode].name;
+    return teskxml_doc_key(pdoc, nnode) + pdoc->pnode[nnode].keylen - pdoc->pnode[nnode].namelen;
 }
 
 const char* teskxml_doc_value(const TESKXML_DOC* pdoc, uint32_t nnode)
 {
     const TESKXML_NODE* pnode = &pdoc->pnode[nnode];
 
-    /* An empty value has no NUL of its own; the one of the name serves. */
-    return pdoc->ptext + pnode->name + pnode->namelen + (pnode->valuelen > 0 ? 1 : 0);
+    /* An empty value has no NUL of its own; the one of the key serves. */
+    return pdoc->ptext + pnode->key + pnode->keylen + (pnode->valuelen > 0 ? 1 : 0);
 }
 
-void teskxml_doc_key(const TESKXML_DOC* pdoc, uint32_t nnode, char* pkey)
+uint32_t teskxml_doc_find(const TESKXML_DOC* pdoc, const char* pkey, size_t nlen, uint32_t nhash)
 {
-    const TESKXML_NODE* pnode = nullptr;
-    size_t nend = pdoc->pnode[nnode].keylen;
-
-    pkey[nend] = '\0';
-    while (nend > 0) {
-        pnode = &pdoc->pnode[nnode];
-        nend -= pnode->namelen;
-        memcpy(pkey + nend, pdoc->ptext + pnode->name, pnode->namelen);
-        pkey[--nend] = '/';
-        nnode = pnode->parent;
-    }
-}
-
-/* Siblings mostly differ in length or first byte; that spares the call. */
-static bool teskxml_isnamed(const TESKXML_DOC* pdoc, uint32_t nnode, const char* pname, size_t nlen)
-{
-    const char* pown = teskxml_doc_name(pdoc, nnode);
-
-    return pdoc->pnode[nnode].namelen == nlen && pown[0] == pname[0] && memcmp(pown, pname, nlen) == 0;
-}
-
-/* Length of the name at the start of a key's rest; names are too short for a library call to pay. */
-static size_t teskxml_namelength(const char* pname)
-{
-    size_t nlen = 0;
-
-    while (pname[nlen] != '\0' && pname[nlen] != '/') {
-        nlen++;
-    }
-    return nlen;
-}
-
-uint32_t teskxml_doc_child(const TESKXML_DOC* pdoc, uint32_t nparent, const char* pname, size_t nlen)
-{
-    uint32_t nnode = pdoc->pnode[nparent].last;
-
-    while (nnode != 0 && !teskxml_isnamed(pdoc, nnode, pname, nlen)) {
-        nnode = pdoc->pnode[nnode].prev;
-    }
-    return nnode != 0 ? nnode : TESKXML_NONE;
-}
-
-uint32_t teskxml_doc_find(const TESKXML_DOC* pdoc, const char* pkey)
-{
-    uint32_t nnode = TESKXML_NONE;
-    size_t nlen = 0;
-
-    if (*pkey == '/') {
-        nlen = teskxml_namelength(pkey + 1);
-        nnode = teskxml_isnamed(pdoc, 0, pkey + 1, nlen) ? 0 : TESKXML_NONE;
-        pkey += 1 + nlen;
-    }
-    while (nnode != TESKXML_NONE && *pkey == '/') {
-        nlen = teskxml_namelength(pkey + 1);
-        nnode = teskxml_doc_child(pdoc, nnode, pkey + 1, nlen);
-        pkey += 1 + nlen;
-    }
-    return nnode;
-}
-
-/* Compares the children of two elements of one key. Goes down as far as the documents are deep. */
-static bool teskxml_clashbelow(const TESKXML_DOC* pdoc, uint32_t nparent, const TESKXML_DOC* potherdoc,
-                               uint32_t notherparent, uint32_t* pclash, uint32_t* pother)
-{
-    bool bclash = false;
-    uint32_t nnode = pdoc->pnode[nparent].last;
-    uint32_t nother = TESKXML_NONE;
-
-    for (; nnode != 0 && !bclash; nnode = pdoc->pnode[nnode].prev) {
-        nother = teskxml_doc_child(potherdoc, notherparent, teskxml_doc_name(pdoc, nnode), pdoc->pnode[nnode].namelen);
-        if (nother == TESKXML_NONE) {
-            continue;
-        }
-        if (pdoc->pnode[nnode].branch && potherdoc->pnode[nother].branch) {
-            bclash = teskxml_clashbelow(pdoc, nnode, potherdoc, nother, pclash, pother);
-        } else {
-            *pclash = nnode;
-            *pother = nother;
-            bclash = true;
-        }
-    }
-    return bclash;
+    return *teskxml_place(pdoc, pkey, nlen, nhash);
 }
 
 bool teskxml_doc_clash(const TESKXML_DOC* pdoc, const TESKXML_DOC* potherdoc, uint32_t* pclash, uint32_t* pother)
 {
-    return teskxml_clashbelow(pdoc, 0, potherdoc, 0, pclash, pother);
+    bool bclash = false;
+    const TESKXML_NODE* pnode = nullptr;
+
+    for (uint32_t nnode = 0; nnode < pdoc->nodes && !bclash; nnode++) {
+        pnode = &pdoc->pnode[nnode];
+        *pclash = nnode;
+        *pother = teskxml_doc_find(potherdoc, teskxml_doc_key(pdoc, nnode), pnode->keylen, pnode->hash);
+        bclash = *pother != TESKXML_NONE && !(pnode->branch && potherdoc->pnode[*pother].branch);
+    }
+    return bclash;
 }

@@ -1,5 +1,5 @@
 /*
- * One loaded file: its elements as a tree, kept in one block of memory together with their texts.
+ * One loaded file: its elements with their keys and values and an index to them, in one block of memory.
  */
 #ifndef TESKXML_DOC_H
 #define TESKXML_DOC_H
@@ -17,19 +17,17 @@ enum __teskxml_dockind__ {
 };
 
 /*
- * An element. Elements are numbered from 0, the document element, in the order of their start tags; as that one is
- * nobody's child, 0 also means "none" in last and prev.
+ * An element. Elements are numbered from 0, the document element, in the order of their start tags.
  */
 typedef struct {
-    uint32_t parent;
-    uint32_t last; /* last child */
-    uint32_t prev; /* sibling before it */
-    uint32_t name; /* where the NUL-terminated name starts in the texts; the value follows the name */
-    int32_t line;
-    uint16_t namelen;
+    uint32_t parent; /* the document element is its own */
+    uint32_t key;    /* where the NUL-terminated key starts in the texts; the value follows it */
+    uint32_t hash;   /* of the key */
+    int32_t line;    /* of its start tag */
+    uint16_t keylen;
+    uint16_t namelen; /* the end of the key */
     uint16_t valuelen;
-    uint16_t keylen; /* bytes of the whole key */
-    bool branch;     /* no value: it has child elements, or its place is one where only these may be */
+    bool branch; /* no value: it has child elements, or its place is one where only these may be */
 } TESKXML_NODE;
 
 /*
@@ -44,6 +42,8 @@ typedef struct TESKXML_DOC {
     TESKXML_NODE* pnode;
     uint32_t nodes;
     uint32_t maxnodes;
+    uint32_t* pplace;   /* the index: a key's element is in the place of its hash, or behind it before a free one */
+    uint32_t placemask; /* places, a power of two, less 1 */
     char* ptext;
     size_t text; /* bytes in use */
     size_t maxtext;
@@ -64,13 +64,13 @@ PTESKXML_DOC teskxml_doc_create(int nkind, const char* pfile, const char* pdata,
 /*
  * Adds an element behind all others; the first one is the document element, and its own parent.
  *   nparent  number of the element that it lies in
- *   pname    its name
+ *   pname    its name, NUL-terminated; with it the key is no longer than TESKXML_MAX_KEY
  *   nlen     bytes of the name
- *   nline    line of its start tag
- *   bbranch  whether its place is one for further elements only
- * Result: its number, or TESKXML_NONE when the document is full.
+ *   pnumber  out: its number; if it was not added, that of the element that has its key already, or TESKXML_NONE when
+ *            the document is full
+ * Result: whether it was added. Its line is then 0, and it is no branch.
  */
-uint32_t teskxml_doc_add(PTESKXML_DOC pdoc, uint32_t nparent, const char* pname, size_t nlen, int nline, bool bbranch);
+bool teskxml_doc_add(PTESKXML_DOC pdoc, uint32_t nparent, const char* pname, size_t nlen, uint32_t* pnumber);
 
 /*
  * Appends text to the value of the newest element.
@@ -85,27 +85,22 @@ bool teskxml_doc_addtext(PTESKXML_DOC pdoc, const char* ptext, size_t nlen);
 bool teskxml_doc_endtext(PTESKXML_DOC pdoc);
 
 /*
- * Name and value of an element, NUL-terminated. The value of an element with bbranch is empty.
+ * Key, such as "/root/all/path", name and value of an element, NUL-terminated. The value of a branch is empty.
  */
+const char* teskxml_doc_key(const TESKXML_DOC* pdoc, uint32_t nnode);
 const char* teskxml_doc_name(const TESKXML_DOC* pdoc, uint32_t nnode);
 const char* teskxml_doc_value(const TESKXML_DOC* pdoc, uint32_t nnode);
 
 /*
- * Writes the whole key of an element, "/root/all/path".
- *   pkey  out: TESKXML_MAX_KEY + 1 bytes
- */
-void teskxml_doc_key(const TESKXML_DOC* pdoc, uint32_t nnode, char* pkey);
-
-/*
- * Finds the child of an element by its name, or an element by its whole key, name by name.
+ * Finds an element by its key of nlen bytes and the key's hash, which is the same for every document.
  * Result: its number, or TESKXML_NONE.
  */
-uint32_t teskxml_doc_child(const TESKXML_DOC* pdoc, uint32_t nparent, const char* pname, size_t nlen);
-uint32_t teskxml_doc_find(const TESKXML_DOC* pdoc, const char* pkey);
+uint32_t teskxml_hash(const char* pkey, size_t nlen);
+uint32_t teskxml_doc_find(const TESKXML_DOC* pdoc, const char* pkey, size_t nlen, uint32_t nhash);
 
 /*
  * Finds a key that both documents hold, one of them as a value.
- *   pclash, pother  out: the first such element found, in pdoc and in potherdoc
+ *   pclash, pother  out: the first such element, in pdoc and in potherdoc; meaningless if there is none
  * Result: whether there is one.
  */
 bool teskxml_doc_clash(const TESKXML_DOC* pdoc, const TESKXML_DOC* potherdoc, uint32_t* pclash, uint32_t* pother);

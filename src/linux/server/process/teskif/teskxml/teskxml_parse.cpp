@@ -80,20 +80,16 @@ static const char* teskxml_requiredname(const TESKXML_PARSE* pparse)
 
 static void teskxml_refuseduplicate(TESKXML_PARSE* pparse, uint32_t nfirst)
 {
-    char szkey[TESKXML_MAX_KEY + 1] = "";
-
-    teskxml_doc_key(pparse->pdoc, nfirst, szkey);
-    teskxml_refuse(pparse, TESKXML_RET_FAIL_DUPLICATE, "the key %s is given twice, first in line %d", szkey,
-                   pparse->pdoc->pnode[nfirst].line);
+    teskxml_refuse(pparse, TESKXML_RET_FAIL_DUPLICATE, "the key %s is given twice, first in line %d",
+                   teskxml_doc_key(pparse->pdoc, nfirst), pparse->pdoc->pnode[nfirst].line);
 }
 
-/* Looks at everything about a new element that the tree does not need to be changed for. */
+/* Looks at everything about a new element that can be told before it is added. */
 static void teskxml_checkelement(TESKXML_PARSE* pparse, const char* pname, size_t nlen, const char* pattribute)
 {
     PTESKXML_DOC pdoc = pparse->pdoc;
     const char* prequired = teskxml_requiredname(pparse);
     size_t nparentlen = pparse->depth > 0 ? pdoc->pnode[pparse->current].keylen : 0;
-    uint32_t nfirst = TESKXML_NONE;
 
     if (pattribute != nullptr) {
         teskxml_refuse(pparse, TESKXML_RET_FAIL_FORBIDDEN, "the element %.64s has the attribute %.64s", pname,
@@ -105,12 +101,29 @@ static void teskxml_checkelement(TESKXML_PARSE* pparse, const char* pname, size_
         teskxml_refuse(pparse, TESKXML_RET_FAIL_LIMIT, "more than %d elements within each other", TESKXML_MAX_DEPTH);
     } else if (nparentlen + 1 + nlen > TESKXML_MAX_KEY) {
         teskxml_refuse(pparse, TESKXML_RET_FAIL_LIMIT, "the key gets longer than %d", TESKXML_MAX_KEY);
-    } else if (pparse->depth > 0) {
-        if (pdoc->pnode[pparse->current].valuelen > 0) {
-            teskxml_refuse(pparse, TESKXML_RET_FAIL_FORBIDDEN, "the element %.64s follows a text", pname);
-        } else if ((nfirst = teskxml_doc_child(pdoc, pparse->current, pname, nlen)) != TESKXML_NONE) {
-            teskxml_refuseduplicate(pparse, nfirst);
+    } else if (pparse->depth > 0 && pdoc->pnode[pparse->current].valuelen > 0) {
+        teskxml_refuse(pparse, TESKXML_RET_FAIL_FORBIDDEN, "the element %.64s follows a text", pname);
+    }
+}
+
+/* Adds an element that may be there, and goes into it. */
+static void teskxml_enter(TESKXML_PARSE* pparse, const char* pname, size_t nlen)
+{
+    PTESKXML_DOC pdoc = pparse->pdoc;
+    uint32_t nnode = TESKXML_NONE;
+
+    if (teskxml_doc_add(pdoc, pparse->current, pname, nlen, &nnode)) {
+        pdoc->pnode[nnode].line = teskxml_line(pparse);
+        if (pparse->depth > 0) {
+            pdoc->pnode[pparse->current].branch = true;
         }
+        pdoc->pnode[nnode].branch = pparse->depth < teskxml_branchdepth(pparse);
+        pparse->current = nnode;
+        pparse->depth++;
+    } else if (nnode != TESKXML_NONE) {
+        teskxml_refuseduplicate(pparse, nnode);
+    } else {
+        teskxml_refuse(pparse, TESKXML_RET_FAIL_LIMIT, "more than %d elements", TESKXML_MAX_KEYS);
     }
 }
 
@@ -118,19 +131,12 @@ static void teskxml_onstart(void* puser, const XML_Char* pname, const XML_Char**
 {
     TESKXML_PARSE* pparse = static_cast<TESKXML_PARSE*>(puser);
     size_t nlen = strlen(pname);
-    uint32_t nnode = 0;
 
     if (pparse->result == TESKXML_RET_SUCCESS) {
         teskxml_checkelement(pparse, pname, nlen, ppattribute[0]);
     }
     if (pparse->result == TESKXML_RET_SUCCESS) {
-        nnode = teskxml_doc_add(pparse->pdoc, pparse->current, pname, nlen, teskxml_line(pparse),
-                                pparse->depth < teskxml_branchdepth(pparse));
-        if (nnode == TESKXML_NONE) {
-            teskxml_refuse(pparse, TESKXML_RET_FAIL_LIMIT, "more than %d elements", TESKXML_MAX_KEYS);
-        }
-        pparse->current = nnode;
-        pparse->depth++;
+        teskxml_enter(pparse, pname, nlen);
     }
 }
 

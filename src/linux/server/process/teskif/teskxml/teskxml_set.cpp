@@ -61,15 +61,13 @@ int teskxml_set_release(PTESKXML_DOC* ppdoc, const char* pwhat)
 static int teskxml_checkclash(const TESKXML_DOC* pdoc)
 {
     int nfuncret = TESKXML_RET_SUCCESS;
-    char szkey[TESKXML_MAX_KEY + 1] = "";
     uint32_t nclash = 0;
     uint32_t nother = 0;
 
     for (const TESKXML_DOC* pother = gset.pfirst; pother != nullptr; pother = pother->pnext) {
         if (teskxml_doc_clash(pdoc, pother, &nclash, &nother)) {
-            teskxml_doc_key(pdoc, nclash, szkey);
             nfuncret = teskxml_fail(TESKXML_RET_FAIL_DUPLICATE, pdoc->pfile, pdoc->pnode[nclash].line, 1,
-                                    "the key %s is given twice, first in line %d of %s", szkey,
+                                    "the key %s is given twice, first in line %d of %s", teskxml_doc_key(pdoc, nclash),
                                     pother->pnode[nother].line, pother->pfile);
             break;
         }
@@ -139,10 +137,12 @@ int teskxml_set_lookup(const char* pkey, const TESKXML_DOC** ppdoc, uint32_t* pn
 {
     int nfuncret = TESKXML_RET_FAIL_NOKEY;
     uint32_t nnode = TESKXML_NONE;
+    size_t nlen = strlen(pkey);
+    uint32_t nhash = teskxml_hash(pkey, nlen);
 
     for (const TESKXML_DOC* pdoc = gset.pfirst; pdoc != nullptr && nfuncret != TESKXML_RET_SUCCESS;
          pdoc = pdoc->pnext) {
-        nnode = teskxml_doc_find(pdoc, pkey);
+        nnode = teskxml_doc_find(pdoc, pkey, nlen, nhash);
         if (nnode != TESKXML_NONE) {
             nfuncret = pdoc->pnode[nnode].branch ? TESKXML_RET_FAIL_NOVALUE : TESKXML_RET_SUCCESS;
             *ppdoc = pdoc;

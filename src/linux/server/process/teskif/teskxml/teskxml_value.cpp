@@ -11,11 +11,8 @@
 /* Tells about a value that cannot be read as asked for. */
 static int teskxml_badvalue(int ncode, const TESKXML_DOC* pdoc, uint32_t nnode)
 {
-    char szkey[TESKXML_MAX_KEY + 1] = "";
-
-    teskxml_doc_key(pdoc, nnode, szkey);
-    return teskxml_fail(ncode, pdoc->pfile, pdoc->pnode[nnode].line, 1, "%s is \"%.64s\": %s", szkey,
-                        teskxml_doc_value(pdoc, nnode), teskxml_codetext(ncode));
+    return teskxml_fail(ncode, pdoc->pfile, pdoc->pnode[nnode].line, 1, "%s is \"%.64s\": %s",
+                        teskxml_doc_key(pdoc, nnode), teskxml_doc_value(pdoc, nnode), teskxml_codetext(ncode));
 }
 
 int teskxml_value_text(const TESKXML_DOC* pdoc, uint32_t nnode, void* pdest, size_t ncapacity)
