@@ -1,4 +1,4 @@
-# Shared by demo.sh, test.sh and .ci/run: progress lines, missing packages, a build of one preset.
+# Shared by demo.sh, test.sh, bench/run.sh and .ci/run: progress lines, missing packages, a build of one preset.
 # Sourced by a script that stands in the top directory.
 
 set -euo pipefail
@@ -53,4 +53,5 @@ run_tests() {
 
 build_packages="g++ cmake ninja-build libexpat1-dev"
 test_packages="libgtest-dev libgmock-dev libxml2-utils mandoc util-linux tar gzip"
+bench_packages="libbenchmark-dev libspdlog-dev libxml2-dev libpugixml-dev"
 lint_packages="clang clang-tidy clang-format libclang-rt-14-dev"
