@@ -50,7 +50,7 @@ static const Line LINES[] = {
     { "--a", "", "a -1  -1 -1 0" },
     { "--" + x(29), "", x(29) + " -1  -1 -1 0" },
     { "--" + x(30), "invalid type.", " -1  -1 -1 0" },
-    { "--dusko|--pelkant", "invalid type.", "dusko -1  -1 -1 0" },
+    { "--d|--pelkant", "invalid type.", "d -1  -1 -1 0" },
     { "-x|--dusko", "unknown option. (val=-x)", " -1  -1 -1 0" },
     { "dusko", "unknown option. (val=dusko)", " -1  -1 -1 0" },
     { "-n|-N|--dusko", "", "dusko -1  -1 -1 -1" },

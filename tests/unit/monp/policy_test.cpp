@@ -78,6 +78,7 @@ TEST_F(Monitor, XmlListNotesEachLoadAndTakesOutTheFirstOfAName)
     load({ "all", "monp", x(31), "monp" });
     EXPECT_EQ(MONP_RET_FAIL_UNKNOWN, monp_xml_loadpolicy(arg(x(32).c_str())));
     EXPECT_EQ(0u, xml.loaded.count(x(32)));
+    EXPECT_EQ(1u, journal.count("error:"));
     EXPECT_EQ("all monp " + x(31) + " monp ", listed());
     EXPECT_EQ(MONP_RET_SUCCESS, monp_xml_unloadpolicy(arg("monp")));
     EXPECT_EQ("all " + x(31) + " monp ", listed());
