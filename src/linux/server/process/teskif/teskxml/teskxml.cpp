@@ -215,6 +215,7 @@ int xmllib_unload_policy(const char* name)
     return nfuncret;
 }
 
+// NOLINTNEXTLINE(readability-non-const-parameter): the signature is the closed library's
 int xmllib_get_value(const char* key, int kind, void* destination, int* capacity)
 {
     int nfuncret = teskxml_checkopen();
@@ -248,10 +249,11 @@ int teskxml_walk(TESKXML_VISIT visit, void* context)
     int nfuncret = teskxml_checkopen();
     int nstop = 0;
 
-    if (nfuncret == TESKXML_RET_SUCCESS && visit == nullptr) {
-        nfuncret = teskxml_missing("the operation to call");
-    }
     if (nfuncret != TESKXML_RET_SUCCESS) {
+        goto monp_exit_func;
+    }
+    if (visit == nullptr) {
+        nfuncret = teskxml_missing("the operation to call");
         goto monp_exit_func;
     }
     for (const TESKXML_DOC* pdoc = teskxml_set_first(); pdoc != nullptr; pdoc = pdoc->pnext) {

