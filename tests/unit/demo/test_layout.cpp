@@ -1,133 +1,102 @@
 /*
- * The laid-out sample installation: what the policy library demands of its files, and that policy, programs and
- * directories fit together. The build it is laid out from has placeholders for the monitor and the libraries.
+ * The schemas of the policy files, and the laid-out sample installation: what the policy library demands of its files,
+ * and that policy, programs and directories fit together.
  */
 #include "demo_support.h"
 
-#include <gtest/gtest.h>
+#include <array>
 
-using namespace demo;
+/* Looks at the file $f with the schema named after it, else with the one that all services share. */
+static const std::string gvalidate =
+    "s=source/schema/$(basename $f .xml).rng; test -e $s || s=source/schema/service.rng; "
+    "xmllint --noout --relaxng $s $f";
 
-namespace {
+TEST_F(Demo, SchemaTellsWhatTheMonitorTakesFromWhatItRefuses)
+{
+    const auto sized = [](const std::string& start, size_t count) { return start + std::string(count, 'a'); };
+    /* A sample, a pattern in it, and what takes its place: once to be taken, once to be refused. */
+    const std::array<std::string, 4> changes[] = {
+        { "monp.xml", "<rotate>5</rotate>", "", "<rotat>5</rotat>" },
+        { "monp.xml", "<service>.*</service>", "&", "" },
+        { "dusko.xml", "</dusko>", "&", "<use>1</use>&" },
+        { "pm.xml", "<pm>.*</pm>", "<pm/>", "<all/>" },
+        { "all.xml", "<core>1</core>", "&", "&&" },
+        { "all.xml", "<core>1", "<core>\\n +001 ", "<core unit=\"\">1" },
+        { "all.xml", "<stacksize>0", "<stacksize>2147483647", "<stacksize>2147483648" },
+        { "monp.xml", "<level>4", "<level>-1", "<level>12abc" },
+        { "monp.xml", "<action>2", "<action>5", "<action>6" },
+        { "monp.xml", "<child_timeout>10", "<child_timeout>1", "<child_timeout>0" },
+        { "monp.xml", "<rotate>5", "<rotate>9999999", "<rotate>10000000" },
+        { "all.xml", "<path>@INSTPATH@", sized("<path>", 1022), sized("<path>", 1023) },
+        { "dusko.xml", "<path>[^<]*", sized("<path>", 1023), "<path> " },
+        { "dusko.xml", "<type>[^<]*", sized("<type> ", 31), sized("<type>", 32) },
+        { "monp.xml", "<param>[^<]*", sized("<param>a  ", 252), sized("<param>a  ", 253) },
+    };
+    const auto check = [](const std::string& file, const std::string& pattern, const std::string& text) {
+        return "f=" + file + "; sed -z 's#" + pattern + "#" + text + "#' source/etc/policy/$f >$f; " + gvalidate;
+    };
+    for (const auto& [file, pattern, good, bad] : changes) {
+        sh(check(file, pattern, good));
+        sh(check(file, pattern, bad), 3, "fails to validate");
+    }
+}
 
-class Layout : public testing::Test {
+class Layout : public Demo {
 protected:
     void SetUp() override
     {
         if (geteuid() != 0) {
             GTEST_SKIP() << "the installation has to belong to root";
         }
-        fs::create_directories(build / "bin");
-        fs::create_directories(build / "lib");
-        for (const char* program : { "sample_service", "sample_collect", "sample_cl", "sample_down" }) {
-            fs::copy(BIN / program, build / "bin");
-        }
-        for (const char* file : { "bin/monp", "lib/libtesklog.so.1.0", "lib/libteskxml.so.1.0" }) {
-            write_file(build / file, "");
-        }
+        sh("mkdir -p build/bin build/lib; cp built/sample_* build/bin");
+        sh("touch build/bin/monp build/lib/libtesklog.so.1.0 build/lib/libteskxml.so.1.0");
     }
-
-    Outcome lay_out(const fs::path& into) const
+    std::string value(const std::string& section, const std::string& key) const
     {
-        return run({ SOURCE / "layout.sh", build, into }, "/");
+        const std::string file = " inst/etc/policy/" + section + ".xml";
+        const std::string text = sh("xmllint --xpath 'string(/root/" + section + "/" + key + ")'" + file);
+        return text.substr(0, text.find('\n'));
     }
-    std::string value(const std::string& file, const std::string& key) const
+    void expect_run(const std::string& service) const
     {
-        const std::string text =
-            run({ "/usr/bin/xmllint", "--xpath", "string(" + key + ")", target / "etc" / file }, "/").text;
-        return text.substr(0, text.find_last_not_of('\n') + 1);
+        const std::string param = value("monp", "service/" + service + "/param");
+        sh("cd inst/bin; exec ../" + value(service, "path") + " " + param + " exit 6", 6);
+        sh("cd inst; test -s log/sample_" + service + ".log && test -p run/" + service + ".ctl");
     }
-
-    TempDir temp;
-    fs::path build = temp.path / "build";
-    fs::path target = temp.path / "a & b|<c> \\1 'd'/inst";
 };
 
-TEST_F(Layout, FilesAreWellFormedAndTrustworthy)
+TEST_F(Layout, FitsTogether)
 {
-    ASSERT_EQ(0, lay_out(target).status);
-    for (const auto& entry : fs::recursive_directory_iterator(target)) {
-        struct stat status = {};
-        ASSERT_EQ(0, lstat(entry.path().c_str(), &status));
-        EXPECT_EQ(0U, status.st_uid) << entry.path();
-        EXPECT_EQ(0U, status.st_mode & (S_IWGRP | S_IWOTH)) << entry.path();
-        EXPECT_TRUE(S_ISREG(status.st_mode) || S_ISDIR(status.st_mode)) << entry.path();
-        if (entry.path().extension() == ".xml") {
-            const Outcome lint = run({ "/usr/bin/xmllint", "--noout", entry.path() }, "/");
-            EXPECT_EQ(0, lint.status) << lint.text;
-            EXPECT_EQ(std::string::npos, read_file(entry.path()).find('@')) << entry.path();
-        }
+    const std::string target = "a & b|<c> \\1 'd'/inst";
+    sh("source/layout.sh build \"" + target + "\" && ln -s \"" + target + "\" inst");
+    EXPECT_EQ("", sh("find inst/ -not -user root -or -perm /022 -or -not -type f -not -type d"));
+    sh("for f in inst/etc/*.xml inst/etc/policy/*.xml; do " + gvalidate + " || exit; done");
+    sh("diff -r source/schema inst/etc/schema");
+    EXPECT_EQ(home / target, value("all", "path"));
+    EXPECT_EQ(home / target / "var/lock/monp", value("pm", "lockf"));
+    sh("cd inst; test -e " + value("monp", "elog/path") + " -a -d $(dirname " + value("monp", "elog/arcpath") + ")");
+    for (const std::string section : { "monp", "cl", "down", "dusko", "pelkant", "tamzile", "goru", "lenk" }) {
+        EXPECT_EQ(section, value(section, "type"));
+        sh("test -x inst/" + value(section, "path"));
     }
-    EXPECT_EQ(target, value("policy/all.xml", "/root/all/path"));
-    EXPECT_EQ(target / "var/lock/monp", value("policy/pm.xml", "/root/pm/lockf"));
-    EXPECT_FALSE(fs::exists(target / "work/service"));
-}
-
-TEST_F(Layout, EverySectionHoldsItsOwnKeysAndNamesAProgram)
-{
-    ASSERT_EQ(0, lay_out(target).status);
-    for (const auto& entry : fs::directory_iterator(target / "etc/policy")) {
-        const std::string file = "policy/" + entry.path().filename().string();
-        const std::string section = entry.path().stem();
-        EXPECT_EQ("1", value(file, "count(/root/*)")) << file;
-        EXPECT_EQ("1", value(file, "count(/root/" + section + ")")) << file;
-        EXPECT_EQ("0", value(file, "count(//@*)")) << file;
-        if (section != "all" && section != "pm") {
-            const fs::path program = target / value(file, "/root/" + section + "/path");
-            EXPECT_EQ(section, value(file, "/root/" + section + "/type"));
-            EXPECT_EQ(0, access(program.c_str(), X_OK)) << program;
-        }
-    }
-    EXPECT_TRUE(fs::exists(target / value("policy/monp.xml", "/root/monp/elog/path")));
-    EXPECT_TRUE(fs::exists((target / value("policy/monp.xml", "/root/monp/elog/arcpath")).parent_path()));
-}
-
-TEST_F(Layout, EveryPolicyFileFitsItsSchema)
-{
-    ASSERT_EQ(0, lay_out(target).status);
-    int files = 0;
-    for (const auto& entry : fs::recursive_directory_iterator(target / "etc")) {
-        if (entry.path().extension() == ".xml") {
-            const fs::path schema = schema_of(target / "etc/schema", entry.path());
-            const Outcome lint = run({ "/usr/bin/xmllint", "--noout", "--relaxng", schema, entry.path() }, "/");
-            EXPECT_EQ(0, lint.status) << lint.text;
-            files++;
-        }
-    }
-    EXPECT_EQ(11, files);
-}
-
-TEST_F(Layout, EveryServiceRunsWithItsParam)
-{
-    ASSERT_EQ(0, lay_out(target).status);
-    for (const std::string type : { "dusko", "pelkant", "tamzile", "goru", "lenk" }) {
-        const std::string param = value("policy/monp.xml", "/root/monp/service/" + type + "/param");
-        EXPECT_LE(param.size(), 255U);
-        std::vector<std::string> words = split(param + " exit 6");
-        words.insert(words.begin(), target / "bin" / ("sample_" + type));
-        const pid_t pid = spawn(words, target / "bin");
-        EXPECT_EQ(6 << 8, wait_for_end(pid)) << param;
-        EXPECT_NE("", read_file(target / "log" / ("sample_" + type + ".log")));
-        EXPECT_TRUE(fs::is_fifo(target / "run" / (type + ".ctl")));
+    for (const std::string service : { "dusko", "pelkant", "tamzile", "goru", "lenk" }) {
+        expect_run(service);
     }
 }
 
 TEST_F(Layout, RefusesWhatItCannotLayOut)
 {
-    write_file(temp.path / "file", "");
-    EXPECT_EQ(1, lay_out(temp.path).status); // not empty
-    EXPECT_EQ(2, lay_out(temp.path / "a\nb").status);
-    EXPECT_EQ(2, lay_out(temp.path / "a\n").status);
-    EXPECT_EQ(2, lay_out(temp.path / "a ").status);
-    EXPECT_EQ(2, lay_out(temp.path / "a\xff").status);
-    EXPECT_EQ(2, lay_out(temp.path / std::string(200, 'a') / std::string(250, 'b') / std::string(250, 'c') /
-                         std::string(250, 'd'))
-                     .status);
-
-    fs::remove(build / "bin/monp");
-    const Outcome incomplete = lay_out(target);
-    EXPECT_EQ(1, incomplete.status);
-    EXPECT_NE(std::string::npos, incomplete.text.find("no bin/monp")) << incomplete.text;
+    const std::string level = "/" + std::string(250, 'd');
+    const std::tuple<std::string, int, const char*> targets[] = {
+        { ".", 1, "is not empty" },
+        { "'a\nb'", 2, "cannot be the installation directory" },
+        { "'a\n'", 2, "cannot be the installation directory" },
+        { "'a '", 2, "cannot be the installation directory" },
+        { "'a\xff'", 2, "is no UTF-8 text" },
+        { level + level + level + level, 2, "is longer than 900 bytes" },
+        { "inst; rm -r build/bin/monp inst; source/layout.sh build inst", 1, "no bin/monp" },
+    };
+    for (const auto& [target, status, message] : targets) {
+        sh("source/layout.sh build " + target, status, message);
+    }
 }
-
-} // namespace

@@ -3,204 +3,89 @@
  */
 #include "demo_support.h"
 
-#include <gtest/gtest.h>
-
-#include <array>
-#include <cstdlib>
-#include <set>
-
-using namespace demo;
-
-namespace {
-
-class Programs : public testing::Test {
+class Programs : public Demo {
 protected:
     void SetUp() override
     {
-        for (const char* directory : { "bin", "log", "work", "work/dump", "archive" }) {
-            fs::create_directory(home / directory);
-        }
-        for (const char* program : { "sample_collect", "sample_cl", "sample_down" }) {
-            fs::copy(BIN / program, home / "bin");
-        }
-        write_file(home / "log/a.log", "a\n");
+        sh("mkdir -p bin log/old work/dump archive; cp built/sample_c* built/sample_down bin; echo a >log/a.log");
+    }
+    std::string member(const std::string& archive, const std::string& name) const
+    {
+        return sh("tar xzOf archive/" + archive + " " + name);
     }
 
-    std::vector<std::string> collector(const std::vector<std::string>& more) const
-    {
-        std::vector<std::string> words = { home / "bin/sample_collect", "-t", "monp-dusko", "-l", "-o", archive };
-        words.insert(words.end(), more.begin(), more.end());
-        return words;
-    }
-    Outcome collect(const std::vector<std::string>& more = {}) const
-    {
-        return run(collector(more), home / "bin");
-    }
-    std::set<std::string> members(const std::string& name) const
-    {
-        std::istringstream text(run({ "/bin/tar", "tzf", name }, home).text);
-        std::set<std::string> names;
-        for (std::string line; std::getline(text, line);) {
-            names.insert(line);
-        }
-        return names;
-    }
-    std::string member(const std::string& name, const std::string& file) const
-    {
-        return run({ "/bin/tar", "xzOf", name, file }, home).text;
-    }
-    /* Archives without their common beginning; a working directory left behind would show here too. */
-    std::set<std::string> archives() const
-    {
-        std::set<std::string> names;
-        for (const auto& entry : fs::directory_iterator(home / "archive")) {
-            names.insert(entry.path().filename());
-        }
-        return names;
-    }
-
-    TempDir temp;
-    fs::path home = temp.path;
-    std::string archive = home / "archive/e.tgz";
+    const std::string collect = "bin/sample_collect -t monp-dusko -l -o archive/e.tgz ";
 };
 
-using Names = std::set<std::string>;
-
-TEST_F(Programs, CollectorPacksPlainFilesOnly)
+TEST_F(Programs, CollectorPacksPlainFilesOfUsualSizeOnly)
 {
-    fs::create_directory(home / "log/old");
-    write_file(home / "log/old/b c.log", "b\n");
-    write_file(home / "work/dump/core", "c\n");
-    write_file(home / "secret", "s\n");
-    fs::create_symlink("../secret", home / "log/link");
-    fs::create_directory_symlink("..", home / "log/linkdir");
-    ASSERT_EQ(0, mkfifo((home / "log/fifo").c_str(), 0600));
+    sh("echo b >'log/old/b c.log'; echo c >work/dump/core; truncate -s 65M log/big.log");
+    sh("echo s >secret; ln -s ../secret log/link; ln -s .. log/linkdir; mkfifo log/fifo");
 
-    EXPECT_EQ(0, collect().status);
-    EXPECT_EQ((Names{ "about.txt", "log/a.log", "log/old/b c.log" }), members(archive));
-    EXPECT_EQ("b\n", member(archive, "log/old/b c.log"));
-    EXPECT_NE(std::string::npos, member(archive, "about.txt").find("types: monp-dusko\n"));
-    EXPECT_EQ(fs::perms(0600), fs::status(archive).permissions());
+    sh(collect);
+    EXPECT_EQ("about.txt\nlog/a.log\nlog/old/b c.log\n", sh("tar tzf archive/e.tgz | sort"));
+    EXPECT_EQ("b\n", member("e.tgz", "'log/old/b c.log'"));
+    sh("tar xzf archive/e.tgz about.txt && grep -x 'types: monp-dusko' about.txt");
+    sh("grep -x 'log/big.log (68157440 bytes)' about.txt");
+    EXPECT_EQ(fs::perms(0600), fs::status(home / "archive/e.tgz").permissions());
 
-    EXPECT_EQ(0, collect({ "-d" }).status);
-    EXPECT_TRUE(members(archive).contains("work/dump/core"));
+    sh(collect + "-d");
+    EXPECT_EQ("c\n", member("e.tgz", "work/dump/core"));
 }
 
-TEST_F(Programs, CollectorLeavesOutWhatIsTooBigAndSaysSo)
+TEST_F(Programs, CollectorKeepsAsManyOlderArchivesAsTold)
 {
-    write_file(home / "log/big.log", "");
-    fs::resize_file(home / "log/big.log", 65 << 20);
-    EXPECT_EQ(0, collect().status);
-    EXPECT_EQ((Names{ "about.txt", "log/a.log" }), members(archive));
-    EXPECT_NE(std::string::npos, member(archive, "about.txt").find("log/big.log (68157440 bytes)"));
-}
+    sh("for i in 1 2 3 4; do echo $i >log/a.log; " + collect + "-r 2 || exit; done");
+    EXPECT_EQ("e.tgz\ne.tgz.1\ne.tgz.2\n", sh("ls -A archive"));
+    EXPECT_EQ("4\n", member("e.tgz", "log/a.log"));
+    EXPECT_EQ("3\n", member("e.tgz.1", "log/a.log"));
+    EXPECT_EQ("2\n", member("e.tgz.2", "log/a.log"));
 
-TEST_F(Programs, CollectorRotates)
-{
-    for (const char* text : { "1", "2", "3", "4" }) {
-        write_file(home / "log/a.log", text);
-        EXPECT_EQ(0, collect({ "-r", "2" }).status);
+    const std::pair<const char*, const char*> counts[] = {
+        { "-r 1", "2\n" }, { "-r 0", "1\n" }, { "-r -5", "6\n" }, { "", "6\n" }
+    };
+    for (const auto& [count, archives] : counts) {
+        sh("for i in 1 2 3 4 5 6; do echo $i >archive/e.tgz.$i; done");
+        sh(collect + count);
+        EXPECT_EQ(archives, sh("ls -A archive | wc -l")) << count;
     }
-    EXPECT_EQ((Names{ "e.tgz", "e.tgz.1", "e.tgz.2" }), archives());
-    EXPECT_EQ("4", member(archive, "log/a.log"));
-    EXPECT_EQ("3", member(archive + ".1", "log/a.log"));
-    EXPECT_EQ("2", member(archive + ".2", "log/a.log"));
-
-    EXPECT_EQ(0, collect({ "-r", "1" }).status);
-    EXPECT_EQ("4", member(archive + ".1", "log/a.log"));
-    EXPECT_EQ((Names{ "e.tgz", "e.tgz.1" }), archives());
-    EXPECT_EQ(0, collect({ "-r", "0" }).status);
-    EXPECT_EQ(Names{ "e.tgz" }, archives());
-}
-
-TEST_F(Programs, CollectorTakesAMissingOrNegativeCountAsFive)
-{
-    for (int i = 1; i <= 6; i++) {
-        write_file(archive + "." + std::to_string(i), "");
-    }
-    EXPECT_EQ(0, collect({ "-r", "-5" }).status);
-    EXPECT_FALSE(fs::exists(archive + ".6"));
-    EXPECT_TRUE(fs::exists(archive + ".5"));
-    EXPECT_EQ(0, collect().status);
-    EXPECT_TRUE(fs::exists(archive + ".1"));
-    EXPECT_FALSE(fs::exists(archive + ".6"));
 }
 
 TEST_F(Programs, CollectorsAtOnceLoseNoArchive)
 {
-    std::array<pid_t, 4> pids = {};
-    for (pid_t& pid : pids) {
-        pid = spawn(collector({ "-r", "9" }), home);
-    }
-    for (const pid_t pid : pids) {
-        EXPECT_EQ(0, wait_for_end(pid));
-    }
-    EXPECT_EQ((Names{ "e.tgz", "e.tgz.1", "e.tgz.2", "e.tgz.3" }), archives());
-    for (const std::string& name : archives()) {
-        EXPECT_EQ((Names{ "about.txt", "log/a.log" }), members(home / "archive" / name));
-    }
+    sh("for i in 0 1 2 3 4 5 6 7 8 9; do " + collect + "-r 9 & done; wait");
+    sh("for i in '' .1 .2 .3 .4 .5 .6 .7 .8 .9; do tar tzf archive/e.tgz$i log/a.log || exit; done");
+    EXPECT_EQ("10\n", sh("ls -A archive | wc -l"));
 }
 
-TEST_F(Programs, FailedCollectionLeavesTheOldArchive)
+TEST_F(Programs, FailedCollectionLeavesTheOldArchiveAndNothingElse)
 {
-    ASSERT_EQ(0, collect().status);
-    write_file(home / "log/a.log", "new\n");
+    sh(collect);
     /* A tar that fails half-way, as on a full disk: $2 is the file to write. */
-    write_file(home / "bin/tar", "#!/bin/sh\necho half >\"$2\"\nexit 2\n");
-    fs::permissions(home / "bin/tar", fs::perms(0755));
-    const std::string path = std::getenv("PATH");
-    setenv("PATH", ((home / "bin").string() + ":" + path).c_str(), 1);
-    const Outcome outcome = collect();
-    setenv("PATH", path.c_str(), 1);
-
-    EXPECT_EQ(1, outcome.status);
-    EXPECT_NE(std::string::npos, outcome.text.find(archive)) << outcome.text;
-    EXPECT_EQ(Names{ "e.tgz" }, archives());
-    EXPECT_EQ("a\n", member(archive, "log/a.log"));
+    sh("echo new >log/a.log; printf '#!/bin/sh\necho half >\"$2\"; exit 2' >bin/tar; chmod 755 bin/tar");
+    sh("PATH=$PWD/bin:$PATH " + collect, 1, "archive/e.tgz' could not be packed");
+    EXPECT_EQ("e.tgz\n", sh("ls -A archive"));
+    EXPECT_EQ("a\n", member("e.tgz", "log/a.log"));
 }
 
 TEST_F(Programs, CollectorRefusesWrongArguments)
 {
-    const std::string program = home / "bin/sample_collect";
-    const std::vector<std::vector<std::string>> mistakes = {
-        { program },
-        { program, "-t", "monp-dusko" },
-        { program, "-o", archive },
-        { program, "-t", "monp/dusko", "-o", archive },
-        { program, "-t", "monp-dusko", "-o", home / "archive" },
-        { program, "-t", "monp-dusko", "-o", archive, "-r" },
-        { program, "-t", "monp-dusko", "-o", archive, "-r", "5x" },
-        { program, "-t", "monp-dusko", "-o", archive, "-x" },
-        { program, "-t", "monp-dusko", "-o", archive, "more" },
-    };
-    for (const auto& words : mistakes) {
-        const Outcome outcome = run(words, home);
-        EXPECT_EQ(2, outcome.status) << words.back() << ": " << outcome.text;
-        EXPECT_NE(std::string::npos, outcome.text.find("usage: ")) << words.back();
+    for (const std::string arguments :
+         { "-l", "-t a", "-o archive/e", "-t a/b -o archive/e", "-t a -o archive", "-t a -o archive/e -r",
+           "-t a -o archive/e -r 5x", "-t a -o archive/e -x", "-t a -o archive/e more" }) {
+        sh("bin/sample_collect " + arguments, 2, "usage: ");
     }
-    EXPECT_EQ(1, run({ program, "-t", "monp-dusko", "-o", home / "missing/e.tgz" }, home).status);
-    EXPECT_TRUE(archives().empty());
+    sh("bin/sample_collect -t a -o missing/e.tgz", 1, "no directory for");
+    EXPECT_EQ("", sh("ls -A archive"));
 }
 
-TEST_F(Programs, CommandsRecordWhatTheyWereAskedToDo)
+TEST_F(Programs, CommandsRecordTheCallAndEndWithTheStatusOfTheirFile)
 {
-    EXPECT_EQ(0, run({ home / "bin/sample_cl", "-t", "--type", "monp", "--nochk" }, "/").status);
-    EXPECT_EQ(0, run({ home / "bin/sample_down", "-r", "--type", "monp" }, "/").status);
-    EXPECT_EQ(0, run({ home / "bin/sample_down", "--type", "a b" }, "/").status);
-
-    EXPECT_TRUE(read_file(home / "work/sample_cl.log").ends_with(" [-t] [--type] [monp] [--nochk]\n"));
-    const std::string down = read_file(home / "work/sample_down.log");
-    EXPECT_NE(std::string::npos, down.find(" [-r] [--type] [monp]\n"));
-    EXPECT_TRUE(down.ends_with(" [--type] [a b]\n"));
-}
-
-TEST_F(Programs, CommandsEndWithTheStatusOfTheirFile)
-{
-    for (const auto& [text, status] : { std::pair{ "3\n", 3 }, { "255", 255 }, { "256\n", 125 }, { "x\n", 125 } }) {
-        write_file(home / "work/sample_down.status", text);
-        EXPECT_EQ(status, run({ home / "bin/sample_down" }, "/").status) << text;
+    sh("bin/sample_cl -t --type monp --nochk; bin/sample_down -r --type monp");
+    for (const auto& [text, status] : { std::pair{ "255", 255 }, { "256", 125 }, { "x", 125 } }) {
+        sh(std::string("echo ") + text + " >work/sample_down.status; bin/sample_down --type 'a b'", status);
     }
-    EXPECT_EQ(0, run({ home / "bin/sample_cl" }, "/").status);
+    const std::string again = " [--type] [a b]\n";
+    EXPECT_EQ(" [-t] [--type] [monp] [--nochk]\n", sh("cut -c 20- work/sample_cl.log"));
+    EXPECT_EQ(" [-r] [--type] [monp]\n" + again + again + again, sh("cut -c 20- work/sample_down.log"));
 }
-
-} // namespace
