@@ -1,68 +1,33 @@
 // Which files are read at all. Everything here is about who could have written them.
 #include "xml_home.h"
 
-#include <functional>
-
 namespace fs = std::filesystem;
 
-struct Tampering {
-    std::string name;
-    std::function<void(const fs::path& target, const fs::path& old)> apply;
-    bool replaces; // the target is moved to old first
-    std::string code;
-};
-
-static void PrintTo(const Tampering& tampering, std::ostream* stream)
+TEST_F(XmlHome, RefusesWhatOthersCouldHaveWritten)
 {
-    *stream << tampering.name;
-}
-
-static const Tampering tamperings[] = {
-    { "GroupWritable", [](auto& at, auto&) { chmod(at.c_str(), 0775); }, false, "UNTRUSTED" },
-    { "OthersWritable", [](auto& at, auto&) { chmod(at.c_str(), 01757); }, false, "UNTRUSTED" },
-    { "OtherOwner", [](auto& at, auto&) { EXPECT_EQ(0, chown(at.c_str(), 65534, 0)); }, false, "UNTRUSTED" },
-    { "OtherGroup", [](auto& at, auto&) { EXPECT_EQ(0, chown(at.c_str(), 0, 65534)); }, false, "OK" },
-    { "Link", [](auto& at, auto& old) { fs::create_symlink(old, at); }, true, "FILETYPE" },
-    { "Fifo", [](auto& at, auto&) { EXPECT_EQ(0, mkfifo(at.c_str(), 0644)); }, true, "FILETYPE" },
-    { "Missing", [](auto&, auto&) {}, true, "NOTFOUND" },
-};
-
-class XmlTrust : public XmlHome, public testing::WithParamInterface<std::tuple<Tampering, std::string>> {};
-
-// Each tampering with the file, and with each directory from the home directory down to it.
-TEST_P(XmlTrust, RefusesWhatOthersCouldHaveWritten)
-{
-    const auto& [tampering, below] = GetParam();
+    const std::pair<const char*, std::string> tamperings[] = {
+        { "chmod 0775 $T", "UNTRUSTED" },
+        { "chmod 1757 $T", "UNTRUSTED" },
+        { "chown 65534 $T", "UNTRUSTED" },
+        { "chgrp 65534 $T", "OK" },
+        { "mv $T $T.old; ln -s $T.old $T", "FILETYPE" },
+        { "mv $T $T.old; mkfifo -m 0644 $T", "FILETYPE" },
+        { "mv $T $T.old", "NOTFOUND" },
+    };
+    const char* undo = "if [ -e $T.old ]; then rm -f $T; mv $T.old $T; fi; chown 0:0 $T; chmod 0755 $T";
     section("all", "<x>1</x>");
-    const fs::path target = below.empty() ? home : home / below;
-    const fs::path old = target.string() + ".old";
-    if (tampering.replaces) {
-        fs::rename(target, old);
+    for (const char* below : { "", "/etc", "/etc/policy", "/etc/policy/all.xml" }) {
+        const std::string target = home.string() + below;
+        setenv("T", target.c_str(), 1);
+        for (const auto& [command, code] : tamperings) {
+            ASSERT_EQ(0, system(command));
+            EXPECT_EQ(code, word(xmllib_load_policy("all"))) << command << ": " << teskxml_lasterror();
+            EXPECT_EQ(code == "OK", !loaded().empty());
+            EXPECT_TRUE(code == "OK" || told(": " + target + " ")) << teskxml_lasterror();
+            xmllib_unload_policy("all");
+            ASSERT_EQ(0, system(undo));
+        }
     }
-    tampering.apply(target, old);
-    alarm(10); // a FIFO must not be waited for
-
-    EXPECT_EQ(tampering.code, word(xmllib_load_policy("all"))) << teskxml_lasterror();
-
-    alarm(0);
-    EXPECT_EQ(tampering.code == "OK", !loaded().empty());
-    if (tampering.code != "OK") {
-        EXPECT_NE(std::string::npos, std::string(teskxml_lasterror()).find(": " + target.string() + " "));
-    }
-    if (tampering.replaces) {
-        fs::remove(target);
-        fs::rename(old, target);
-    }
-}
-
-INSTANTIATE_TEST_SUITE_P(Xml, XmlTrust,
-                         testing::Combine(testing::ValuesIn(tamperings),
-                                          testing::Values("", "etc", "etc/policy", "etc/policy/all.xml")));
-
-TEST_F(XmlHome, RefusesADirectoryInTheFilesPlace)
-{
-    fs::create_directory(home / "etc/config.xml");
-    EXPECT_EQ("FILETYPE", word(xmllib_load_config()));
 }
 
 TEST_F(XmlHome, TakesConfigurationsByPathFromTrustedPlacesOnly)
@@ -76,14 +41,11 @@ TEST_F(XmlHome, TakesConfigurationsByPathFromTrustedPlacesOnly)
         { inside, "OK" },
         { home / "etc/link.xml", "FILETYPE" },
         { beside + "/other.xml", "UNTRUSTED" },
-        { home, "UNTRUSTED" },
+        { home / "etc", "FILETYPE" },
         { home / "etc/../etc/other.xml", "ARGUMENT" },
-        { home / "etc/./other.xml", "ARGUMENT" },
         { home.string() + "/etc//other.xml", "ARGUMENT" },
         { inside + "/", "FILETYPE" },
         { "etc/other.xml", "ARGUMENT" },
-        { "", "ARGUMENT" },
-        { "/", "ARGUMENT" },
         { "/" + std::string(TESKXML_MAX_PATH, 'p'), "ARGUMENT" },
         { "/etc/passwd", "SYNTAX" }, // root's alone all the way, so it is read
     };
@@ -98,13 +60,10 @@ TEST_F(XmlHome, TakesConfigurationsByPathFromTrustedPlacesOnly)
 TEST_F(XmlHome, TakesSectionNamesThatCannotLeaveTheDirectory)
 {
     const std::string longest(TESKXML_MAX_NAME, 'n');
-    for (const std::string& name : { longest, "a-B_9"s }) {
-        section(name, "<x>1</x>");
-        EXPECT_EQ("OK", word(xmllib_load_policy(name.c_str())));
-    }
+    load(longest, "<x>1</x>");
+    load("a-B_9", "<x>1</x>");
     for (const std::string& name : { ""s, longest + "n", "../config"s, "."s, "a/b"s, "a b"s, "a.b"s, "a\n"s, "%s"s }) {
         EXPECT_EQ("NAME", word(xmllib_load_policy(name.c_str()))) << name;
         EXPECT_EQ("NAME", word(xmllib_unload_policy(name.c_str()))) << name;
     }
-    EXPECT_EQ("ARGUMENT", word(xmllib_load_policy(nullptr)));
 }

@@ -28,12 +28,9 @@ protected:
         if (geteuid() != 0) {
             GTEST_SKIP() << "the library trusts files of root only";
         }
-        std::string name = testing::TempDir() + "teskxml-XXXXXX";
-        ASSERT_NE(nullptr, mkdtemp(name.data()));
-        home = name;
-        for (const char* dir : { "etc", "etc/policy" }) {
-            ASSERT_EQ(0, mkdir((home / dir).c_str(), 0755));
-        }
+        alarm(60); // nothing may be waited for, a FIFO least of all
+        umask(022);
+        std::filesystem::create_directories(home / "etc/policy");
         setenv("TESK_HOME", home.c_str(), 1);
         ASSERT_EQ("OK", word(xmllib_init("test")));
     }
@@ -41,23 +38,27 @@ protected:
     void TearDown() override
     {
         xmllib_term();
-        if (!home.empty()) {
-            std::filesystem::remove_all(home);
-        }
+        std::filesystem::remove_all(home);
     }
 
-    // Writes a file below the home directory, with the mode of a trusted one; returns its path.
+    // Writes a file below the home directory; returns its path.
     std::string write(const std::string& name, const std::string& text)
     {
-        const std::filesystem::path path = home / name;
-        std::ofstream(path, std::ios::binary) << text;
-        EXPECT_EQ(0, chmod(path.c_str(), 0644));
-        return path;
+        std::ofstream(home / name, std::ios::binary) << text;
+        return home / name;
     }
 
     std::string section(const std::string& name, const std::string& inner)
     {
         return write("etc/policy/" + name + ".xml", "<root><" + name + ">" + inner + "</" + name + "></root>");
+    }
+
+    // Loads a section, in the place of the one that was loaded under this name.
+    void load(const std::string& name, const std::string& inner)
+    {
+        section(name, inner);
+        xmllib_unload_policy(name.c_str());
+        EXPECT_EQ("OK", word(xmllib_load_policy(name.c_str()))) << inner << ": " << teskxml_lasterror();
     }
 
     // Reads a text; for an unreadable one, why.
@@ -69,25 +70,28 @@ protected:
         return code == TESKXML_RET_SUCCESS ? value.data() : word(code);
     }
 
-    using Loaded = std::vector<std::string>;
-
-    static int append(const char* key, const char* value, const char* file, int line, void* context)
+    // Whether the sentence about the last failure holds a text.
+    static bool told(const std::string& part)
     {
-        static_cast<Loaded*>(context)->push_back(std::string(key) + "=" + value + "@" +
-                                                 std::filesystem::path(file).filename().string() + ":" +
-                                                 std::to_string(line));
-        return 0;
+        return std::string(teskxml_lasterror()).find(part) != std::string::npos;
     }
+
+    using Loaded = std::vector<std::string>;
 
     // Everything that is loaded, one "key=value@file:line" each.
     static Loaded loaded()
     {
         Loaded all;
-        EXPECT_EQ(TESKXML_RET_SUCCESS, teskxml_walk(append, &all));
+        const auto append = [](const char* key, const char* value, const char* file, int line, void* context) {
+            const std::string place = std::filesystem::path(file).filename().string() + ":" + std::to_string(line);
+            static_cast<Loaded*>(context)->push_back(std::string(key) + "=" + value + "@" + place);
+            return 0;
+        };
+        EXPECT_EQ("OK", word(teskxml_walk(append, &all)));
         return all;
     }
 
-    std::filesystem::path home;
+    const std::filesystem::path home = mkdtemp((testing::TempDir() + "teskxml-XXXXXX").data());
 };
 
 #endif
