@@ -1,11 +1,16 @@
+// The journal, the two libraries, and the start of a test.
 #include "stage.h"
 
 #include "monp_signal.h"
+#include "tesklog.h"
+#include "teskxml.h"
 
 #include <cstdarg>
+#include <cstring>
 #include <sstream>
 
 Journal journal;
+Policy xml;
 
 static std::string vfmt(const char* format, va_list args)
 {
@@ -37,23 +42,18 @@ int Journal::call(const std::string& entry)
     return hit == fails.end() ? 0 : hit->second;
 }
 
-std::string Journal::but(const std::string& words, const std::vector<std::string>& texts) const
+std::string Journal::only(const std::string& words, const std::vector<std::string>& without) const
 {
     std::string found;
     for (const std::string& entry : entries) {
         const std::string word = " " + entry.substr(0, entry.find(' ')) + " ";
         bool wanted = words.empty() || (" " + words + " ").find(word) != std::string::npos;
-        for (const std::string& text : texts) {
+        for (const std::string& text : without) {
             wanted = wanted && entry.find(text) == std::string::npos;
         }
         found += wanted ? (found.empty() ? "" : "; ") + entry : "";
     }
     return found;
-}
-
-std::string Journal::only(const std::string& words) const
-{
-    return but(words, {});
 }
 
 size_t Journal::count(const std::string& begin) const
@@ -87,24 +87,99 @@ void log_write(void* handle, int level, int event, const char* file, int line, c
     va_list args;
 
     EXPECT_TRUE(file != nullptr && line > 0 && function != nullptr);
-    journal.function = function;
-    EXPECT_TRUE((level == TESKLOG_EVENT) == (event != 0) && (event != 0) == (format == nullptr));
     va_start(args, format);
     if (level != TESKLOG_EVENT) {
         entry += vfmt(format, args);
     } else {
         entry += std::to_string(event);
-        if (event <= 3 || event % 2 == 0) {
-            entry += std::string(" ") + va_arg(args, const char*);
-        }
-        if (event <= 3 || event % 2 == 1) {
-            entry += fmt(" %d", va_arg(args, int));
-        }
+        entry += event <= 3 || event % 2 == 0 ? std::string(" ") + va_arg(args, const char*) : "";
+        entry += event <= 3 || event % 2 == 1 ? fmt(" %d", va_arg(args, int)) : "";
     }
     va_end(args);
     if (handle != nullptr) {
         journal.call(entry);
     }
+}
+
+// ---- the policy library ----
+
+void Policy::fill(const std::string& type)
+{
+    // Texts behind "=", numbers behind "#".
+    const std::string own = "|monp/service/" + type + "/";
+    const Words words("all/path=/opt/x|all/core#0|all/stacksize#0|all/env/alloc=3|all/env/path=/bin|all/env/lang=C|"
+                      "dummyconf#0|monp/type=own|monp/path=bin/monp|monp/log/level#4|monp/log/size#70000|"
+                      "monp/elog/path=sbin/elog|monp/elog/arcpath=e.tgz|monp/elog/rotate#7|monp/elog/pattern#3|"
+                      "pm/lockf=/lock|monp/md/dirpath=md|monp/md/filename=made" +
+                      own + "action#1" + own + "param=-f a" + own + "restarttime#3" + own + "waittime#5" + own +
+                      "parent_timeout#6" + own + "child_timeout#4|" + type + "/type=trn|" + type + "/path=bin/svc");
+    values.clear();
+    for (const std::string& word : words.list) {
+        const size_t sign = word.find_first_of("=#");
+        const std::string value = word.substr(sign + 1);
+        auto& place = values["/root/" + word.substr(0, sign)];
+        word[sign] == '=' ? place = value : place = std::stoi(value);
+    }
+}
+
+int xmllib_init(const char* ident)
+{
+    return journal.call(std::string("xmllib_init ") + ident);
+}
+
+int xmllib_term()
+{
+    return journal.call("xmllib_term");
+}
+
+int xmllib_load_config()
+{
+    return journal.call("xmllib_load_config");
+}
+
+int xmllib_unload_config()
+{
+    return journal.call("xmllib_unload_config");
+}
+
+int xmllib_load_pathconfig(const char* path, void** handle)
+{
+    *handle = &xml;
+    return journal.call(std::string("xmllib_load_pathconfig ") + path);
+}
+
+int xmllib_unload_pathconfig(void* handle)
+{
+    EXPECT_EQ(&xml, handle);
+    return journal.call("xmllib_unload_pathconfig");
+}
+
+int xmllib_load_policy(const char* name)
+{
+    return journal.call(std::string("xmllib_load_policy ") + name);
+}
+
+int xmllib_unload_policy(const char* name)
+{
+    return journal.call(std::string("xmllib_unload_policy ") + name);
+}
+
+int xmllib_get_value(const char* key, int kind, void* destination, int* capacity)
+{
+    journal.call(fmt("xmllib_get_value %s %d %d", key, kind, *capacity));
+    auto hit = xml.values.find(key);
+    if (hit == xml.values.end()) {
+        return 0x105;
+    }
+    if (kind == TESKXML_INT) {
+        memcpy(destination, &std::get<int>(hit->second), sizeof(int));
+    } else {
+        const std::string& text = std::get<std::string>(hit->second);
+        EXPECT_LT(text.size(), static_cast<size_t>(*capacity)) << key;
+        memcpy(destination, text.c_str(), text.size() + 1);
+    }
+    *capacity = -1; // nobody may rely on it
+    return 0;
 }
 
 // ---- the start of a test, and whole runs ----
@@ -146,19 +221,24 @@ void break_marker()
     put(gmonppol.mddirpath, "md");
 }
 
-std::string run_monitor(const std::string& arguments)
+Words::Words(const std::string& text)
 {
-    std::istringstream words("monp " + arguments);
-    std::vector<std::string> list(std::istream_iterator<std::string>(words), {});
-    std::vector<char*> argv;
-    argv.reserve(list.size() + 1);
+    std::istringstream stream(text);
+    for (std::string word; std::getline(stream, word, '|');) {
+        list.push_back(word);
+    }
     for (std::string& word : list) {
         argv.push_back(word.data());
     }
     argv.push_back(nullptr);
+}
+
+std::string run_monitor(const std::string& arguments)
+{
+    Words words("monp|" + arguments);
     reset();
     journal.entries.clear();
     sys.pid = 4711;
     sys.fork = Sys::DAEMON;
-    return sys.run([&] { monp_main(static_cast<int>(list.size()), argv.data()); });
+    return sys.run([&] { monp_main(static_cast<int>(words.list.size()), words.argv.data()); });
 }

@@ -3,16 +3,13 @@
 #pragma once
 
 #include "monp.h"
-#include "tesklog.h"
 
 #include <csignal>
 #include <deque>
 #include <functional>
 #include <gtest/gtest.h>
 #include <map>
-#include <set>
 #include <string>
-#include <sys/resource.h>
 #include <variant>
 #include <vector>
 
@@ -25,13 +22,11 @@ struct Journal {
     std::map<std::string, int> fails; // calls that fail, "fork" or "access /p 1" -> errno or library code
     std::map<std::string, std::function<void()>> when; // happens, once, while an entry is being made
     std::vector<std::string> entries;
-    std::string function; // that the last log record names
 
     int call(const std::string& entry); // notes it and tells its code, 0 for success
-    // The entries whose first word is among the words given, in order, joined by "; ". Without words, all of them.
-    std::string only(const std::string& words = "") const;
-    // The same without the lines that contain one of some texts.
-    std::string but(const std::string& words, const std::vector<std::string>& texts) const;
+    // The entries whose first word is among the words given (none: all) and that contain none of some texts, in order,
+    // joined by "; ".
+    std::string only(const std::string& words, const std::vector<std::string>& without = {}) const;
     size_t count(const std::string& begin) const;
 };
 
@@ -46,13 +41,11 @@ constexpr int exited(int code)
 
 struct Process {
     int runs = FOREVER;    // seconds from its start to its end by itself
-    int polls = FOREVER;   // polls or probes that it outlives
     int status = 0;        // wait status of its end
     int reports = FOREVER; // seconds from its start to its SIGUSR1 to the monitor
     int ack = -1;          // wait status when SIGUSR1 ends it; -1: it ignores that
-    std::string exe{};     // target of its link in /proc; empty: not listed there
-    bool child = true;
-    bool zombie = false; // ended, not reaped
+    std::string exe{};     // target of its link in /proc; empty: a child, and not listed there
+    bool zombie = false;   // ended, not reaped
 };
 
 struct Sys {
@@ -61,29 +54,25 @@ struct Sys {
     std::deque<Process> next;                          // what the coming forks start; then processes that never end
     pid_t pid = 4711;                                  // of the next one
     enum { PROGRAM, DAEMON, LAUNCHER } fork = PROGRAM; // the next fork starts it, or the code goes on as one of these
-    std::set<std::string> procnames;                   // in /proc, beside the processes
-    std::map<std::string, std::string> resolved;       // by realpath; other paths are what they are
+    std::string resolved;                              // by realpath; empty: paths are what they are
     std::map<int, sighandler_t> handlers;
-    uid_t uid = 0;
     pid_t ppid = 900; // the launcher, as long as it lives
     int systemresult = 0;
-    std::string realdir;               // below it, files are real
-    std::function<void()> threadentry; // of the last thread created; it does not run by itself
     std::multimap<int, std::function<void()>> events;
 
     void at(double second, std::function<void()> event);
     void signal_at(double second, int signal);          // through the daemon's handler; it cuts a sleep short
     std::string run(const std::function<void()>& body); // until it returns or ends its process: "exit 4", "_exit 0"
     int advance(int milliseconds);                      // -1 with EINTR when a signal comes before they are over
+    void end(pid_t process, int status);
 
 private:
     bool cut = false;
 };
 
+// The values of the policy, by key.
 struct Policy {
-    std::map<std::string, std::variant<int, std::string>> values; // by key
-    bool open = false;
-    std::multiset<std::string> loaded; // sections, and "" for the default configuration
+    std::map<std::string, std::variant<int, std::string>> values;
 
     void fill(const std::string& type); // a whole policy for a service type, whose own section states the type "trn"
 };
@@ -102,7 +91,14 @@ template <class T> struct Cases : Monitor, testing::WithParamInterface<T> {
     const T& c = testing::WithParamInterface<T>::GetParam();
 };
 
-// Runs the whole monitor, daemon included, with arguments separated by blanks; tells how it ended.
+// Words separated by bars, as an argument list.
+struct Words {
+    explicit Words(const std::string& text);
+    std::vector<std::string> list;
+    std::vector<char*> argv; // with the null pointer
+};
+
+// Runs the whole monitor, daemon included; tells how it ended.
 std::string run_monitor(const std::string& arguments);
 
 inline char* arg(const char* text)

@@ -5,7 +5,10 @@
 #include <csetjmp>
 #include <cstring>
 #include <ctime>
+#include <dirent.h>
 #include <regex.h>
+#include <set>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -35,7 +38,7 @@ int Sys::advance(int milliseconds)
     const int end = clock + milliseconds;
 
     if (end > 100 * 1000) { // a wait that never ends is a fault of the code
-        fprintf(stderr, "%s\n", journal.only().c_str());
+        fprintf(stderr, "%s\n", journal.only("").c_str());
         abort();
     }
     for (cut = false; !events.empty() && events.begin()->first <= end;) {
@@ -59,21 +62,11 @@ std::string Sys::run(const std::function<void()>& body)
     return ending;
 }
 
-static void tell_parent()
-{
-    for (const std::string& entry : journal.entries) {
-        dprintf(to_parent, "%s\n", entry.c_str());
-    }
-    _exit(0);
-}
-
-static void leave(const char* how, int status)
+[[noreturn]] static void leave(const char* how, int status)
 {
     ending = fmt("%s %d", how, status);
     journal.call(ending);
-    if (to_parent != -1) {
-        tell_parent();
-    }
+    longjmp(way_out, 1);
 }
 
 static int result(const std::string& entry)
@@ -83,28 +76,17 @@ static int result(const std::string& entry)
     return code != 0 ? -1 : 0;
 }
 
-static void end(pid_t pid, int status)
+void Sys::end(pid_t process, int status)
 {
-    auto found = sys.processes.find(pid);
-    if (found == sys.processes.end() || found->second.zombie) {
+    auto found = processes.find(process);
+    if (found == processes.end() || found->second.zombie) {
         return;
     }
     found->second.zombie = true;
     found->second.status = status;
-    if (!found->second.child) {
-        sys.processes.erase(found);
+    if (!found->second.exe.empty()) {
+        processes.erase(found);
     }
-}
-
-// Finds a process for one more poll or probe.
-static Process* polled(pid_t pid)
-{
-    auto found = sys.processes.find(pid);
-    if (found != sys.processes.end() && found->second.polls != FOREVER && found->second.polls-- == 0) {
-        end(pid, found->second.status);
-        found = sys.processes.find(pid);
-    }
-    return found == sys.processes.end() ? nullptr : &found->second;
 }
 
 static pid_t start(const Process& process)
@@ -112,7 +94,7 @@ static pid_t start(const Process& process)
     pid_t pid = sys.pid++;
     sys.processes[pid] = process;
     if (process.runs != FOREVER) {
-        sys.at(process.runs, [pid, process] { end(pid, process.status); });
+        sys.at(process.runs, [pid, process] { sys.end(pid, process.status); });
     }
     if (process.reports != FOREVER) {
         sys.signal_at(process.reports, SIGUSR1);
@@ -144,13 +126,11 @@ int sys_clock_gettime(clockid_t, timespec* now)
 [[noreturn]] void sys_exit(int status)
 {
     leave("exit", status);
-    longjmp(way_out, 1);
 }
 
 [[noreturn]] void sys__exit(int status)
 {
     leave("_exit", status);
-    longjmp(way_out, 1);
 }
 
 // ---- processes ----
@@ -161,7 +141,6 @@ pid_t sys_fork()
 {
     int ends[2];
     char text[8192] = "";
-    int code = 0;
 
     if (result("fork") != 0) {
         return -1;
@@ -169,9 +148,8 @@ pid_t sys_fork()
     if (auto side = std::exchange(sys.fork, Sys::PROGRAM); side != Sys::PROGRAM) {
         return side == Sys::DAEMON ? 0 : sys.pid;
     }
-    pid_t helper = pipe(ends) == 0 && fflush(nullptr) == 0 ? fork() : -1;
+    pid_t helper = pipe(ends) == 0 ? fork() : -1;
     if (helper == 0) {
-        journal.entries.clear();
         to_parent = ends[1];
         return 0;
     }
@@ -187,9 +165,6 @@ pid_t sys_fork()
     if (!sys.next.empty()) {
         sys.next.pop_front();
     }
-    if (sscanf(text, "_exit %d", &code) == 1) {
-        process = Process{ .runs = 0, .status = exited(code) };
-    }
     return start(process);
 }
 
@@ -199,10 +174,8 @@ int sys_execv(const char* path, char* const argv[])
     for (; *argv != nullptr; argv++) {
         entry += std::string(" ") + *argv;
     }
-    if (result(entry) == 0) {
-        tell_parent();
-    }
-    return -1;
+    dprintf(to_parent, "%s\n", entry.c_str());
+    _exit(0);
 }
 
 pid_t sys_waitpid(pid_t pid, int* status, int options)
@@ -210,19 +183,19 @@ pid_t sys_waitpid(pid_t pid, int* status, int options)
     if (result(fmt("waitpid %d%s", pid, options == WNOHANG ? "" : fmt(" %d", options).c_str())) != 0) {
         return -1;
     }
-    Process* process = polled(pid);
-    if (process == nullptr || !process->child) {
+    auto found = sys.processes.find(pid);
+    if (found == sys.processes.end() || !found->second.exe.empty()) {
         errno = ECHILD;
         return -1;
     }
-    while (!process->zombie) {
+    while (!found->second.zombie) {
         if (options == WNOHANG) {
             return 0;
         }
         sys.advance(1000);
     }
-    *status = process->status;
-    sys.processes.erase(pid);
+    *status = found->second.status;
+    sys.processes.erase(found);
     return pid;
 }
 
@@ -232,16 +205,13 @@ int sys_kill(pid_t pid, int signal)
     if (result(fmt("kill %d %d", pid, signal)) != 0) {
         return -1;
     }
-    Process* process = signal == 0 ? polled(pid) : nullptr;
-    if (signal != 0 && sys.processes.count(pid) != 0) {
-        process = &sys.processes[pid];
-    }
-    if (process == nullptr) {
+    auto found = sys.processes.find(pid);
+    if (found == sys.processes.end()) {
         errno = ESRCH;
         return -1;
     }
-    if (signal == SIGKILL || (signal == SIGUSR1 && process->ack != -1)) {
-        end(pid, signal == SIGKILL ? SIGKILL : process->ack);
+    if (signal == SIGKILL || (signal == SIGUSR1 && found->second.ack != -1)) {
+        sys.end(pid, signal == SIGKILL ? SIGKILL : found->second.ack);
     }
     return 0;
 }
@@ -252,11 +222,10 @@ int sys_system(const char* command)
     return result(std::string("system ") + command) != 0 ? -1 : sys.systemresult;
 }
 
-int sys_pthread_create(pthread_t*, const pthread_attr_t* attributes, void* (*entry)(void*), void* argument)
+int sys_pthread_create(pthread_t*, const pthread_attr_t* attributes, void* (*)(void*), void*)
 {
     int state = -1;
     pthread_attr_getdetachstate(attributes, &state);
-    sys.threadentry = [entry, argument] { entry(argument); };
     return journal.call(state == PTHREAD_CREATE_DETACHED ? "pthread_create detached" : "pthread_create joinable");
 }
 
@@ -274,7 +243,7 @@ pid_t sys_getppid()
 
 uid_t sys_getuid()
 {
-    return sys.uid;
+    return 0;
 }
 
 pid_t sys_setsid()
@@ -340,15 +309,13 @@ int sys_access(const char* path, int mode)
 
 int sys_unlink(const char* path)
 {
-    int ret = result(std::string("unlink ") + path);
-    bool real = !sys.realdir.empty() && std::string(path).rfind(sys.realdir, 0) == 0;
-    return ret == 0 && real ? unlink(path) : ret;
+    return result(std::string("unlink ") + path);
 }
 
 int sys_scandir(const char* path, dirent*** list, int (*)(const dirent*),
                 int (*compare)(const dirent**, const dirent**))
 {
-    std::set<std::string, std::greater<>> names(sys.procnames.begin(), sys.procnames.end());
+    std::set<std::string, std::greater<>> names = { ".", "..", "self", "uptime", "1x", "-3", "2" };
     for (const auto& [pid, process] : sys.processes) {
         if (!process.exe.empty()) {
             names.insert(std::to_string(pid));
@@ -381,12 +348,9 @@ ssize_t sys_readlink(const char* path, char* buffer, size_t size)
 
 char* sys_realpath(const char* path, char* buffer)
 {
-    std::string target = sys.resolved.count(path) != 0 ? sys.resolved[path] : path;
+    const std::string target = sys.resolved.empty() ? path : sys.resolved;
     if (result(std::string("realpath ") + path) != 0) {
         return nullptr;
-    }
-    if (buffer == nullptr) {
-        return strdup(target.c_str());
     }
     return static_cast<char*>(memcpy(buffer, target.c_str(), target.size() + 1));
 }
