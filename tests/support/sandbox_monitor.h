@@ -16,14 +16,14 @@
 
 namespace sandbox {
 
+using Texts = std::vector<std::string>;
+
 /*
  * Asks again and again until the answer is true, for what must come soon; throws after 20 seconds.
  */
 template <typename Ask> auto eventually(const std::string& what, Ask ask)
 {
-    const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(20);
-
-    for (;;) {
+    for (const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(20);;) {
         if (auto answer = ask()) {
             return answer;
         }
@@ -37,33 +37,31 @@ template <typename Ask> auto eventually(const std::string& what, Ask ask)
 /*
  * Directories, programs and policies of one service type. A test changes `values` and writes them.
  */
-class Installation {
-public:
+struct Installation {
     /*
      * Lays it out for a type, whose policy names it NAME_policy unless it is "pelkant": the service reports at once and
-     * takes commands from work/ctl; the action is none. Nothing is written yet.
+     * takes commands from work/ctl; the action is none. No value is written yet.
      */
     explicit Installation(const std::string& type);
 
     /* Writes every value: a section's to its policy file, one without a section to the configuration. */
     void write() const;
+    /* Makes a program a script that notes its call, "NAME [ARGUMENT]...", and goes on with the given lines. */
+    void script(const std::string& name, const std::string& lines) const;
+    /* The calls of all scripts. */
+    [[nodiscard]] Texts calls() const;
     /* A value of the monitor's own section for the service type. */
     std::string& own(const std::string& key);
     /* Sends a line of commands to the running service. */
     void command(const std::string& line) const;
-    /* The arguments that the programs cl, down and collect have been called with, one call an entry. */
-    [[nodiscard]] std::vector<std::string> calls(const std::string& program) const;
-    /* Processes that run the service's program now. */
+    /* Processes that run the service's program now; waits for such a process. */
     [[nodiscard]] std::vector<pid_t> services() const;
-    /* Waits for such a process. */
     pid_t service() const;
 
     std::string type;
-    std::string policy_type;
     std::filesystem::path root;
-    std::map<std::string, std::string> values;  // key path below "/root/", without its leading "/"
-    bool recording = false;                     // with the recording libraries in place of the real ones,
-    std::map<std::string, std::string> results; // whose calls of these names fail with these codes
+    std::map<std::string, std::string> values; // key path below "/root/", without its leading "/"
+    bool recording = false;                    // with the recording libraries in place of the real ones
 };
 
 /*
@@ -83,7 +81,7 @@ struct Line {
 class Monitor {
 public:
     /* Starts it with "--TYPE" and the arguments, as a user. */
-    explicit Monitor(const Installation& in, const std::vector<std::string>& arguments = {}, uid_t user = 0);
+    explicit Monitor(const Installation& in, const Texts& arguments = {}, uid_t user = 0);
 
     /* Waits for the first process, which a launcher waits for. Result: its status; seconds() tells how long it ran. */
     int launched();
@@ -96,30 +94,25 @@ public:
     int ended();
 
     [[nodiscard]] std::vector<Line> lines() const;
-    [[nodiscard]] int count(const std::string& pattern) const;
-    void wait_for(const std::string& pattern, int times = 1) const;
+    [[nodiscard]] int count(const std::string& pattern, const std::string& function = "*") const;
+    void wait_for(const std::string& pattern, int times = 1, const std::string& function = "*") const;
     /* Waits until the daemon has seen so many reports or start requests of SIGUSR1. */
     void wait_for_report(int times = 1) const;
     /* Whether lines appear in this order, with any others between them; the failure shows the log. */
-    [[nodiscard]] testing::AssertionResult logged(const std::vector<std::string>& patterns) const;
+    [[nodiscard]] testing::AssertionResult logged(const Texts& patterns) const;
 
 private:
-    void await(const std::string& what, const std::function<bool()>& ask) const;
-    [[nodiscard]] std::string log() const;
-
     Installation in_;
     pid_t first_ = 0;
     pid_t daemon_ = 0;
-    int status_ = -1;
-    std::chrono::steady_clock::time_point start_;
+    std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
     std::chrono::steady_clock::time_point end_;
 };
 
 /*
- * A file of a process below /proc, and the value of a line of its file "status".
+ * A file of a process below /proc.
  */
 std::filesystem::path proc(pid_t pid, const std::string& file);
-std::string process_status(pid_t pid, const std::string& name);
 
 } // namespace sandbox
 
