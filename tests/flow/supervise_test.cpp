@@ -1,5 +1,5 @@
 /*
- * The daemon's life between start and end: failed starts, waiting, reloads, restarts, collections, the marker file.
+ * The daemon's life between start and end: reloads, restarts, collections, the marker file.
  */
 #include "sandbox_monitor.h"
 
@@ -10,31 +10,6 @@ namespace fs = std::filesystem;
 using sandbox::eventually;
 using sandbox::Installation;
 using sandbox::Monitor;
-
-/*
- * A service that does not report is ended, by force if need be, and waits for a start request. That no program could be
- * started shows in the exit status whatever comes later.
- */
-TEST(Supervise, FailedStartsWaitForARequest)
-{
-    Installation in("dusko");
-    in.own("param") = "--ctl ../work/ctl end ignored silent";
-    in.own("child_timeout") = "2";
-    in.write();
-    Monitor monp(in);
-    ASSERT_EQ(0, monp.launched());
-    monp.wait_for("event1 *(status 101).");
-    EXPECT_TRUE(monp.logged({ "info throw exit signal. (* sig=10)", "info throw exit signal. (* sig=9)" }));
-
-    fs::permissions(in.root / "bin/service", fs::perms(0644));
-    monp.signal(SIGUSR1);
-    monp.wait_for("event1 *(status -1).");
-    fs::permissions(in.root / "bin/service", fs::perms(0755));
-    monp.signal(SIGUSR1);
-    in.service();
-    in.command("report exit 0");
-    EXPECT_EQ(4, monp.ended());
-}
 
 /*
  * Restarts are counted up to the limit. A collection that is still running turns the next ones away, and lives on when

@@ -73,11 +73,6 @@ int wait_end(const std::string& what, pid_t pid)
 
 } // namespace
 
-fs::path proc(pid_t pid, const std::string& file)
-{
-    return fs::path("/proc") / std::to_string(pid) / file;
-}
-
 Installation::Installation(const std::string& service_type) : type(service_type)
 {
     static int count = 0;

@@ -10,9 +10,7 @@
 #include <gtest/gtest.h>
 #include <map>
 #include <stdexcept>
-#include <string>
 #include <thread>
-#include <vector>
 
 namespace sandbox {
 
@@ -50,7 +48,7 @@ struct Installation {
     void script(const std::string& name, const std::string& lines) const;
     /* The calls of all scripts. */
     [[nodiscard]] Texts calls() const;
-    /* A value of the monitor's own section for the service type. */
+    /* A value of the monitor's own section for the type. */
     std::string& own(const std::string& key);
     /* Sends a line of commands to the running service. */
     void command(const std::string& line) const;
@@ -108,11 +106,6 @@ private:
     std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
     std::chrono::steady_clock::time_point end_;
 };
-
-/*
- * A file of a process below /proc.
- */
-std::filesystem::path proc(pid_t pid, const std::string& file);
 
 } // namespace sandbox
 
