@@ -1,7 +1,7 @@
 /*
  * A whole run against the recording libraries: every line and every library call of each thread, in order, but for the
- * lines of the configuration's operations, which the unit tests show. In the lists a line is level, function and text, or several texts with a '|' between them; the function is given where the line is
- * one's entry, exit or call.
+ * lines of the configuration's operations, which the unit tests show. In the lists a line is level, function and text,
+ * or several texts with a '|' between them; the function is given where the line is one's entry, exit or call.
  */
 #include "sandbox_monitor.h"
 
@@ -108,7 +108,8 @@ Texts list(const std::string& text)
         std::string function;
         words >> level >> function >> std::ws;
         for (std::string rest; std::getline(words, rest, '|');) {
-            lines.push_back(level + ' ' + function + ' ' + rest);
+            lines.push_back(level);
+            lines.back().append(" ").append(function).append(" ").append(rest);
         }
     }
     return lines;

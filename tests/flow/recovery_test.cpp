@@ -1,6 +1,6 @@
 /*
- * What follows the end of the service: every recovery action with its commands, failures and fall-backs, and the answers
- * to an end request.
+ * What follows the end of the service: every recovery action with its commands, failures and fall-backs, and the
+ * answers to an end request.
  */
 #include "sandbox_monitor.h"
 

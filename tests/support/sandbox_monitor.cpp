@@ -39,8 +39,8 @@ std::string xml(const Values& values)
         elements[key.substr(0, slash)][slash == std::string::npos ? "" : key.substr(slash + 1)] = value;
     }
     for (const auto& [name, content] : elements) {
-        const std::string inner = content.contains("") ? content.at("") : xml(content);
-        text += "<" + name + ">" + inner + "</" + name + ">\n";
+        text.append("<").append(name).append(">");
+        text.append(content.contains("") ? content.at("") : xml(content)).append("</").append(name).append(">\n");
     }
     return text;
 }

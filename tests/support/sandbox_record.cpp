@@ -1,6 +1,6 @@
 /*
- * Takes the place of both libraries, under both names: appends each call, in the shape of the log's lines, to work/record
- * and answers from work/answers, which holds lines "key=value".
+ * Takes the place of both libraries, under both names: appends each call, in the shape of the log's lines, to
+ * work/record and answers from work/answers, which holds lines "key=value".
  */
 #include "tesklog.h"
 #include "teskxml.h"
