@@ -35,7 +35,8 @@ typedef struct {
     LOG_FILE events;
 } LOG_SLOT, *PLOG_SLOT;
 
-static LOG_SLOT gslots[TESKLOG_SLOTS];
+/* constant, as an initialiser that runs could undo a log_init made by another library's */
+static constinit LOG_SLOT gslots[TESKLOG_SLOTS] = {};
 
 /* ---------------------------------------------------------------- handles ---- */
 
