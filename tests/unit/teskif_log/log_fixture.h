@@ -1,54 +1,90 @@
-/*
- * A home directory of its own for each test, and the log read back.
- */
-#ifndef LOG_FIXTURE_H
-#define LOG_FIXTURE_H
+// A home directory of its own for each test, the log read back, and the system calls that a test can steer.
+#pragma once
 
 #include "tesklog.h"
 
-#include <cstdint>
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <gtest/gtest.h>
 #include <string>
+#include <unistd.h>
 #include <vector>
 
-/*
- * The system calls that a test can steer; the library's calls land in these.
- */
+namespace fs = std::filesystem;
+using Texts = std::vector<std::string>;
+
+constexpr int64_t SECOND = 1000000000; // in the units of the clock
+
 struct LogSystem {
-    int64_t clock = 0;                                   // nanoseconds since 1970; 0: the real time
+    int64_t clock = 1795380668123456789;                 // nanoseconds since 1970; 0: the real time
     bool plainRename = false;                            // the file system can only rename over what is there
-    std::function<void()> onClock;                       // called once, by the next question for the time
-    std::function<bool(const std::string& to)> onRename; // called after each rename until it returns true
-    void advance(double seconds)
-    {
-        clock += static_cast<int64_t>(seconds * 1e9);
-    }
+    std::function<void()> onClock;                       // called by each question for the time
+    std::function<void(const std::string& to)> onRename; // called after each rename
 };
-extern LogSystem logSystem;
+inline LogSystem logSystem;
 
 class LogTest : public testing::Test {
 protected:
-    LogTest();
-    ~LogTest() override;
+    LogTest()
+    {
+        std::string name = testing::TempDir() + "teskif_log_XXXXXX";
+        home = mkdtemp(name.data());
+        setenv("TESK_HOME", home.c_str(), 1);
+        setenv("TZ", "UTC0", 1);
+    }
 
-    // Opens the log "monp"; it is closed when the test ends.
-    void* open(int level = 0, int size = 0, int generations = 0);
-    // The lines of <home>/log/<name>.
-    std::vector<std::string> lines(const std::string& name = "monp.log") const;
-    // The same without what stands before the text; a line without that stays whole.
-    std::vector<std::string> texts(const std::string& name = "monp.log") const;
-    std::filesystem::path path(const std::string& name = "monp.log") const
+    ~LogTest() override
+    {
+        log_term(handle);
+        logSystem = LogSystem();
+        fs::remove_all(home);
+    }
+
+    void* open(int level = 0, int size = 0, int generations = 0)
+    {
+        EXPECT_EQ(0, log_init("monp", &handle, level, size, generations));
+        return handle;
+    }
+
+    fs::path path(const std::string& name = "monp.log") const
     {
         return home / "log" / name;
     }
-    static std::string printed(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
-    std::filesystem::path home;
+    Texts lines(const std::string& name = "monp.log") const
+    {
+        std::ifstream file(path(name));
+        Texts found;
+        for (std::string line; std::getline(file, line);) {
+            found.push_back(line);
+        }
+        return found;
+    }
+
+    // The same without what stands before the text; a line that is no record stays whole.
+    Texts texts(const std::string& name = "monp.log") const
+    {
+        Texts found = lines(name);
+        for (std::string& line : found) {
+            size_t text = 0;
+            for (int word = 0; word < 6 && line.starts_with("20"); word++) { // the year
+                text = line.find(' ', text) + 1;
+            }
+            line.erase(0, text);
+        }
+        return found;
+    }
+
+    fs::path home;
     void* handle = nullptr;
 };
 
-#define WRITE(...) TESKLOG_LINE_AS(handle, TESKLOG_INFO, "test", __VA_ARGS__)
+template <class... Values> std::string printed(const char* format, Values... values)
+{
+    char text[1024];
+    snprintf(text, sizeof(text), format, values...);
+    return text;
+}
 
-#endif
+#define WRITE(...) TESKLOG_LINE_AS(handle, TESKLOG_INFO, "test", __VA_ARGS__)

@@ -1,0 +1,134 @@
+// Rotation and many writers: nothing is lost, whoever dies in it.
+#include "log_fixture.h"
+
+#include <atomic>
+#include <csignal>
+#include <set>
+#include <sys/time.h>
+#include <sys/wait.h>
+#include <thread>
+
+using LogRotate = LogTest;
+
+TEST_F(LogRotate, WaitsForNobodyClosesAGapAndKeepsTheNewest)
+{
+    const std::string filler(100, 'x');
+    open(0, 1, 3); // raised to 4096 bytes
+    for (const char* name : { "monp.log.1", "monp.log.3" }) {
+        std::ofstream(path(name)) << name << "\n";
+    }
+    fs::create_directory(path("monp.log.lock")); // cannot be locked: the file grows, the caller goes on
+    for (int number = 0; number < 60; number++) {
+        WRITE("%s", filler.c_str());
+    }
+    fs::remove(path("monp.log.lock"));
+    logSystem.clock = 4000000000 * SECOND;
+    WRITE("last of the old file");
+    EXPECT_EQ(61U, lines("monp.log.1").size());
+    EXPECT_EQ(Texts{ "monp.log.1" }, lines("monp.log.2"));
+    EXPECT_EQ(Texts{ "monp.log.3" }, lines("monp.log.3"));
+
+    for (int number = 0; number < 200; number++) {
+        WRITE("%d %s", number, filler.c_str());
+    }
+    int expected = 199;
+    for (const char* name : { "monp.log", "monp.log.1", "monp.log.2", "monp.log.3" }) {
+        const Texts found = texts(name);
+        EXPECT_LT(fs::file_size(path(name)), 4096U + 300U);
+        for (auto line = found.rbegin(); line != found.rend(); ++line) {
+            EXPECT_EQ(expected--, std::stoi(*line));
+        }
+    }
+    EXPECT_LT(expected, 199 - 40);
+    EXPECT_FALSE(fs::exists(path("monp.log.4")));
+}
+
+// A writer is a process whose main thread, second thread and signal handler write.
+static constexpr int COUNT = 1500;
+static void* handle; // hides that of the fixture, which a signal handler cannot reach
+static std::atomic<int> handled;
+
+static void writeOne(const char* who, int number)
+{
+    WRITE("pid=%d %s %d", getpid(), who, number);
+}
+
+static void writeAll(const fs::path& report)
+{
+    const auto writeMany = [](const char* who) {
+        for (int number = 0; number < COUNT; number++) {
+            writeOne(who, number);
+        }
+    };
+    struct itimerval often = { { 0, 500 }, { 0, 500 } };
+    signal(SIGALRM, [](int) { writeOne("handler", handled++); });
+    setitimer(ITIMER_REAL, &often, nullptr);
+    std::thread thread(writeMany, "thread");
+    writeMany("main");
+    thread.join();
+    often = {};
+    setitimer(ITIMER_REAL, &often, nullptr);
+    std::ofstream(report) << COUNT << " " << COUNT << " " << handled;
+}
+
+// Right after it renamed the file to a name with this ending, the victim is killed; and whether renames are plain.
+class LogWriters : public LogTest, public testing::WithParamInterface<std::pair<const char*, bool>> {
+protected:
+    void writeUntilKilled(const fs::path& report)
+    {
+        int number = 0;
+        logSystem.onRename = [&, renames = 0](const std::string& to) mutable {
+            if (++renames >= 5 && to.ends_with(GetParam().first)) {
+                std::ofstream(report) << number + 1 << " 0 0"; // its last record set off the rotation
+                raise(SIGKILL);
+            }
+        };
+        for (; number < 1000 * COUNT; number++) {
+            writeOne("main", number);
+        }
+    }
+};
+
+TEST_P(LogWriters, NineLoseNothing)
+{
+    std::vector<pid_t> children;
+    std::multiset<std::string> expected{ printed("pid=%d opener 0", getpid()) };
+    std::multiset<std::string> found;
+    logSystem.clock = 0;
+    logSystem.plainRename = GetParam().second;
+    ::handle = open(0, 64 * 1024, 1000);
+    writeOne("opener", 0); // so that each child has something to forget
+    for (int writer = 0; writer < 9; writer++) {
+        children.push_back(fork());
+        if (children.back() == 0) {
+            const fs::path report = home / std::to_string(getpid());
+            writer == 4 /* the victim */ ? writeUntilKilled(report) : writeAll(report);
+            _exit(0);
+        }
+    }
+    for (const pid_t child : children) {
+        int status = -1;
+        waitpid(child, &status, 0);
+        EXPECT_EQ(child == children[4] ? SIGKILL : 0, status); // a status of SIGKILL: ended by it
+        std::ifstream report(home / std::to_string(child));
+        for (const char* who : { "main", "thread", "handler" }) {
+            int count = -1;
+            report >> count;
+            for (int number = 0; number < count; number++) {
+                expected.insert(printed("pid=%d %s %d", child, who, number));
+            }
+        }
+    }
+    for (const auto& entry : fs::directory_iterator(home / "log")) {
+        const std::string name = entry.path().filename();
+        for (const std::string& line : name.starts_with("monp.log") ? lines(name) : Texts()) {
+            const std::string text = line.substr(line.find("pid="));
+            EXPECT_EQ(37U, line.find(text.substr(4, text.find(' ') - 4) + "/")) << line; // behind time and level
+            found.insert(text);
+        }
+    }
+    EXPECT_EQ(expected, found);
+}
+
+INSTANTIATE_TEST_SUITE_P(Between, LogWriters,
+                         testing::Values(std::pair{ ".log.1", false }, std::pair{ ".log.2", true }));
