@@ -40,6 +40,29 @@ void record(const std::string& level, const std::string& function, const std::st
     close(file);
 }
 
+/*
+ * No table of objects: the collection thread may write while the program's exit tears such tables down.
+ */
+const char* word(int level)
+{
+    switch (level) {
+    case TESKLOG_ERROR:
+        return "error";
+    case TESKLOG_WARNING:
+        return "warning";
+    case TESKLOG_INFO:
+        return "info";
+    case TESKLOG_TRACE:
+        return "trace";
+    case TESKLOG_DETAIL:
+        return "detail";
+    case TESKLOG_EVENT:
+        return "event";
+    default:
+        std::abort();
+    }
+}
+
 int call(const std::string& name, const std::string& argument = "-")
 {
     record("lib", name, argument);
@@ -58,9 +81,6 @@ int log_init(const char* ident, void** handle, int level, int size, int generati
 
 void log_write(void*, int level, int event, const char*, int, const char* function, const char* format, ...)
 {
-    static const std::map<int, std::string> words = { { TESKLOG_ERROR, "error" },   { TESKLOG_WARNING, "warning" },
-                                                      { TESKLOG_INFO, "info" },     { TESKLOG_TRACE, "trace" },
-                                                      { TESKLOG_DETAIL, "detail" }, { TESKLOG_EVENT, "event" } };
     // An event has no format: its arguments are those that its number stands for.
     static const char* const events[] = { "",       "[1] %s %d", "[2] %s %d", "[3] %s %d", "[4] %s",
                                           "[5] %d", "[6] %s",    "[7] %d",    "[8] %s",    "[9] %d" };
@@ -73,7 +93,7 @@ void log_write(void*, int level, int event, const char*, int, const char* functi
         std::abort();
     }
     va_end(list);
-    record(words.at(level), function, text);
+    record(word(level), function, text);
 }
 
 void log_term(void* handle)
