@@ -4,6 +4,7 @@
 #ifndef DEMO_SUPPORT_H
 #define DEMO_SUPPORT_H
 
+#include <cerrno>
 #include <csignal>
 #include <filesystem>
 #include <fstream>
@@ -23,10 +24,11 @@ inline void send(pid_t pid, int sig)
     kill(pid, sig);
 }
 
-inline int wait_for_end(pid_t pid)
+/* Wait status of a process that ended, or stopped if the options say so; no signal cuts it short. */
+inline int wait_for_end(pid_t pid, int options = 0)
 {
     int status = -1;
-    waitpid(pid, &status, 0);
+    while (waitpid(pid, &status, options) < 0 && errno == EINTR) {}
     return status;
 }
 

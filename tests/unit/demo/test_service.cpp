@@ -99,10 +99,8 @@ TEST_F(Service, GoesOnAfterWhatItRefusesOrIgnores)
 
 TEST_F(Service, StopsAndGoesOn)
 {
-    int status = 0;
     start("report stop");
-    waitpid(pid, &status, WUNTRACED);
-    EXPECT_TRUE(WIFSTOPPED(status));
+    EXPECT_TRUE(WIFSTOPPED(wait_for_end(pid, WUNTRACED)));
     send(pid, SIGCONT);
     EXPECT_EQ(0, ask_to_end());
 }
