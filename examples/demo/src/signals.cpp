@@ -51,7 +51,7 @@ bool survives_report(pid_t pid)
     std::string line;
 
     while (std::getline(status, line)) {
-        const bool listed = line.starts_with("SigBlk:") || line.starts_with("SigIgn:") || line.starts_with("SigCgt:");
+        const bool listed = line.starts_with("SigIgn:") || line.starts_with("SigCgt:");
         if (listed && (std::strtoull(line.c_str() + std::strlen("SigXxx:"), nullptr, 16) & bit) != 0) {
             return true;
         }

@@ -26,8 +26,9 @@ void restore_signals();
 [[noreturn]] void die_by(int sig, rlim_t core_limit);
 
 /*
- * Tells whether a SIGUSR1 would not kill the process: it is caught, blocked or ignored there. False when the process
- * cannot be looked at. Started by hand, our parent is a shell, which a report would kill.
+ * Tells whether a SIGUSR1 would not kill the process: it is caught or ignored there. Blocked is no protection: a shell
+ * blocks all signals only while it starts us. False when the process cannot be looked at. Started by hand, our parent
+ * is a shell, which a report would kill.
  */
 bool survives_report(pid_t pid);
 
