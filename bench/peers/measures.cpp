@@ -7,7 +7,6 @@
 #include <fstream>
 #include <iostream>
 #include <numeric>
-#include <random>
 #include <stdexcept>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -108,18 +107,16 @@ double start_ms(const Trials& trials)
     return median(taken);
 }
 
-// Kills at random moments of a second, so that polling shows its whole range.
+// Kills at moments that are spread evenly over a second since the last start, so that polling shows its whole range.
 std::vector<double> restart_s(const Trials& trials)
 {
     return trials.run([](const Supervisor& supervisor, const fs::path& directory) {
-        std::mt19937 random(1);
-        std::uniform_real_distribution<double> moment(1.2, 2.2);
         std::vector<double> taken;
 
         start_one(supervisor, directory, 0);
         for (size_t i = 1; i <= KILLS; i++) {
             const pid_t service = lives(directory, 0, i).back().pid;
-            pause_for(moment(random));
+            pause_for(1 + (static_cast<double>(i) - 0.5) / KILLS);
             const int64_t start = now();
             kill(service, SIGKILL);
             taken.push_back(static_cast<double>(lives(directory, 0, i + 1).back().time - start) / 1e9);
