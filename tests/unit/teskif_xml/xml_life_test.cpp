@@ -72,7 +72,7 @@ TEST_F(XmlHome, LetsNoTwoFilesAnswerOneKey)
 {
     const std::string policy = section("all", "\n<env><path>/bin</path></env>");
     ASSERT_EQ("OK", word(xmllib_load_policy("all")));
-    const std::string error = ":3:1: the key /root/all/env/path is given twice, first in line 2 of " + policy;
+    const std::string error = ":3:6: the key /root/all/env/path is given twice, first in line 2 of " + policy;
     const std::pair<const char*, std::string> configs[] = {
         { "<root>\n<all>\n<env><path>/sbin</path></env></all></root>", error },
         { "<root>\n<all>\n<env><path><x/></path></env></all></root>", error },

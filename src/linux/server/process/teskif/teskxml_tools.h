@@ -70,8 +70,9 @@ enum __teskxml_limit__ {
 
 /*
  * Tells about the last operation that failed, as "file:line:column: sentence", or "file: sentence" or the sentence
- * alone where there is no such place. Lines and columns count from 1, columns in bytes. A control character in it is
- * shown as "?", a text that is cut for its length ends in "...".
+ * alone where there is no such place. Lines end with a line feed and count from 1, columns are bytes from 1, and the
+ * place of a value is its start tag. A control character is shown as "?", a text that is cut for its length ends in
+ * "...".
  * Result: the text, empty before any failure. It is the library's, outlives xmllib_term, and changes with the next
  * failure.
  */

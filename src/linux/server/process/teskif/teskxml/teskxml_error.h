@@ -13,7 +13,7 @@
  *   ncode    the failure, of __teskxml_result_value__
  *   pfile    file that it lies in; null: none
  *   nline    line in it, from 1; 0: none
- *   ncolumn  column in the line, from 1; 0: none
+ *   ncolumn  column in the line, in bytes, from 1; unused without a line
  *   pformat  the sentence and its arguments, as for printf; "%m" is the errno of the call
  * Result: ncode, so that the caller can fail with it.
  */

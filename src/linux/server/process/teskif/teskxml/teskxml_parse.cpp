@@ -6,6 +6,7 @@
 
 #include "teskxml_error.h"
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstring>
 #include <expat.h>
@@ -17,7 +18,8 @@ typedef struct {
     const char* psection;
     const char* pdata;
     const char* pend;
-    const char* pbreak; /* first line break that is not in line; the content's end if there is none */
+    const char* pline;  /* start of the line that was last asked for */
+    const char* pbreak; /* its end, or the content's */
     int line;
     uint32_t current; /* innermost open element */
     int depth;        /* open elements */
@@ -31,16 +33,19 @@ static const char* teskxml_nextbreak(const char* pbegin, const char* pend)
     return pbreak != nullptr ? pbreak : pend;
 }
 
-/* Line of the current event. Counted in step with the parse, as expat's own count goes byte by byte. */
-static int teskxml_line(TESKXML_PARSE* pparse)
+/* Place of the current event. Counted in step with the parse, as expat's own count goes byte by byte, and in characters.
+   In a content without a single byte there is no event; its place is the start. */
+static void teskxml_where(TESKXML_PARSE* pparse, int32_t* pline, int32_t* pcolumn)
 {
-    const char* pevent = pparse->pdata + XML_GetCurrentByteIndex(pparse->parser);
+    const char* pevent = pparse->pdata + std::max<XML_Index>(XML_GetCurrentByteIndex(pparse->parser), 0);
 
     while (pparse->pbreak < pevent) {
         pparse->line++;
-        pparse->pbreak = teskxml_nextbreak(pparse->pbreak + 1, pparse->pend);
+        pparse->pline = pparse->pbreak + 1;
+        pparse->pbreak = teskxml_nextbreak(pparse->pline, pparse->pend);
     }
-    return pparse->line;
+    *pline = pparse->line;
+    *pcolumn = static_cast<int32_t>(pevent - pparse->pline) + 1;
 }
 
 static void teskxml_refuse(TESKXML_PARSE* pparse, int ncode, const char* pformat, ...)
@@ -50,11 +55,12 @@ static void teskxml_refuse(TESKXML_PARSE* pparse, int ncode, const char* pformat
 static void teskxml_refuse(TESKXML_PARSE* pparse, int ncode, const char* pformat, ...)
 {
     va_list args;
+    int32_t nline = 0;
+    int32_t ncolumn = 0;
 
+    teskxml_where(pparse, &nline, &ncolumn);
     va_start(args, pformat);
-    pparse->result =
-        teskxml_vfail(ncode, pparse->pdoc->pfile, static_cast<int>(XML_GetCurrentLineNumber(pparse->parser)),
-                      static_cast<int>(XML_GetCurrentColumnNumber(pparse->parser)) + 1, pformat, args);
+    pparse->result = teskxml_vfail(ncode, pparse->pdoc->pfile, nline, ncolumn, pformat, args);
     va_end(args);
     XML_StopParser(pparse->parser, XML_FALSE);
 }
@@ -113,7 +119,7 @@ static void teskxml_enter(TESKXML_PARSE* pparse, const char* pname, size_t nlen)
     uint32_t nnode = TESKXML_NONE;
 
     if (teskxml_doc_add(pdoc, pparse->current, pname, nlen, &nnode)) {
-        pdoc->pnode[nnode].line = teskxml_line(pparse);
+        teskxml_where(pparse, &pdoc->pnode[nnode].line, &pdoc->pnode[nnode].column);
         if (pparse->depth > 0) {
             pdoc->pnode[pparse->current].branch = true;
         }
@@ -218,6 +224,7 @@ int teskxml_parse(PTESKXML_DOC pdoc, const char* psection, const char* pdata, si
     parse.psection = psection;
     parse.pdata = pdata;
     parse.pend = pdata + nsize;
+    parse.pline = pdata;
     parse.pbreak = teskxml_nextbreak(pdata, parse.pend);
     parse.line = 1;
     /* The parser would take UTF-16 for what it is, whatever it is told; no content of that kind is without these. */

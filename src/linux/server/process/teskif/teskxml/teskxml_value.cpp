@@ -11,7 +11,7 @@
 /* Tells about a value that cannot be read as asked for. */
 static int teskxml_badvalue(int ncode, const TESKXML_DOC* pdoc, uint32_t nnode)
 {
-    return teskxml_fail(ncode, pdoc->pfile, pdoc->pnode[nnode].line, 1, "%s is \"%.64s\": %s",
+    return teskxml_fail(ncode, pdoc->pfile, pdoc->pnode[nnode].line, pdoc->pnode[nnode].column, "%s is \"%.64s\": %s",
                         teskxml_doc_key(pdoc, nnode), teskxml_doc_value(pdoc, nnode), teskxml_codetext(ncode));
 }
 
