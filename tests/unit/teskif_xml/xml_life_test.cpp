@@ -23,9 +23,12 @@ TEST_F(XmlHome, RefusesEveryOperationWhileClosed)
 TEST_F(XmlHome, NeedsAnAbsoluteHomeAndKeepsItWhileOpen)
 {
     section("all", "<x>1</x>");
+    std::filesystem::create_symlink(home, home / "link");
     const std::string longest = "/" + std::string(TESKXML_MAX_PATH - 1, 'h');
     const std::tuple<std::string, std::string, std::string> homes[] = {
-        { home.string() + "//", "OK", "OK" },
+        { home.parent_path() / "." / "" / home.filename() / "./", "OK", "OK" },
+        { home.string() + "/link/.", "OK", "FILETYPE" },
+        { home.string() + "/etc/..", "HOME", "NOTOPEN" },
         { "/", "OK", "NOTFOUND" },
         { longest, "OK", "HOME" }, // no room for the path of a file
         { longest + "h", "HOME", "NOTOPEN" },

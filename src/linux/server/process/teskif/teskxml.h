@@ -34,7 +34,7 @@ enum __teskxml_kind__ {
 
 /*
  * Opens the library; must precede every other operation. The home directory is settled here and stays the same until
- * the library is closed; no file is touched yet.
+ * the library is closed; no file is touched yet. It is an absolute path without ".." in it.
  *   ident  name of the caller, not empty; ours does not keep it
  * Result: 0, ARGUMENT, ALREADYOPEN, or HOME.
  */

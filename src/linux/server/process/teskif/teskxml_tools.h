@@ -24,7 +24,7 @@ enum __teskxml_result_value__ {
     TESKXML_RET_FAIL_ARGUMENT,    /* a null argument, a capacity of 0 or less, an empty caller's name or a bad path */
     TESKXML_RET_FAIL_NOTOPEN,     /* xmllib_init is missing */
     TESKXML_RET_FAIL_ALREADYOPEN, /* xmllib_init a second time */
-    TESKXML_RET_FAIL_HOME,        /* the home directory is not an absolute path, or too long */
+    TESKXML_RET_FAIL_HOME,        /* the home directory is not an absolute path, has ".." in it, or is too long */
     TESKXML_RET_FAIL_NAME,        /* no name of a section */
     TESKXML_RET_FAIL_NOTLOADED,   /* unload of what is not loaded */
 

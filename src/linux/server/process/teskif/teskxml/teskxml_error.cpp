@@ -20,7 +20,7 @@ static constexpr TESKXML_CODE gcode[] = {
     { TESKXML_RET_FAIL_ARGUMENT, "TESKXML_RET_FAIL_ARGUMENT", "an argument is missing or unusable" },
     { TESKXML_RET_FAIL_NOTOPEN, "TESKXML_RET_FAIL_NOTOPEN", "the library is not open" },
     { TESKXML_RET_FAIL_ALREADYOPEN, "TESKXML_RET_FAIL_ALREADYOPEN", "the library is open already" },
-    { TESKXML_RET_FAIL_HOME, "TESKXML_RET_FAIL_HOME", "the home directory is no absolute path of usable length" },
+    { TESKXML_RET_FAIL_HOME, "TESKXML_RET_FAIL_HOME", "the home directory is no absolute path that can be used" },
     { TESKXML_RET_FAIL_NAME, "TESKXML_RET_FAIL_NAME", "this is no name of a policy section" },
     { TESKXML_RET_FAIL_NOTLOADED, "TESKXML_RET_FAIL_NOTLOADED", "this is not loaded" },
     { TESKXML_RET_FAIL_NOTFOUND, "TESKXML_RET_FAIL_NOTFOUND", "the file does not exist" },
