@@ -49,8 +49,8 @@ TESKXML_API int xmllib_term(void);
 /*
  * Loads the cluster's default configuration, etc/config.xml in the home directory, or a configuration file given by its
  * path. A file that is loaded already is not read again but counted, and has to be unloaded as often.
- *   path    the file: an absolute path without "." and ".." in it. Outside the home directory every directory from "/"
- *           down is held to the rules for trusted files.
+ *   path    the file: an absolute path without "//", "." and ".." in it. Outside the home directory every directory
+ *           from "/" down is held to the rules for trusted files.
  *   handle  out: a handle for xmllib_unload_pathconfig, never null; untouched unless the result is 0
  * Result: 0, ARGUMENT, NOTOPEN, a code for the file or its content, LIMIT, or MEMORY.
  */
