@@ -49,6 +49,7 @@ TEST_F(XmlHome, TakesOrRefusesAFileWhole)
         { all("<?run x?>"), "FORBIDDEN", ":1:12: the processing instruction run" },
         { value("\xc3\xa9<y/>"), "FORBIDDEN", ":1:17: the element y follows a text" },
         { value("<y/>1"), "FORBIDDEN", ":1:19: text where only elements may be, in x" },
+        { value("1\n<!-- 2 -->\n3"), "FORBIDDEN", ":3:1: text behind a comment in the value of x" },
         { "<policy><all/></policy>", "SCOPE", ":1:1: the element policy lies outside /root" },
         { "<root><all/><pm/></root>", "SCOPE", ":1:13: the element pm lies outside /root/all" },
         { all(""), "OK", "" },
@@ -87,7 +88,7 @@ TEST_F(XmlHome, ReadsTextsWithoutTheBlanksAroundThem)
         { " \n ", "" },
         { "a &amp; b &lt;c&gt; &#65;&#x42;", "a & b <c> AB" },
         { "x<![CDATA[<y> & ]]>z", "x<y> & z" },
-        { "one<!-- not this -->two", "onetwo" },
+        { "<!-- not this -->one <!-- nor this -->\n<!---->", "one" },
         { "\xc2\xa0\xe3\x83\x97\xe2\x80\x83", "\xc2\xa0\xe3\x83\x97\xe2\x80\x83" }, // other spaces are text
     };
     for (const auto& [written, read] : texts) {

@@ -11,7 +11,8 @@
  * What ours adds to that, as it runs as root:
  * - A file is read only if it and each directory above it, up to the home directory, belongs to root and is not
  *   writable by group or others, and none of them is a symbolic link. Nothing switches this off.
- * - A file is UTF-8. DOCTYPE, attributes, processing instructions and text beside child elements are refused.
+ * - A file is UTF-8. DOCTYPE, attributes, processing instructions, text beside child elements and a comment between two
+ *   parts of a value are refused.
  * - A key has one value: repeated in its file or in another loaded one, it is refused, with both lines named.
  * - Every load is all or nothing. After a failure the loaded keys are the same as before.
  */

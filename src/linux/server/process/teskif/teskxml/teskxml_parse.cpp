@@ -23,6 +23,7 @@ typedef struct {
     int line;
     uint32_t current; /* innermost open element */
     int depth;        /* open elements */
+    bool divided;     /* a comment stands behind a part of the current value */
     int result;       /* once it is a failure, the callbacks that expat still makes do nothing */
 } TESKXML_PARSE;
 
@@ -158,6 +159,7 @@ static void teskxml_onend(void* puser, const XML_Char*)
         }
         pparse->current = pnode->parent;
         pparse->depth--;
+        pparse->divided = false;
     }
 }
 
@@ -168,6 +170,9 @@ static void teskxml_addvalue(TESKXML_PARSE* pparse, const char* ptext, size_t nl
     if (pnode->branch) {
         teskxml_refuse(pparse, TESKXML_RET_FAIL_FORBIDDEN, "text where only elements may be, in %.64s",
                        teskxml_doc_name(pparse->pdoc, pparse->current));
+    } else if (pparse->divided) {
+        teskxml_refuse(pparse, TESKXML_RET_FAIL_FORBIDDEN, "text behind a comment in the value of %.64s",
+                       teskxml_doc_name(pparse->pdoc, pparse->current));
     } else if (pnode->valuelen + nlen > TESKXML_MAX_VALUE) {
         teskxml_refuse(pparse, TESKXML_RET_FAIL_LIMIT, "the value of %.64s is longer than %d",
                        teskxml_doc_name(pparse->pdoc, pparse->current), TESKXML_MAX_VALUE);
@@ -176,13 +181,14 @@ static void teskxml_addvalue(TESKXML_PARSE* pparse, const char* ptext, size_t nl
     }
 }
 
-/* A text may come in any number of pieces. */
+/* A text may come in any number of pieces. Blanks are no part of the value as long as none of its text has come, or none
+   may come any more. */
 static void teskxml_ontext(void* puser, const XML_Char* ptext, int nlen)
 {
     TESKXML_PARSE* pparse = static_cast<TESKXML_PARSE*>(puser);
 
     if (pparse->result == TESKXML_RET_SUCCESS) {
-        if (pparse->pdoc->pnode[pparse->current].valuelen == 0) {
+        if (pparse->divided || pparse->pdoc->pnode[pparse->current].valuelen == 0) {
             for (; nlen > 0 && teskxml_isblank(*ptext); nlen--) {
                 ptext++;
             }
@@ -191,6 +197,14 @@ static void teskxml_ontext(void* puser, const XML_Char* ptext, int nlen)
             teskxml_addvalue(pparse, ptext, static_cast<size_t>(nlen));
         }
     }
+}
+
+/* What reads as two values must not be taken for one. */
+static void teskxml_oncomment(void* puser, const XML_Char*)
+{
+    TESKXML_PARSE* pparse = static_cast<TESKXML_PARSE*>(puser);
+
+    pparse->divided = pparse->depth > 0 && pparse->pdoc->pnode[pparse->current].valuelen > 0;
 }
 
 static void teskxml_ondoctype(void* puser, const XML_Char*, const XML_Char*, const XML_Char*, int)
@@ -216,6 +230,28 @@ static void teskxml_ondeclaration(void* puser, const XML_Char*, const XML_Char* 
     }
 }
 
+static void teskxml_run(TESKXML_PARSE* pparse)
+{
+    int nsize = static_cast<int>(pparse->pend - pparse->pdata);
+    enum XML_Status nstatus = XML_STATUS_OK;
+    enum XML_Error nerror = XML_ERROR_NONE;
+
+    XML_SetUserData(pparse->parser, pparse);
+    XML_SetElementHandler(pparse->parser, teskxml_onstart, teskxml_onend);
+    XML_SetCharacterDataHandler(pparse->parser, teskxml_ontext);
+    XML_SetCommentHandler(pparse->parser, teskxml_oncomment);
+    XML_SetStartDoctypeDeclHandler(pparse->parser, teskxml_ondoctype);
+    XML_SetProcessingInstructionHandler(pparse->parser, teskxml_oninstruction);
+    XML_SetXmlDeclHandler(pparse->parser, teskxml_ondeclaration);
+
+    nstatus = XML_Parse(pparse->parser, pparse->pdata, nsize, XML_TRUE);
+    if (nstatus != XML_STATUS_OK && pparse->result == TESKXML_RET_SUCCESS) {
+        nerror = XML_GetErrorCode(pparse->parser);
+        teskxml_refuse(pparse, nerror == XML_ERROR_NO_MEMORY ? TESKXML_RET_FAIL_MEMORY : TESKXML_RET_FAIL_SYNTAX, "%s",
+                       XML_ErrorString(nerror));
+    }
+}
+
 int teskxml_parse(PTESKXML_DOC pdoc, const char* psection, const char* pdata, size_t nsize)
 {
     TESKXML_PARSE parse = {};
@@ -237,20 +273,7 @@ int teskxml_parse(PTESKXML_DOC pdoc, const char* psection, const char* pdata, si
         parse.result = teskxml_fail(TESKXML_RET_FAIL_MEMORY, pdoc->pfile, 0, 0, "out of memory");
         goto monp_exit_func;
     }
-    XML_SetUserData(parse.parser, &parse);
-    XML_SetElementHandler(parse.parser, teskxml_onstart, teskxml_onend);
-    XML_SetCharacterDataHandler(parse.parser, teskxml_ontext);
-    XML_SetStartDoctypeDeclHandler(parse.parser, teskxml_ondoctype);
-    XML_SetProcessingInstructionHandler(parse.parser, teskxml_oninstruction);
-    XML_SetXmlDeclHandler(parse.parser, teskxml_ondeclaration);
-
-    if (XML_Parse(parse.parser, pdata, static_cast<int>(nsize), XML_TRUE) != XML_STATUS_OK &&
-        parse.result == TESKXML_RET_SUCCESS) {
-        bool bmemory = XML_GetErrorCode(parse.parser) == XML_ERROR_NO_MEMORY;
-
-        teskxml_refuse(&parse, bmemory ? TESKXML_RET_FAIL_MEMORY : TESKXML_RET_FAIL_SYNTAX, "%s",
-                       XML_ErrorString(XML_GetErrorCode(parse.parser)));
-    }
+    teskxml_run(&parse);
     XML_ParserFree(parse.parser);
 
 monp_exit_func:
