@@ -50,6 +50,7 @@ TEST_F(XmlHome, TakesOrRefusesAFileWhole)
         { value("\xc3\xa9<y/>"), "FORBIDDEN", ":1:17: the element y follows a text" },
         { value("<y/>1"), "FORBIDDEN", ":1:19: text where only elements may be, in x" },
         { value("1\n<!-- 2 -->\n3"), "FORBIDDEN", ":3:1: text behind a comment in the value of x" },
+        { "\n <root/>", "SCOPE", ":2:2: there is no element all in /root" },
         { "<policy><all/></policy>", "SCOPE", ":1:1: the element policy lies outside /root" },
         { "<root><all/><pm/></root>", "SCOPE", ":1:13: the element pm lies outside /root/all" },
         { all(""), "OK", "" },

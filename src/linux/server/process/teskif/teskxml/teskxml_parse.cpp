@@ -230,6 +230,18 @@ static void teskxml_ondeclaration(void* puser, const XML_Char*, const XML_Char* 
     }
 }
 
+/* Tells the place of "root", as what is missing has none. */
+static int teskxml_checksection(const TESKXML_DOC* pdoc, const char* psection)
+{
+    int nfuncret = TESKXML_RET_SUCCESS;
+
+    if (psection != nullptr && pdoc->nodes < 2) {
+        nfuncret = teskxml_fail(TESKXML_RET_FAIL_SCOPE, pdoc->pfile, pdoc->pnode[0].line, pdoc->pnode[0].column,
+                                "there is no element %s in /root", psection);
+    }
+    return nfuncret;
+}
+
 static void teskxml_run(TESKXML_PARSE* pparse)
 {
     int nsize = static_cast<int>(pparse->pend - pparse->pdata);
@@ -274,6 +286,9 @@ int teskxml_parse(PTESKXML_DOC pdoc, const char* psection, const char* pdata, si
         goto monp_exit_func;
     }
     teskxml_run(&parse);
+    if (parse.result == TESKXML_RET_SUCCESS) {
+        parse.result = teskxml_checksection(pdoc, psection);
+    }
     XML_ParserFree(parse.parser);
 
 monp_exit_func:
