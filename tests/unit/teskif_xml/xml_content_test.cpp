@@ -130,6 +130,10 @@ TEST_F(XmlHome, TellsWhichValueIsBadAndWhereItComesFrom)
     EXPECT_EQ(file + ":2:2: /root/dummyconf is \"1????\xc3\x9b\xc2\xa0maybe\": the value is no whole decimal number",
               teskxml_lasterror());
 
+    load("all", "<x>" + repeat("\xc2\xb2x", 23) + "</x>");
+    EXPECT_EQ("NOTNUMBER", word(xmllib_get_value("/root/all/x", TESKXML_INT, &number, &capacity)));
+    EXPECT_TRUE(told("\xb2x...\": the value is no")) << teskxml_lasterror();
+
     EXPECT_EQ("NOKEY", text("/"s + std::string(10000, 'k')));
     EXPECT_TRUE(std::string(teskxml_lasterror()).ends_with("k...")) << teskxml_lasterror();
 }

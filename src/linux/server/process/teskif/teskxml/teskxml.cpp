@@ -42,8 +42,8 @@ static int teskxml_checkname(const char* pname)
     nlen = strnlen(pname, TESKXML_MAX_NAME + 1);
     if (nlen == 0 || nlen > TESKXML_MAX_NAME || strspn(pname, szallowed) != nlen) {
         nfuncret = teskxml_fail(TESKXML_RET_FAIL_NAME, nullptr, 0, 0,
-                                "\"%.64s\" is no section's name: 1 to %d of A-Z, a-z, 0-9, \"_\" and \"-\"", pname,
-                                TESKXML_MAX_NAME);
+                                "\"%s\" is no section's name: 1 to %d of A-Z, a-z, 0-9, \"_\" and \"-\"",
+                                teskxml_shown(pname).text, TESKXML_MAX_NAME);
     }
 
 monp_exit_func:
@@ -96,8 +96,8 @@ static int teskxml_takehome(const char* phome)
     gteskxml.szhome[nhome] = '\0';
     if (!bgood) {
         nfuncret = teskxml_fail(TESKXML_RET_FAIL_HOME, nullptr, 0, 0,
-                                "the home directory \"%.64s\" is no absolute path without \"..\" of at most %d bytes",
-                                phome, TESKXML_MAX_PATH);
+                                "the home directory \"%s\" is no absolute path without \"..\" of at most %d bytes",
+                                teskxml_shown(phome).text, TESKXML_MAX_PATH);
     }
     return nfuncret;
 }
@@ -174,8 +174,9 @@ int xmllib_load_pathconfig(const char* path, void** handle)
         goto monp_exit_func;
     }
     if (path[0] != '/' || strnlen(path, TESKXML_MAX_PATH + 1) > TESKXML_MAX_PATH) {
-        nfuncret = teskxml_fail(TESKXML_RET_FAIL_ARGUMENT, nullptr, 0, 0,
-                                "\"%.64s\" is no absolute path of at most %d bytes", path, TESKXML_MAX_PATH);
+        nfuncret =
+            teskxml_fail(TESKXML_RET_FAIL_ARGUMENT, nullptr, 0, 0, "\"%s\" is no absolute path of at most %d bytes",
+                         teskxml_shown(path).text, TESKXML_MAX_PATH);
         goto monp_exit_func;
     }
     nfuncret = teskxml_set_load(TESKXML_DOC_PATHCONFIG, path, teskxml_toplength(path), nullptr, &nhandle);

@@ -58,6 +58,23 @@ static_assert(teskxml_rowsagree(), "one row for each result code, in their order
 
 static char gszerror[TESKXML_MAX_PATH + 1024];
 
+TESKXML_SHOWN teskxml_shown(const char* ptext)
+{
+    static constexpr char szmark[] = "...";
+    TESKXML_SHOWN shown = {};
+    size_t nlen = strnlen(ptext, sizeof(shown.text));
+
+    if (nlen == sizeof(shown.text)) {
+        nlen -= sizeof(szmark);
+        while ((ptext[nlen] & 0xc0) == 0x80 && nlen > 0) { /* not within a character */
+            nlen--;
+        }
+        memcpy(shown.text + nlen, szmark, sizeof(szmark));
+    }
+    memcpy(shown.text, ptext, nlen);
+    return shown;
+}
+
 /* Adds to the record behind the first nlen bytes; result: the length then, never beyond the record's last byte. */
 static size_t teskxml_append(size_t nlen, const char* pformat, va_list args) __attribute__((format(printf, 2, 0)));
 

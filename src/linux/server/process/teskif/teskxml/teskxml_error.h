@@ -9,6 +9,20 @@
 #include <cstdarg>
 
 /*
+ * A text as a sentence shows it.
+ */
+typedef struct {
+    char text[68];
+} TESKXML_SHOWN;
+
+/*
+ * Shortens a text of any length for a sentence, where it leaves room for the rest of that.
+ *   ptext  the text, of a file or a caller
+ * Result: the text, or as many characters of it as fit, with "..." behind them.
+ */
+TESKXML_SHOWN teskxml_shown(const char* ptext);
+
+/*
  * Records a failure for teskxml_lasterror. Called only by the library's own operations, under their rules.
  *   ncode    the failure, of __teskxml_result_value__
  *   pfile    file that it lies in; null: none

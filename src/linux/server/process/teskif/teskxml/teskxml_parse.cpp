@@ -99,17 +99,17 @@ static void teskxml_checkelement(TESKXML_PARSE* pparse, const char* pname, size_
     size_t nparentlen = pparse->depth > 0 ? pdoc->pnode[pparse->current].keylen : 0;
 
     if (pattribute != nullptr) {
-        teskxml_refuse(pparse, TESKXML_RET_FAIL_FORBIDDEN, "the element %.64s has the attribute %.64s", pname,
-                       pattribute);
+        teskxml_refuse(pparse, TESKXML_RET_FAIL_FORBIDDEN, "the element %s has the attribute %s",
+                       teskxml_shown(pname).text, teskxml_shown(pattribute).text);
     } else if (prequired != nullptr && strcmp(pname, prequired) != 0) {
-        teskxml_refuse(pparse, TESKXML_RET_FAIL_SCOPE, "the element %.64s lies outside %s%s", pname,
+        teskxml_refuse(pparse, TESKXML_RET_FAIL_SCOPE, "the element %s lies outside %s%s", teskxml_shown(pname).text,
                        pparse->depth == 0 ? "/" : "/root/", prequired);
     } else if (pparse->depth >= TESKXML_MAX_DEPTH) {
         teskxml_refuse(pparse, TESKXML_RET_FAIL_LIMIT, "more than %d elements within each other", TESKXML_MAX_DEPTH);
     } else if (nparentlen + 1 + nlen > TESKXML_MAX_KEY) {
         teskxml_refuse(pparse, TESKXML_RET_FAIL_LIMIT, "the key gets longer than %d", TESKXML_MAX_KEY);
     } else if (pparse->depth > 0 && pdoc->pnode[pparse->current].valuelen > 0) {
-        teskxml_refuse(pparse, TESKXML_RET_FAIL_FORBIDDEN, "the element %.64s follows a text", pname);
+        teskxml_refuse(pparse, TESKXML_RET_FAIL_FORBIDDEN, "the element %s follows a text", teskxml_shown(pname).text);
     }
 }
 
@@ -168,14 +168,14 @@ static void teskxml_addvalue(TESKXML_PARSE* pparse, const char* ptext, size_t nl
     const TESKXML_NODE* pnode = &pparse->pdoc->pnode[pparse->current];
 
     if (pnode->branch) {
-        teskxml_refuse(pparse, TESKXML_RET_FAIL_FORBIDDEN, "text where only elements may be, in %.64s",
-                       teskxml_doc_name(pparse->pdoc, pparse->current));
+        teskxml_refuse(pparse, TESKXML_RET_FAIL_FORBIDDEN, "text where only elements may be, in %s",
+                       teskxml_shown(teskxml_doc_name(pparse->pdoc, pparse->current)).text);
     } else if (pparse->divided) {
-        teskxml_refuse(pparse, TESKXML_RET_FAIL_FORBIDDEN, "text behind a comment in the value of %.64s",
-                       teskxml_doc_name(pparse->pdoc, pparse->current));
+        teskxml_refuse(pparse, TESKXML_RET_FAIL_FORBIDDEN, "text behind a comment in the value of %s",
+                       teskxml_shown(teskxml_doc_name(pparse->pdoc, pparse->current)).text);
     } else if (pnode->valuelen + nlen > TESKXML_MAX_VALUE) {
-        teskxml_refuse(pparse, TESKXML_RET_FAIL_LIMIT, "the value of %.64s is longer than %d",
-                       teskxml_doc_name(pparse->pdoc, pparse->current), TESKXML_MAX_VALUE);
+        teskxml_refuse(pparse, TESKXML_RET_FAIL_LIMIT, "the value of %s is longer than %d",
+                       teskxml_shown(teskxml_doc_name(pparse->pdoc, pparse->current)).text, TESKXML_MAX_VALUE);
     } else if (!teskxml_doc_addtext(pparse->pdoc, ptext, nlen)) {
         teskxml_refuse(pparse, TESKXML_RET_FAIL_LIMIT, "the values do not fit");
     }
@@ -217,7 +217,8 @@ static void teskxml_oninstruction(void* puser, const XML_Char* ptarget, const XM
     TESKXML_PARSE* pparse = static_cast<TESKXML_PARSE*>(puser);
 
     if (pparse->result == TESKXML_RET_SUCCESS) {
-        teskxml_refuse(pparse, TESKXML_RET_FAIL_FORBIDDEN, "the processing instruction %.64s", ptarget);
+        teskxml_refuse(pparse, TESKXML_RET_FAIL_FORBIDDEN, "the processing instruction %s",
+                       teskxml_shown(ptarget).text);
     }
 }
 
@@ -225,8 +226,8 @@ static void teskxml_oninstruction(void* puser, const XML_Char* ptarget, const XM
 static void teskxml_ondeclaration(void* puser, const XML_Char*, const XML_Char* pencoding, int)
 {
     if (pencoding != nullptr && strcasecmp(pencoding, "UTF-8") != 0) {
-        teskxml_refuse(static_cast<TESKXML_PARSE*>(puser), TESKXML_RET_FAIL_SYNTAX, "the encoding %.64s, not UTF-8",
-                       pencoding);
+        teskxml_refuse(static_cast<TESKXML_PARSE*>(puser), TESKXML_RET_FAIL_SYNTAX, "the encoding %s, not UTF-8",
+                       teskxml_shown(pencoding).text);
     }
 }
 
