@@ -68,8 +68,8 @@ TESKXML_API int xmllib_unload_pathconfig(void* handle);
 
 /*
  * Loads or releases the policy section of a name. Its keys are readable below "/root/" and the name while it is loaded.
- * The section's file, etc/policy/<name>.xml in the home directory, holds the section, empty or not, and no other keys. A
- * section that is loaded already is not read again but counted, and has to be released as often.
+ * The section's file, etc/policy/<name>.xml in the home directory, holds the section, empty or not, and no other keys.
+ * A section that is loaded already is not read again but counted, and has to be released as often.
  *   name  1 to 31 characters out of A-Z, a-z, 0-9, "_" and "-"
  * Result: 0, ARGUMENT, NOTOPEN or NAME; of a load also a code for the file or its content, LIMIT, or MEMORY; of a
  * release also NOTLOADED.

@@ -37,7 +37,7 @@ enum __teskxml_result_value__ {
     /* its content */
     TESKXML_RET_FAIL_SYNTAX,    /* not well-formed XML in UTF-8 */
     TESKXML_RET_FAIL_FORBIDDEN, /* well-formed, but with something that a policy must not hold, such as a DOCTYPE */
-    TESKXML_RET_FAIL_SCOPE,     /* an element outside "/root"; in a section's file one outside the section, or no section */
+    TESKXML_RET_FAIL_SCOPE,     /* an element outside "/root"; in a section's file one outside it, or none */
     TESKXML_RET_FAIL_DUPLICATE, /* a key twice, in this file or in two loaded ones */
     TESKXML_RET_FAIL_LIMIT,     /* a limit of the library is exceeded */
 

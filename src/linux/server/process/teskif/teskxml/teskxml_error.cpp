@@ -8,6 +8,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 
 typedef struct {
     int code;
@@ -44,15 +45,14 @@ static constexpr TESKXML_CODE gcode[] = {
 
 static constexpr bool teskxml_rowsagree()
 {
+    bool bagree = std::size(gcode) == TESKXML_RET_NUM;
     int nrow = 0;
 
     for (const TESKXML_CODE& row : gcode) {
-        if (row.code != nrow) {
-            return false;
-        }
+        bagree = bagree && row.code == nrow;
         nrow++;
     }
-    return nrow == TESKXML_RET_NUM;
+    return bagree;
 }
 static_assert(teskxml_rowsagree(), "one row for each result code, in their order");
 

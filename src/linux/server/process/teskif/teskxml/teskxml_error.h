@@ -1,5 +1,6 @@
 /*
- * Where the library's failures are recorded. Every failing path goes through teskxml_fail once, where its cause is known.
+ * Where the library's failures are recorded. Every failing path goes through teskxml_fail once, where its cause is
+ * known.
  */
 #ifndef TESKXML_ERROR_H
 #define TESKXML_ERROR_H

@@ -34,8 +34,8 @@ static const char* teskxml_nextbreak(const char* pbegin, const char* pend)
     return pbreak != nullptr ? pbreak : pend;
 }
 
-/* Place of the current event. Counted in step with the parse, as expat's own count goes byte by byte, and in characters.
-   In a content without a single byte there is no event; its place is the start. */
+/* Place of the current event. Counted in step with the parse, as expat's own count goes byte by byte, and in
+   characters. In a content without a single byte there is no event; its place is the start. */
 static void teskxml_where(TESKXML_PARSE* pparse, int32_t* pline, int32_t* pcolumn)
 {
     const char* pevent = pparse->pdata + std::max<XML_Index>(XML_GetCurrentByteIndex(pparse->parser), 0);
@@ -181,8 +181,8 @@ static void teskxml_addvalue(TESKXML_PARSE* pparse, const char* ptext, size_t nl
     }
 }
 
-/* A text may come in any number of pieces. Blanks are no part of the value as long as none of its text has come, or none
-   may come any more. */
+/* A text may come in any number of pieces. Blanks are no part of the value as long as none of its text has come, or
+   none may come any more. */
 static void teskxml_ontext(void* puser, const XML_Char* ptext, int nlen)
 {
     TESKXML_PARSE* pparse = static_cast<TESKXML_PARSE*>(puser);
