@@ -55,6 +55,6 @@ run_tests() {
 }
 
 build_packages="g++ cmake ninja-build libexpat1-dev"
-test_packages="libgtest-dev libgmock-dev libxml2-utils mandoc util-linux tar gzip"
+test_packages="libgtest-dev libgmock-dev libxml2-utils mandoc util-linux tar gzip dpkg-dev file systemd"
 bench_packages="libbenchmark-dev libspdlog-dev libxml2-dev libpugixml-dev"
 lint_packages="clang clang-tidy clang-format libclang-rt-14-dev gcovr"
