@@ -79,13 +79,27 @@ TEST_F(Programs, CollectorRefusesWrongArguments)
     EXPECT_EQ("", sh("ls -A archive"));
 }
 
-TEST_F(Programs, CommandsRecordTheCallAndEndWithTheStatusOfTheirFile)
+TEST_F(Programs, CommandsRunTheHookThatOnlyRootCanChange)
 {
-    sh("bin/sample_cl -t --type monp --nochk; bin/sample_down -r --type monp");
-    for (const auto& [text, status] : { std::pair{ "255", 255 }, { "256", 125 }, { "x", 125 } }) {
-        sh(std::string("echo ") + text + " >work/sample_down.status; bin/sample_down --type 'a b'", status);
+    if (geteuid() != 0) {
+        GTEST_SKIP() << "a hook has to belong to root";
     }
-    const std::string again = " [--type] [a b]\n";
-    EXPECT_EQ(" [-t] [--type] [monp] [--nochk]\n", sh("cut -c 20- work/sample_cl.log"));
-    EXPECT_EQ(" [-r] [--type] [monp]\n" + again + again + again, sh("cut -c 20- work/sample_down.log"));
+    std::ofstream(home / "hook") << "#!/bin/sh\nprintf '[%s]' \"$@\"; umask; grep SigIgn /proc/$$/status; exit 7\n";
+    const std::string hook = "rm -rf etc a; chmod 755 .; (umask 022; install -D -m 755 hook etc/hook/down); ";
+    const std::pair<const char*, const char*> faults[] = {
+        { "rm etc/hook/down", "there is no hook" },
+        { "chmod 644 etc/hook/down", "is not executable" },
+        { "chmod 775 etc/hook/down", "can be changed by others" },
+        { "chown 1 etc/hook/down", "can be changed by others" },
+        { "chmod 777 etc/hook", "can be changed by others" },
+        { "chmod 1777 .", "can be changed by others" },
+        { "mv etc/hook/down a; ln -s ../../a etc/hook/down", "is no plain file" },
+        { "mv etc/hook a; ln -s ../a etc/hook", "is no directory" },
+        { "rm etc/hook/down; mkdir etc/hook/down", "is no plain file" },
+    };
+    EXPECT_EQ("[-r][--type][a b]0022\nSigIgn:\t0000000000000000\n", sh(hook + "bin/sample_down -r --type 'a b'", 7));
+    sh("bin/sample_cl -t --type monp --nochk", 125, "nothing was done: there is no hook");
+    for (const auto& [fault, message] : faults) {
+        sh(hook + fault + "; bin/sample_down --type monp", 125, message);
+    }
 }
