@@ -72,6 +72,7 @@ install_hooks() {
     local hook
 
     for hook in cl down; do
+        # shellcheck disable=SC2016
         printf '#!/bin/sh\necho "${0##*/} $*" >>work/hook.calls\n' >"$home/etc/hook/$hook"
         chmod 0755 "$home/etc/hook/$hook"
     done
