@@ -68,7 +68,7 @@ void log_file_write(LOG_FILE* pfile, const LOG_RECORD* precord, const LOG_TEXT* 
  */
 void log_file_close(LOG_FILE* pfile);
 
-/* ---------------------------------------------------------------- between log_file.cpp and log_rotate.cpp ---- */
+/* ---------------------------------------------------------------- between log_file.cpp and its users ---- */
 
 /*
  * Opens a regular file for appending and creates it with mode 0640, and its directory with it, if it is missing.
@@ -83,6 +83,23 @@ int log_open_path(const char* ppath);
  * Result: the descriptor, or -1 with errno.
  */
 int log_fd_above_standard(int nfd);
+
+/*
+ * Makes the calling thread the only one in this process that follows or rotates, its owner, until it leaves. It never
+ * waits: whoever does not get in, be it another thread or a signal handler above the one that is in, writes to the file
+ * that is open. An owner from before a fork is not here any more; its lock would be held as long as our copy of the
+ * descriptor is open.
+ *   nepoch  LOG_SELF.nepoch of the caller
+ */
+bool log_file_enter(LOG_FILE* pfile, unsigned nepoch);
+void log_file_leave(LOG_FILE* pfile);
+
+/*
+ * Tells whether our descriptor still is our file. A program that closes all descriptors takes it from us, and the next
+ * file it opens may get the number.
+ *   pown  out: what our descriptor is
+ */
+bool log_file_isours(const LOG_FILE* pfile, struct stat* pown);
 
 /*
  * Tells whether the path still leads to the file that we write to.
