@@ -85,11 +85,15 @@ TEST_F(LogFormat, LongLineIsCutWithAMark)
 TEST_F(LogFormat, LevelDecidesWhatIsKept)
 {
     const std::pair<int, Texts> cases[] = {
-        { -1, {} }, { 1, { "1" } }, { 0, { "1", "2", "4" } }, { 7, { "1", "2", "4" } }, { 8, { "1", "2", "4", "8" } },
+        { -1, {} },
+        { 1, { "-2", "1" } },
+        { 0, { "-2", "1", "2", "4" } },
+        { 7, { "-2", "1", "2", "4" } },
+        { 8, { "-2", "1", "2", "4", "8" } },
     };
     for (const auto& [level, kept] : cases) {
         open(level);
-        for (const int word : { 1, 2, 4, 8, 16 }) {
+        for (const int word : { -2, 1, 2, 4, 8, 16 }) {
             TESKLOG_LINE(handle, word, "%d", word);
         }
         EXPECT_EQ(kept, texts()) << "level " << level;

@@ -26,10 +26,10 @@ enum __tesklog_limit__ {
 typedef struct {
     std::atomic<bool> btaken;     /* from log_init until the last one has left */
     std::atomic<uintptr_t> nopen; /* number of the opening; 0: closed */
-    std::atomic<int> nlevel;
-    std::atomic<int> nusers; /* one for the open log, one for each writer in it; 0: nobody may enter */
-    uintptr_t nopenings;     /* so far; changed by who has taken the slot */
-    int nzone;               /* minutes east of UTC */
+    std::atomic<int64_t> nlevel;  /* wider than a record's, to have a value below all of them */
+    std::atomic<int> nusers;      /* one for the open log, one for each writer in it; 0: nobody may enter */
+    uintptr_t nopenings;          /* so far; changed by who has taken the slot */
+    int nzone;                    /* minutes east of UTC */
     char szident[TESKLOG_IDENT_LEN];
     LOG_FILE log;
     LOG_FILE events;
@@ -127,6 +127,21 @@ static bool log_ident_isvalid(const char* pident)
     return nlength > 0 && nlength < TESKLOG_IDENT_LEN && pident[0] != '.' && strspn(pident, gallowed) == nlength;
 }
 
+/*
+ * The highest level of a record to be kept, from the configured one.
+ */
+static int64_t log_level(int nlevel)
+{
+    int64_t nhighest = nlevel;
+
+    if (nlevel == 0) {
+        nhighest = TESKLOG_DEF_LEVEL;
+    } else if (nlevel < 0) {
+        nhighest = INT64_MIN;
+    }
+    return nhighest;
+}
+
 static int log_zone()
 {
     const time_t nnow = time(nullptr);
@@ -207,7 +222,7 @@ int log_init(const char* ident, void** handle, int level, int size, int generati
     size = size < TESKLOG_MIN_SIZE ? TESKLOG_MIN_SIZE : size;
     memcpy(pslot->szident, ident, strlen(ident) + 1);
     pslot->nzone = log_zone();
-    pslot->nlevel.store(level == 0 ? TESKLOG_DEF_LEVEL : level, std::memory_order_relaxed);
+    pslot->nlevel.store(log_level(level), std::memory_order_relaxed);
     ncode = log_slot_open(pslot, size, generations <= 0 ? TESKLOG_DEF_GENERATIONS : generations);
     if (ncode != 0) {
         goto monp_exit_release;
