@@ -243,11 +243,13 @@ void log_term(void* handle)
 {
     LOG_SLOT* pslot = log_handle_slot(handle);
     uintptr_t nopening = log_handle_opening(handle);
+    const int nerror = errno;
 
     /* of two that close the same handle, one closes it */
     if (nopening != 0 && pslot != nullptr && pslot->nopen.compare_exchange_strong(nopening, 0)) {
         log_slot_leave(pslot);
     }
+    errno = nerror;
 }
 
 /* ---------------------------------------------------------------- writing ---- */
