@@ -52,7 +52,7 @@ TESKLOG_API int log_init(const char* ident, void** handle, int level, int size, 
  * be written is dropped and counted; the line that can be written next is preceded by their number.
  *   level     one value of __tesklog_level__
  *   event     number of the event, 0 for an ordinary record; it counts only at the level TESKLOG_EVENT
- *   file, line, function  the call site; null is written as "-"
+ *   file, line, function  the call site; null and an empty one are written as "-", a blank as \x20
  *   format    as for printf, but with the conversions d i u x X o c s p % only: from another one on the format is written
  *             as it stands. Control characters and what is not UTF-8 are escaped, in the format as in the values. Null for
  *             an event, whose arguments then follow in the order that its text needs; the arguments of an event that

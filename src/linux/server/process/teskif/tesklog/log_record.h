@@ -43,7 +43,7 @@ void log_record_time(LOG_TEXT* ptext, const LOG_RECORD* precord);
 
 /*
  * Adds what stands before the text of a line: time, level word, process/thread, ident, function and file:line, each
- * followed by one blank.
+ * followed by one blank and with none in itself.
  */
 void log_record_head(LOG_TEXT* ptext, const LOG_RECORD* precord);
 
