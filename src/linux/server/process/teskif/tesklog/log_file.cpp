@@ -87,8 +87,9 @@ static int log_open_or_create(const char* ppath)
 
     if (nfd < 0 && errno == ENOENT) {
         nfd = open(ppath, gflags | O_CREAT | O_EXCL, gfilemode);
-        if (nfd >= 0 && fchmod(nfd, gfilemode) != 0) {
-            /* the mode is now 0640 less the umask, which only refuses more */
+        /* past the umask; a failure leaves a mode that only refuses more */
+        if (nfd >= 0) {
+            fchmod(nfd, gfilemode);
         }
     }
     return nfd;

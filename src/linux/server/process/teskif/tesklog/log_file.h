@@ -38,7 +38,7 @@ typedef struct {
     std::atomic<int64_t> nmeasured;   /* LOG_RECORD.nnow of the last look at the size */
     std::atomic<int64_t> nfailed;     /* LOG_RECORD.nnow of the last rotation that failed */
     std::atomic<unsigned long> nlost; /* records dropped and not reported yet */
-} LOG_FILE, *PLOG_FILE;
+} LOG_FILE;
 
 /*
  * Prepares a file without opening it, which the first record does. Not for a signal handler.

@@ -37,7 +37,7 @@ typedef struct {
     size_t nlimit; /* bytes that may be used by values; the array has room for a mark, a line end and a NUL behind */
     int nescape;   /* __log_escape_value__ */
     bool bcut;
-} LOG_TEXT, *PLOG_TEXT;
+} LOG_TEXT;
 
 /*
  * Starts an empty text.

@@ -33,7 +33,7 @@ typedef struct {
     char szident[TESKLOG_IDENT_LEN];
     LOG_FILE log;
     LOG_FILE events;
-} LOG_SLOT, *PLOG_SLOT;
+} LOG_SLOT;
 
 /* constant, as an initialiser that runs could undo a log_init made by another library's */
 static constinit LOG_SLOT gslots[TESKLOG_SLOTS] = {};
