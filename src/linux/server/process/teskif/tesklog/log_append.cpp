@@ -3,7 +3,8 @@
  * write is the end of the file; only who finds the file at its limit, or has not looked for a second, looks at the path.
  * That is enough: a file that was rotated away stays at its limit, so whoever still writes to it finds out. The question
  * costs as much as the write. It is left out as long as the writer has used up only a small part of the room that it last
- * saw, and that was just now: then the file cannot be full, nor can it have gone through all generations.
+ * saw, and that was just now: then the file cannot be full, nor can it have gone through all generations, unless these
+ * are so small that the question is asked each time.
  */
 #include "log_file.h"
 
@@ -16,7 +17,8 @@ static constexpr int gendlooks = 10;                 /* milliseconds in which an
 static constexpr int64_t glookinterval = 1000000000; /* nanoseconds */
 static constexpr int64_t gmeasureinterval = 1000000; /* nanoseconds */
 static constexpr int64_t groommax = 16384;           /* bytes */
-static constexpr int64_t groompart = 16; /* so many writers at once do not grow the file beyond its limit unseen */
+static constexpr int64_t groompart = 16;      /* so many writers at once do not grow the file beyond its limit unseen */
+static constexpr int64_t gsmallmax = 4194304; /* bytes of all generations that could be written between two questions */
 
 /*
  * Writes under a limit on file sizes, whose signal would end a process that does not expect it: the signal is kept from
@@ -92,13 +94,6 @@ static bool log_file_report(LOG_FILE* pfile, const LOG_RECORD* precord)
     return breported;
 }
 
-static inline bool log_file_isdue(const std::atomic<int64_t>& nlast, int64_t nnow, int64_t ninterval)
-{
-    const int64_t npassed = nnow - nlast.load(std::memory_order_relaxed);
-
-    return npassed >= ninterval || npassed < 0; /* less than nothing: the clock was set back */
-}
-
 /*
  * Tells whether the file has reached its limit, after a line was appended to it. Two threads that take from the room at
  * once may take too little, which is no more than if there were one writer more.
@@ -106,12 +101,15 @@ static inline bool log_file_isdue(const std::atomic<int64_t>& nlast, int64_t nno
 static bool log_file_isfull(LOG_FILE* pfile, int64_t nnow, size_t nwritten)
 {
     int64_t nroom = pfile->nroom.load(std::memory_order_relaxed) - static_cast<int64_t>(nwritten);
+    int64_t nlimit = 0;
     bool bfull = false;
 
     if (nroom <= 0 || log_file_isdue(pfile->nmeasured, nnow, gmeasureinterval)) {
-        nroom = pfile->nlimit - lseek(pfile->nfd.load(std::memory_order_relaxed), 0, SEEK_CUR);
+        nlimit = pfile->nlimit;
+        nroom = nlimit - lseek(pfile->nfd.load(std::memory_order_relaxed), 0, SEEK_CUR);
         bfull = nroom <= 0;
         nroom = nroom / groompart < groommax ? nroom / groompart : groommax;
+        nroom = nlimit <= gsmallmax / (pfile->ngenerations + int64_t{ 1 }) ? 0 : nroom;
         pfile->nmeasured.store(nnow, std::memory_order_relaxed);
     }
     pfile->nroom.store(nroom, std::memory_order_relaxed);
@@ -146,6 +144,9 @@ int log_file_open(LOG_FILE* pfile, const LOG_SELF* pself)
         if (ncode == 0 && log_file_staysragged(pfile)) {
             log_file_put(pfile, &end);
         }
+        if (ncode == 0) {
+            log_file_prune(pfile);
+        }
         log_file_leave(pfile);
     }
     return ncode;
@@ -166,7 +167,7 @@ void log_file_write(LOG_FILE* pfile, const LOG_RECORD* precord, const LOG_TEXT* 
     }
     if (log_file_isfull(pfile, precord->nnow, pline->nlen) &&
         log_file_isdue(pfile->nfailed, precord->nnow, glookinterval) && log_file_enter(pfile, precord->self.nepoch)) {
-        if (log_file_rotate(pfile) != 0) {
+        if (log_file_rotate(pfile, precord->nnow) != 0) {
             pfile->nfailed.store(precord->nnow, std::memory_order_relaxed);
         }
         log_file_leave(pfile);

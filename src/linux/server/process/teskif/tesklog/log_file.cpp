@@ -38,6 +38,7 @@ int log_file_init(LOG_FILE* pfile, const char* pdirectory, const char* pident, c
     pfile->nroom = 0;
     pfile->nmeasured = 0;
     pfile->nfailed = 0;
+    pfile->nbusy = 0;
     pfile->nlost = 0;
     return path.bcut ? ENAMETOOLONG : 0;
 }
@@ -185,6 +186,7 @@ int log_file_follow(LOG_FILE* pfile)
         goto monp_exit_close;
     }
     pfile->nroom = 0;
+    pfile->nbusy = 0;
     pfile->ndevice = found.st_dev;
     pfile->ninode = found.st_ino;
 

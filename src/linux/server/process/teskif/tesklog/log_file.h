@@ -37,6 +37,7 @@ typedef struct {
     std::atomic<int64_t> nroom;       /* bytes that may be written before the size is looked at */
     std::atomic<int64_t> nmeasured;   /* LOG_RECORD.nnow of the last look at the size */
     std::atomic<int64_t> nfailed;     /* LOG_RECORD.nnow of the last rotation that failed */
+    std::atomic<int64_t> nbusy;       /* LOG_RECORD.nnow of the last rotation that another process was at */
     std::atomic<unsigned long> nlost; /* records dropped and not reported yet */
 } LOG_FILE;
 
@@ -114,9 +115,26 @@ int log_file_follow(LOG_FILE* pfile);
 
 /*
  * Rotates the file if it is still the one behind the path and has reached its limit; else follows. Does nothing if
- * another process is at it. Owner only.
+ * another process is at it, and does not ask again for some milliseconds. Owner only.
+ *   nnow  LOG_RECORD.nnow
  * Result: 0, or the errno for which it could not be rotated.
  */
-int log_file_rotate(LOG_FILE* pfile);
+int log_file_rotate(LOG_FILE* pfile, int64_t nnow);
+
+/*
+ * Removes the older files that a larger number of them left behind, up to the first gap.
+ */
+void log_file_prune(const LOG_FILE* pfile);
+
+/*
+ * Tells whether an interval has passed.
+ *   nlast, nnow, ninterval  nanoseconds
+ */
+static inline bool log_file_isdue(const std::atomic<int64_t>& nlast, int64_t nnow, int64_t ninterval)
+{
+    const int64_t npassed = nnow - nlast.load(std::memory_order_relaxed);
+
+    return npassed >= ninterval || npassed < 0; /* less than nothing: the clock was set back */
+}
 
 #endif
