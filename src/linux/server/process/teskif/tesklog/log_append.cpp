@@ -80,7 +80,7 @@ static bool log_file_report(LOG_FILE* pfile, const LOG_RECORD* precord)
 {
     char szline[512];
     LOG_TEXT line = {};
-    unsigned long nlost = pfile->nlost.exchange(0);
+    const unsigned long nlost = pfile->pnlost->exchange(0);
     bool breported = true;
 
     if (nlost > 0) {
@@ -89,7 +89,7 @@ static bool log_file_report(LOG_FILE* pfile, const LOG_RECORD* precord)
         pfile->pfnotice(&line, precord, nlost);
         log_text_close(&line, "\n");
         breported = log_file_put(pfile, &line);
-        pfile->nlost += breported ? 0 : nlost;
+        *pfile->pnlost += breported ? 0 : nlost;
     }
     return breported;
 }
@@ -152,17 +152,27 @@ int log_file_open(LOG_FILE* pfile, const LOG_SELF* pself)
     return ncode;
 }
 
-void log_file_write(LOG_FILE* pfile, const LOG_RECORD* precord, const LOG_TEXT* pline)
+/*
+ * Looks what is behind the path now.
+ */
+static void log_file_look(LOG_FILE* pfile, const LOG_RECORD* precord)
 {
-    if (log_file_isdue(pfile->nlooked, precord->nnow, glookinterval) && log_file_enter(pfile, precord->self.nepoch)) {
+    if (log_file_enter(pfile, precord->self.nepoch)) {
         pfile->nlooked.store(precord->nnow, std::memory_order_relaxed);
         log_file_follow(pfile);
         log_file_leave(pfile);
     }
+}
+
+void log_file_write(LOG_FILE* pfile, const LOG_RECORD* precord, const LOG_TEXT* pline)
+{
+    if (log_file_isdue(pfile->nlooked, precord->nnow, glookinterval)) {
+        log_file_look(pfile, precord);
+    }
     if (pfile->bunreachable.load(std::memory_order_relaxed) ||
-        (pfile->nlost.load(std::memory_order_relaxed) > 0 && !log_file_report(pfile, precord)) ||
+        (pfile->pnlost->load(std::memory_order_relaxed) > 0 && !log_file_report(pfile, precord)) ||
         !log_file_put(pfile, pline)) {
-        pfile->nlost++;
+        ++*pfile->pnlost;
         goto monp_exit_func;
     }
     if (log_file_isfull(pfile, precord->nnow, pline->nlen) &&
@@ -177,10 +187,16 @@ monp_exit_func:
     return;
 }
 
-void log_file_close(LOG_FILE* pfile)
+void log_file_close(LOG_FILE* pfile, const LOG_RECORD* precord)
 {
     struct stat own = {};
 
+    if (pfile->pnlost->load(std::memory_order_relaxed) > 0) {
+        log_file_look(pfile, precord);
+        if (!pfile->bunreachable) {
+            log_file_report(pfile, precord);
+        }
+    }
     if (log_file_isours(pfile, &own)) {
         close(pfile->nfd);
     }

@@ -6,6 +6,7 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <sys/mman.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -13,16 +14,37 @@ static constexpr mode_t gfilemode = 0640;
 static constexpr mode_t gdirectorymode = 0750;
 static constexpr int gopentries = 100; /* each takes another process's rotation to fail */
 
+/*
+ * Begins a new count of dropped records. Of processes that share it, the first that can write reports it, so that nothing
+ * is reported twice after a fork, nor forgotten with a process that ended.
+ */
+static void log_file_count(LOG_FILE* pfile)
+{
+    void* pshared = MAP_FAILED;
+
+    if (pfile->pnlost != nullptr && pfile->pnlost != &pfile->nunshared) {
+        munmap(pfile->pnlost, sizeof(*pfile->pnlost));
+    }
+    pfile->nunshared = 0;
+    pshared = mmap(nullptr, sizeof(*pfile->pnlost), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    pfile->pnlost = pshared != MAP_FAILED ? static_cast<LOG_COUNT*>(pshared) : &pfile->nunshared;
+}
+
 int log_file_init(LOG_FILE* pfile, const char* pdirectory, const char* pident, const char* psuffix, off_t nlimit,
                   int ngenerations, PFLOGNOTICE pfnotice)
 {
+    char szpath[LOG_PATH_LEN];
     LOG_TEXT path = {};
     struct rlimit size = {};
 
-    log_text_open(&path, pfile->szpath, sizeof(pfile->szpath), LOG_ESC_NONE);
+    log_text_open(&path, szpath, sizeof(szpath), LOG_ESC_NONE);
     log_text_format(&path, "%s/%s%s", pdirectory, pident, psuffix);
     log_text_close(&path, "");
 
+    if (strcmp(szpath, pfile->szpath) != 0) {
+        log_file_count(pfile);
+        memcpy(pfile->szpath, szpath, sizeof(szpath));
+    }
     pfile->bsizelimit = getrlimit(RLIMIT_FSIZE, &size) == 0 && size.rlim_cur != RLIM_INFINITY;
     if (pfile->bsizelimit && size.rlim_cur / 2 < static_cast<rlim_t>(nlimit)) {
         nlimit = static_cast<off_t>(size.rlim_cur / 2); /* a limit that is never reached would end the log */
@@ -39,7 +61,6 @@ int log_file_init(LOG_FILE* pfile, const char* pdirectory, const char* pident, c
     pfile->nmeasured = 0;
     pfile->nfailed = 0;
     pfile->nbusy = 0;
-    pfile->nlost = 0;
     return path.bcut ? ENAMETOOLONG : 0;
 }
 

@@ -18,6 +18,13 @@
 typedef void (*PFLOGNOTICE)(LOG_TEXT* ptext, const LOG_RECORD* precord, unsigned long nlost);
 
 /*
+ * A count in memory that forked processes share.
+ */
+typedef std::atomic<unsigned long> LOG_COUNT;
+
+static_assert(LOG_COUNT::is_always_lock_free, "processes share it, and signal handlers use it");
+
+/*
  * The file as one process sees it. Everything above nowner is set before the file is used and stays.
  */
 typedef struct {
@@ -26,6 +33,8 @@ typedef struct {
     int ngenerations; /* older files kept, at least 1 */
     bool bsizelimit;  /* the process has a limit on the size of its files, so that a write may raise SIGXFSZ */
     PFLOGNOTICE pfnotice;
+    LOG_COUNT* pnlost;   /* records dropped and not reported yet, by this process and those it shares the count with */
+    LOG_COUNT nunshared; /* in use as long as there is no memory for a shared one */
 
     std::atomic<unsigned> nowner; /* epoch of the process in which somebody follows or rotates; 0: nobody */
     std::atomic<int> nlockfd;     /* the owner's, -1: none */
@@ -38,11 +47,11 @@ typedef struct {
     std::atomic<int64_t> nmeasured;   /* LOG_RECORD.nnow of the last look at the size */
     std::atomic<int64_t> nfailed;     /* LOG_RECORD.nnow of the last rotation that failed */
     std::atomic<int64_t> nbusy;       /* LOG_RECORD.nnow of the last rotation that another process was at */
-    std::atomic<unsigned long> nlost; /* records dropped and not reported yet */
 } LOG_FILE;
 
 /*
- * Prepares a file without opening it, which the first record does. Not for a signal handler.
+ * Prepares a file without opening it, which the first record does. If the record was last used for the same path, what
+ * could not be reported then is still due. Not for a signal handler.
  *   pdirectory, pident, psuffix  the path's parts: <pdirectory>/<pident><psuffix>
  *   nlimit, ngenerations, pfnotice  as in the record above
  * Result: 0, or ENAMETOOLONG.
@@ -51,8 +60,8 @@ int log_file_init(LOG_FILE* pfile, const char* pdirectory, const char* pident, c
                   int ngenerations, PFLOGNOTICE pfnotice);
 
 /*
- * Opens the file at once, so that the caller learns whether it can be, and ends a line that a crash left unfinished.
- * Result: 0, or the errno.
+ * Opens the file at once, ends a line that a crash left unfinished, and removes older files above the number to keep.
+ * Result: 0, or the errno; the first record, and after that one in a second, tries again.
  */
 int log_file_open(LOG_FILE* pfile, const LOG_SELF* pself);
 
@@ -65,9 +74,10 @@ int log_file_open(LOG_FILE* pfile, const LOG_SELF* pself);
 void log_file_write(LOG_FILE* pfile, const LOG_RECORD* precord, const LOG_TEXT* pline);
 
 /*
- * Gives the descriptor back. Nobody else may be using the file.
+ * Reports what was dropped, if that is possible now, and gives the descriptor back. Nobody else may be using the file.
+ *   precord  time and writer of the report
  */
-void log_file_close(LOG_FILE* pfile);
+void log_file_close(LOG_FILE* pfile, const LOG_RECORD* precord);
 
 /* ---------------------------------------------------------------- between log_file.cpp and its users ---- */
 

@@ -84,14 +84,23 @@ static LOG_SLOT* log_slot_take()
     return ptaken;
 }
 
+static void log_slot_close(LOG_SLOT* pslot)
+{
+    LOG_RECORD last = {};
+
+    last.pident = pslot->szident;
+    log_record_stamp(&last, pslot->nzone);
+    log_file_close(&pslot->log, &last);
+    log_file_close(&pslot->events, &last);
+}
+
 /*
  * Leaves a slot; the last one closes it and gives it back.
  */
 static void log_slot_leave(LOG_SLOT* pslot)
 {
     if (pslot->nusers.fetch_sub(1, std::memory_order_acq_rel) == 1) {
-        log_file_close(&pslot->log);
-        log_file_close(&pslot->events);
+        log_slot_close(pslot);
         pslot->btaken.store(false, std::memory_order_release);
     }
 }
@@ -167,8 +176,8 @@ static void log_notice(LOG_TEXT* ptext, const LOG_RECORD* precord, unsigned long
 }
 
 /*
- * Prepares the two files of a slot and opens them. Without the events file the log is open all the same; the events
- * are tried again one by one.
+ * Prepares the two files of a slot and opens them. Without them the log is open all the same: what keeps them from being
+ * opened now may be over soon, so the records try again. Only a path that is too long will never be opened.
  */
 static int log_slot_open(LOG_SLOT* pslot, off_t nsize, int ngenerations)
 {
@@ -191,7 +200,7 @@ static int log_slot_open(LOG_SLOT* pslot, off_t nsize, int ngenerations)
     }
     if (ncode == 0) {
         log_self_get(&self);
-        ncode = log_file_open(&pslot->log, &self);
+        ncode = log_file_open(&pslot->log, &self) == ENAMETOOLONG ? ENAMETOOLONG : 0;
     }
     if (ncode == 0) {
         log_file_open(&pslot->events, &self);
