@@ -8,7 +8,7 @@
 #include <sys/wait.h>
 
 struct LogFile : public LogTest {
-    const int descriptor = dup(STDERR_FILENO); // the number that the log will get
+    const int descriptor = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 100); // the number that the log will get
     const int freed = close(descriptor);
 };
 
@@ -121,15 +121,16 @@ TEST_F(LogFile, FullDiskLosesRecordsAndSaysSo)
         const struct rlimit size = { bytes, before.rlim_max };
         setrlimit(RLIMIT_FSIZE, &size);
     };
-    limit(1 << 20);
     open();
     WRITE("one");
     limit(fs::file_size(path()) + 20); // the next record breaks off, the one after that does not begin
+    logSystem.clock += SECOND;
     errno = EDOM;
     WRITE("two");
     WRITE("three"); // would end the process by SIGXFSZ
     EXPECT_EQ(EDOM, errno);
     limit(before.rlim_cur);
+    logSystem.clock += SECOND;
     WRITE("four");
     EXPECT_EQ(20U, lines().at(1).size()); // what was written of "two", on a line of its own
     EXPECT_EQ((Texts{ "one", texts().at(1), "2 records lost.", "four" }), texts());
@@ -138,6 +139,7 @@ TEST_F(LogFile, FullDiskLosesRecordsAndSaysSo)
 TEST_F(LogFile, ClosedHandleStaysClosedAndAWriterKeepsItsDescriptor)
 {
     int fd = -1;
+    int number = -1;
     void* const closed = open();
     log_term(closed);
     open(); // in the same place
@@ -148,10 +150,12 @@ TEST_F(LogFile, ClosedHandleStaysClosedAndAWriterKeepsItsDescriptor)
     logSystem.onClock = [&] {
         log_term(handle);
         fd = fd < 0 ? ::open(path("other").c_str(), O_CREAT | O_RDWR | O_CLOEXEC, 0600) : fd;
+        number = number < 0 ? fcntl(fd, F_DUPFD_CLOEXEC, descriptor) : number; // the log's, if that were free
     };
     WRITE("begun before the end");
     WRITE("too late");
     EXPECT_EQ((Texts{ "one", "begun before the end" }), texts());
     EXPECT_EQ(0U, fs::file_size(path("other")));
     close(fd);
+    close(number);
 }

@@ -35,7 +35,7 @@ enum __tesklog_level__ {
  *   level        records with a level value above this one are dropped; 0: the library's default, which keeps error,
  *                warning and info, as 4 does; below 0: all are dropped. Events are always kept
  *   size         bytes after which a file is rotated; 0 and less: the library's default, 5000000; below 4096: 4096. Not
- *                more than half the process's limit on file sizes (RLIMIT_FSIZE) at this time
+ *                more than half the process's limit on file sizes (RLIMIT_FSIZE), which is looked at once a second
  *   generations  older files to keep; 0 and less: the library's default, 5. Files with higher numbers are removed
  * Result: 0, or a code: EINVAL for a null handle pointer or an ident that is null or not as above, EMFILE for a log too
  * many, ENAMETOOLONG for a home directory of more than 900 characters, or with a part that is longer than a file name may

@@ -52,7 +52,7 @@ static bool log_file_put(LOG_FILE* pfile, const LOG_TEXT* pline)
 {
     const int nfd = pfile->nfd.load(std::memory_order_relaxed);
     const ssize_t nwritten =
-        pfile->bsizelimit ? log_write_guarded(nfd, pline->ptext, pline->nlen) : write(nfd, pline->ptext, pline->nlen);
+        pfile->bsizelimit.load(std::memory_order_relaxed) ? log_write_guarded(nfd, pline->ptext, pline->nlen) : write(nfd, pline->ptext, pline->nlen);
 
     if (nwritten < 0 && errno == EBADF) {
         pfile->nlooked.store(0, std::memory_order_relaxed); /* closed behind our back: look with the next record */
@@ -105,7 +105,7 @@ static bool log_file_isfull(LOG_FILE* pfile, int64_t nnow, size_t nwritten)
     bool bfull = false;
 
     if (nroom <= 0 || log_file_isdue(pfile->nmeasured, nnow, gmeasureinterval)) {
-        nlimit = pfile->nlimit;
+        nlimit = pfile->nlimit.load(std::memory_order_relaxed);
         nroom = nlimit - lseek(pfile->nfd.load(std::memory_order_relaxed), 0, SEEK_CUR);
         bfull = nroom <= 0;
         nroom = nroom / groompart < groommax ? nroom / groompart : groommax;
@@ -159,6 +159,7 @@ static void log_file_look(LOG_FILE* pfile, const LOG_RECORD* precord)
 {
     if (log_file_enter(pfile, precord->self.nepoch)) {
         pfile->nlooked.store(precord->nnow, std::memory_order_relaxed);
+        log_file_limit(pfile);
         log_file_follow(pfile);
         log_file_leave(pfile);
     }

@@ -13,6 +13,7 @@
 static constexpr mode_t gfilemode = 0640;
 static constexpr mode_t gdirectorymode = 0750;
 static constexpr int gopentries = 100; /* each takes another process's rotation to fail */
+static constexpr int gfdhigh = 100;    /* first number for a descriptor that stays open */
 
 /*
  * Begins a new count of dropped records. Of processes that share it, the first that can write reports it, so that nothing
@@ -30,12 +31,11 @@ static void log_file_count(LOG_FILE* pfile)
     pfile->pnlost = pshared != MAP_FAILED ? static_cast<LOG_COUNT*>(pshared) : &pfile->nunshared;
 }
 
-int log_file_init(LOG_FILE* pfile, const char* pdirectory, const char* pident, const char* psuffix, off_t nlimit,
+int log_file_init(LOG_FILE* pfile, const char* pdirectory, const char* pident, const char* psuffix, off_t nsize,
                   int ngenerations, PFLOGNOTICE pfnotice)
 {
     char szpath[LOG_PATH_LEN];
     LOG_TEXT path = {};
-    struct rlimit size = {};
 
     log_text_open(&path, szpath, sizeof(szpath), LOG_ESC_NONE);
     log_text_format(&path, "%s/%s%s", pdirectory, pident, psuffix);
@@ -45,23 +45,33 @@ int log_file_init(LOG_FILE* pfile, const char* pdirectory, const char* pident, c
         log_file_count(pfile);
         memcpy(pfile->szpath, szpath, sizeof(szpath));
     }
-    pfile->bsizelimit = getrlimit(RLIMIT_FSIZE, &size) == 0 && size.rlim_cur != RLIM_INFINITY;
-    if (pfile->bsizelimit && size.rlim_cur / 2 < static_cast<rlim_t>(nlimit)) {
-        nlimit = static_cast<off_t>(size.rlim_cur / 2); /* a limit that is never reached would end the log */
-    }
-    pfile->nlimit = nlimit;
+    pfile->nsize = nsize;
     pfile->ngenerations = ngenerations;
     pfile->pfnotice = pfnotice;
     pfile->nowner = 0;
     pfile->nlockfd = -1;
     pfile->nfd = -1;
     pfile->bunreachable = false;
+    log_file_limit(pfile);
     pfile->nlooked = 0;
     pfile->nroom = 0;
     pfile->nmeasured = 0;
     pfile->nfailed = 0;
     pfile->nbusy = 0;
     return path.bcut ? ENAMETOOLONG : 0;
+}
+
+void log_file_limit(LOG_FILE* pfile)
+{
+    struct rlimit size = {};
+    off_t nlimit = pfile->nsize;
+    const bool bsizelimit = getrlimit(RLIMIT_FSIZE, &size) == 0 && size.rlim_cur != RLIM_INFINITY;
+
+    if (bsizelimit && size.rlim_cur / 2 < static_cast<rlim_t>(nlimit)) {
+        nlimit = static_cast<off_t>(size.rlim_cur / 2); /* a limit that is never reached would end the log */
+    }
+    pfile->bsizelimit = bsizelimit;
+    pfile->nlimit = nlimit;
 }
 
 /* ---------------------------------------------------------------- opening ---- */
@@ -78,6 +88,21 @@ int log_fd_above_standard(int nfd)
         errno = nerror;
     }
     return nabove;
+}
+
+/*
+ * Moves a descriptor to a number that programs seldom come to: one that closes ours unknowingly opens its next file under
+ * the lowest free number, and we would write to that until the next look.
+ * Result: the descriptor, the same one if there is none so high.
+ */
+static int log_fd_high(int nfd)
+{
+    const int nhigh = fcntl(nfd, F_DUPFD_CLOEXEC, gfdhigh);
+
+    if (nhigh >= 0) {
+        close(nfd);
+    }
+    return nhigh >= 0 ? nhigh : nfd;
 }
 
 /*
@@ -200,7 +225,7 @@ int log_file_follow(LOG_FILE* pfile)
         /* the number stays, so that a thread in the middle of a write never has another file under its hands */
         ncode = dup3(nfd, pfile->nfd, O_CLOEXEC) < 0 ? errno : 0;
     } else {
-        pfile->nfd = nfd;
+        pfile->nfd = log_fd_high(nfd);
         nfd = -1;
     }
     if (ncode != 0) {

@@ -29,9 +29,8 @@ static_assert(LOG_COUNT::is_always_lock_free, "processes share it, and signal ha
  */
 typedef struct {
     char szpath[LOG_PATH_LEN];
-    off_t nlimit;     /* bytes at which the file is rotated */
+    off_t nsize;      /* bytes at which the file is rotated, as far as the process may write that many */
     int ngenerations; /* older files kept, at least 1 */
-    bool bsizelimit;  /* the process has a limit on the size of its files, so that a write may raise SIGXFSZ */
     PFLOGNOTICE pfnotice;
     LOG_COUNT* pnlost;   /* records dropped and not reported yet, by this process and those it shares the count with */
     LOG_COUNT nunshared; /* in use as long as there is no memory for a shared one */
@@ -42,6 +41,8 @@ typedef struct {
     std::atomic<ino_t> ninode;
     std::atomic<int> nfd;             /* -1: none yet. The number stays when the file behind it changes */
     std::atomic<bool> bunreachable;   /* there is no file whose name would lead to what is written */
+    std::atomic<bool> bsizelimit;     /* at the last look the process had a limit on file sizes, which raises SIGXFSZ */
+    std::atomic<off_t> nlimit;        /* bytes at which the file is rotated */
     std::atomic<int64_t> nlooked;     /* LOG_RECORD.nnow of the last look at the path */
     std::atomic<int64_t> nroom;       /* bytes that may be written before the size is looked at */
     std::atomic<int64_t> nmeasured;   /* LOG_RECORD.nnow of the last look at the size */
@@ -53,10 +54,10 @@ typedef struct {
  * Prepares a file without opening it, which the first record does. If the record was last used for the same path, what
  * could not be reported then is still due. Not for a signal handler.
  *   pdirectory, pident, psuffix  the path's parts: <pdirectory>/<pident><psuffix>
- *   nlimit, ngenerations, pfnotice  as in the record above
+ *   nsize, ngenerations, pfnotice  as in the record above
  * Result: 0, or ENAMETOOLONG.
  */
-int log_file_init(LOG_FILE* pfile, const char* pdirectory, const char* pident, const char* psuffix, off_t nlimit,
+int log_file_init(LOG_FILE* pfile, const char* pdirectory, const char* pident, const char* psuffix, off_t nsize,
                   int ngenerations, PFLOGNOTICE pfnotice);
 
 /*
@@ -116,6 +117,11 @@ bool log_file_isours(const LOG_FILE* pfile, struct stat* pown);
  * Tells whether the path still leads to the file that we write to.
  */
 bool log_file_iscurrent(const LOG_FILE* pfile);
+
+/*
+ * Learns what the process may write to a file. Its limit may change at any time. Owner only.
+ */
+void log_file_limit(LOG_FILE* pfile);
 
 /*
  * Writes to the file behind the path from now on, if that is another one. Owner only.
