@@ -130,10 +130,11 @@ TEST_F(LogFile, FullDiskLosesRecordsAndSaysSo)
     WRITE("three"); // would end the process by SIGXFSZ
     EXPECT_EQ(EDOM, errno);
     limit(before.rlim_cur);
+    std::ofstream(path(), std::ios::app) << "another writer's\n";
     logSystem.clock += SECOND;
     WRITE("four");
-    EXPECT_EQ(20U, lines().at(1).size()); // what was written of "two", on a line of its own
-    EXPECT_EQ((Texts{ "one", texts().at(1), "2 records lost.", "four" }), texts());
+    EXPECT_EQ(19U, lines().at(1).size()); // what was written of "two", on a line of its own
+    EXPECT_EQ((Texts{ "one", texts().at(1), "another writer's", "2 records lost.", "four" }), texts());
 }
 
 TEST_F(LogFile, ClosedHandleStaysClosedAndAWriterKeepsItsDescriptor)

@@ -72,6 +72,12 @@ TEST_F(LogRotate, NeitherObstaclesNorASlowOrFastWriterStopItOrLoseTheNewest)
     logSystem.clock += SECOND / 100;
     WRITE("rotated");
     EXPECT_EQ(5U, lines("monp.log.1").size());
+
+    WRITE("five");
+    writeFull();
+    fs::remove(path()); // as writers do that fill all generations
+    WRITE("written once more");
+    EXPECT_EQ(Texts{ "written once more" }, texts());
 }
 
 // A writer is a process whose main thread, second thread and signal handler write.

@@ -52,6 +52,7 @@ int log_file_init(LOG_FILE* pfile, const char* pdirectory, const char* pident, c
     pfile->nlockfd = -1;
     pfile->nfd = -1;
     pfile->bunreachable = false;
+    pfile->nabandoned = 0;
     log_file_limit(pfile);
     pfile->nlooked = 0;
     pfile->nroom = 0;
@@ -208,6 +209,7 @@ int log_file_follow(LOG_FILE* pfile)
     struct stat own = {};
     struct stat found = {};
     const bool bours = log_file_isours(pfile, &own);
+    const bool bgone = !bours || own.st_nlink == 0; /* as long as the old file has a name, nothing in it is lost */
     int nfd = -1;
     int ncode = 0;
 
@@ -217,8 +219,8 @@ int log_file_follow(LOG_FILE* pfile)
     nfd = log_open_path(pfile->szpath);
     if (nfd < 0 || fstat(nfd, &found) != 0) {
         ncode = errno;
-        /* as long as the old file has a name, what is written to it is not lost */
-        pfile->bunreachable = !bours || own.st_nlink == 0;
+        pfile->nabandoned += bgone && !pfile->bunreachable ? 1 : 0;
+        pfile->bunreachable = bgone;
         goto monp_exit_close;
     }
     if (bours) {
@@ -231,6 +233,7 @@ int log_file_follow(LOG_FILE* pfile)
     if (ncode != 0) {
         goto monp_exit_close;
     }
+    pfile->nabandoned += bgone ? 1 : 0;
     pfile->nroom = 0;
     pfile->nbusy = 0;
     pfile->ndevice = found.st_dev;

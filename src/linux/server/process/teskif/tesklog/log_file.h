@@ -41,6 +41,7 @@ typedef struct {
     std::atomic<ino_t> ninode;
     std::atomic<int> nfd;             /* -1: none yet. The number stays when the file behind it changes */
     std::atomic<bool> bunreachable;   /* there is no file whose name would lead to what is written */
+    std::atomic<unsigned> nabandoned; /* how often a file was left that has no name, or is not ours */
     std::atomic<bool> bsizelimit;     /* at the last look the process had a limit on file sizes, which raises SIGXFSZ */
     std::atomic<off_t> nlimit;        /* bytes at which the file is rotated */
     std::atomic<int64_t> nlooked;     /* LOG_RECORD.nnow of the last look at the path */
