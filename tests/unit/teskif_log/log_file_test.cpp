@@ -29,12 +29,10 @@ TEST_F(LogFile, PrivateModeAndADescriptorThatIsNobodyElses)
 
 TEST_F(LogFile, InitRefusesWhatItCannotUse)
 {
-    const std::pair<std::string, int> cases[] = { { "", EINVAL },
-                                                  { ".hidden", EINVAL },
-                                                  { "../x", EINVAL },
-                                                  { std::string(64, 'x'), 0 },
-                                                  { std::string(65, 'x'), EINVAL } };
-    for (const auto& [ident, code] : cases) {
+    const std::string longest(64, 'x');
+    for (const std::string& ident :
+         { std::string(), std::string(".hidden"), std::string("../x"), longest, longest + "x" }) {
+        const int code = ident == longest ? 0 : EINVAL;
         handle = this;
         EXPECT_EQ(code, log_init(ident.c_str(), &handle, 0, 0, 0)) << ident;
         EXPECT_EQ(code == 0, handle != nullptr) << ident;
@@ -48,23 +46,12 @@ TEST_F(LogFile, InitRefusesWhatItCannotUse)
 
 TEST_F(LogFile, WhatCannotBeOpenedIsTriedAgainAndEachLossReportedOnce)
 {
-    const std::function<void()> obstacles[] = {
-        [this] { fs::create_symlink(home / "target", path()); },
-        [this] { fs::create_directory(path()); },
-        [this] { mkfifo(path().c_str(), 0600); },
-        [this] { fs::remove_all(home); },
-    };
-    const auto inChild = [](auto write) {
-        const pid_t child = fork();
-        if (child == 0) {
-            write();
-            _exit(0);
-        }
-        waitpid(child, nullptr, 0);
-    };
+    const auto inChild = [](auto write) { EXPECT_EXIT((write(), _exit(0)), testing::ExitedWithCode(0), ""); };
     fs::create_directories(home / "log");
-    for (const auto& obstruct : obstacles) {
-        obstruct();
+    for (const auto& obstruct : { +[](const fs::path& path) { fs::create_symlink("target", path); },
+                                  +[](const fs::path& path) { fs::create_directories(path); },
+                                  +[](const fs::path& path) { fs::remove_all(path.parent_path().parent_path()); } }) {
+        obstruct(path());
         open();
         WRITE("lost");
         log_term(handle);
@@ -78,7 +65,7 @@ TEST_F(LogFile, WhatCannotBeOpenedIsTriedAgainAndEachLossReportedOnce)
         log_term(handle);
         fs::remove(path());
     }
-    EXPECT_FALSE(fs::exists(home / "target"));
+    EXPECT_FALSE(fs::exists(path("target")));
 }
 
 TEST_F(LogFile, ReplacedAndRemovedFileIsFollowedWithinASecond)
