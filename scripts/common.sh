@@ -51,7 +51,7 @@ run_tests() {
     ctest --preset "$1" -j "$(($(nproc) * 3))" --progress || die "tests failed ($1)"
 }
 
-build_packages="g++ cmake ninja-build libexpat1-dev"
+build_packages="g++ cmake ninja-build libexpat1-dev libcli11-dev nlohmann-json3-dev"
 test_packages="libgtest-dev libgmock-dev libxml2-utils mandoc util-linux tar gzip"
 bench_packages="libbenchmark-dev libspdlog-dev libxml2-dev libpugixml-dev"
 lint_packages="clang clang-tidy clang-format libclang-rt-14-dev"

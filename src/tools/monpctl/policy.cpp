@@ -1,0 +1,207 @@
+/*
+ * Loading and reading. Which keys there are, what a missing one leads to and which value takes its place is the
+ * monitor's to decide: each row is read by its own code, and only then compared with what the file says.
+ */
+#include "policy.h"
+
+#include "monitor_log.h"
+#include "programs.h"
+#include "teskxml_tools.h"
+
+#include <array>
+#include <cstdio>
+#include <cstring>
+#include <utility>
+
+namespace monpctl {
+
+namespace {
+
+int note_value(const char* key, const char* value, const char* file, int line, void* context)
+{
+    static_cast<std::map<std::string, Found>*>(context)->insert_or_assign(key, Found{ value, file, line });
+    return 0;
+}
+
+int number_in(const void* field)
+{
+    int number = 0;
+
+    std::memcpy(&number, field, sizeof(number));
+    return number;
+}
+
+std::string text_of(const MONP_POLKEY& row, const char* field)
+{
+    return row.nkind == TESKXML_INT ? std::to_string(number_in(field)) : std::string(field);
+}
+
+std::string name_of(const std::string& key)
+{
+    return key.substr(std::strlen("/root/"));
+}
+
+/*
+ * The section of a key; empty for one that stands in the configuration.
+ */
+std::string section_of(const std::string& key)
+{
+    const std::string name = name_of(key);
+    const auto slash = name.find('/');
+
+    return slash == std::string::npos ? "" : name.substr(0, slash);
+}
+
+/*
+ * What becomes of a setting whose key cannot be read.
+ */
+std::string consequence_of(const MONP_POLKEY& row, const std::string& ends, const char* field)
+{
+    switch (row.nfail) {
+    case MONP_KEYFAIL_END:
+        return ends;
+    case MONP_KEYFAIL_KEEP:
+        return "the inherited value stays";
+    case MONP_KEYFAIL_DEFAULT:
+    case MONP_KEYFAIL_FIRST:
+        break;
+    }
+    const std::string value = text_of(row, field);
+    return value.empty() ? "there is none by default" : "the default " + value + " applies";
+}
+
+} // namespace
+
+std::string policy_file(const std::string& section)
+{
+    return home() + (section.empty() ? "/etc/config.xml" : "/etc/policy/" + section + ".xml");
+}
+
+std::string key_of(const MONP_POLKEY& row, const std::string& section, const std::string& type)
+{
+    std::array<char, 512> key = {};
+
+    std::snprintf(key.data(), key.size(), row.pkey, section.c_str(), type.c_str());
+    return key.data();
+}
+
+Policy::Policy(Settings& result, const std::string& type) : result_(result), type_(type)
+{
+    open_ = xmllib_init("monpctl") == 0;
+    if (!open_) {
+        result_.problems.push_back({ home(), Severity::error, std::string(teskxml_lasterror()) });
+    }
+}
+
+Policy::~Policy()
+{
+    if (open_) {
+        xmllib_term();
+    }
+}
+
+/*
+ * The library's sentence about its last failure; it leads with the place, of which a column is left out.
+ */
+void Policy::report(const std::string& file, Severity severity, const std::string& consequence)
+{
+    std::string text = teskxml_lasterror();
+    std::string where = file;
+
+    if (text.starts_with(file + ':')) {
+        int line = 0;
+        int column = 0;
+        int length = 0;
+        text.erase(0, file.size() + 1);
+        if (std::sscanf(text.c_str(), "%d:%d:%n", &line, &column, &length) == 2 && length > 0) {
+            where += ':' + std::to_string(line);
+            text.erase(0, static_cast<size_t>(length));
+        }
+        text.erase(0, text.find_first_not_of(' '));
+    }
+    result_.problems.push_back({ where, severity, text + "; " + consequence });
+}
+
+bool Policy::load(const std::string& section, Severity severity, const std::string& consequence)
+{
+    const std::string file = policy_file(section);
+    const int code = !open_            ? TESKXML_RET_FAIL_NOTOPEN
+                     : section.empty() ? xmllib_load_config()
+                                       : xmllib_load_policy(section.c_str());
+
+    if (code == 0) {
+        teskxml_walk(note_value, &values_);
+        return true;
+    }
+    failed_.insert(file);
+    if (open_ && (code != TESKXML_RET_FAIL_UNTRUSTED || !report_untrusted(file, severity, consequence, result_))) {
+        report(file, severity, consequence);
+    }
+    return false;
+}
+
+void Policy::read(std::span<const MONP_POLKEY> rows, const std::string& section, void* record, Severity worst,
+                  const std::string& ends, bool explain)
+{
+    for (const auto& row : rows) {
+        read_row(row, section, record, worst, ends, explain);
+    }
+}
+
+void Policy::read_row(const MONP_POLKEY& row, const std::string& section, void* record, Severity worst,
+                      const std::string& ends, bool explain)
+{
+    const std::string key = key_of(row, section, type_);
+    char* field = static_cast<char*>(record) + row.noffset;
+    std::string source = "command line";
+
+    if (row.pwanted == nullptr || row.pwanted(record, field) != 0) {
+        std::vector<char> raw(static_cast<size_t>(row.ncapacity));
+        int capacity = row.ncapacity;
+
+        if (const auto own = section_of(key); !own.empty() && failed_.contains(policy_file(own))) {
+            return;
+        }
+        const int code = open_ ? xmllib_get_value(key.c_str(), row.nkind, raw.data(), &capacity) : 0;
+        const std::string said = code == TESKXML_RET_FAIL_NOKEY ? name_of(key) + " is missing" : teskxml_lasterror();
+        take_monitor_lines();
+        const bool goes_on = monp_polkey_read(&row, 1, section.c_str(), type_.c_str(), record) == MONP_RET_SUCCESS;
+        const auto lines = take_monitor_lines();
+
+        source = code == 0 ? where(key) : "default";
+        if (code == TESKXML_RET_FAIL_NOKEY) {
+            const bool tolerated = row.nfail != MONP_KEYFAIL_END;
+            const Severity mild = row.nlevel == TESKLOG_ERROR ? Severity::warning : Severity::note;
+            result_.problems.push_back(
+                { where(key), tolerated ? mild : worst, said + "; " + consequence_of(row, ends, field) });
+        } else if (code != 0) {
+            const auto found = values_.find(key);
+            report(found != values_.end() ? found->second.file : where(key),
+                   row.nfail == MONP_KEYFAIL_END ? worst : Severity::warning, consequence_of(row, ends, field));
+        } else if (!goes_on) {
+            result_.problems.push_back({ source, worst, (lines.empty() ? said : lines.back()) + "; " + ends });
+        } else if (row.nkind == TESKXML_INT && number_in(raw.data()) != number_in(field)) {
+            result_.problems.push_back(
+                { source, Severity::warning,
+                  name_of(key) + " is " + text_of(row, raw.data()) + "; it is replaced by " + text_of(row, field) });
+        }
+    }
+    if (explain) {
+        result_.explained.push_back({ name_of(key), text_of(row, field), source });
+    }
+}
+
+const std::map<std::string, Found>& Policy::values() const
+{
+    return values_;
+}
+
+std::string Policy::where(const std::string& key) const
+{
+    const auto found = values_.find(key);
+
+    return found != values_.end() ? found->second.file + ':' + std::to_string(found->second.line)
+                                  : policy_file(section_of(key));
+}
+
+} // namespace monpctl
