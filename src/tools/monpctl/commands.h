@@ -30,6 +30,26 @@ struct CheckOptions {
 };
 int check(const CheckOptions& given);
 
+/*
+ * Print the events file or the log, of one type, or of all monitors if it is empty, and go on as they grow.
+ *   json   events as they stand in the file
+ *   level  word of the least severe level to print; empty: all
+ * Result: 0; with `follow` they do not return.
+ */
+struct EventsOptions {
+    std::string type;
+    bool follow = false;
+    bool json = false;
+};
+int events(const EventsOptions& given);
+
+struct LogOptions {
+    std::string type;
+    bool follow = false;
+    std::string level;
+};
+int log(const LogOptions& given);
+
 } // namespace monpctl
 
 #endif
