@@ -3,9 +3,11 @@
  */
 #include "commands.h"
 #include "settings.h"
+#include "text.h"
 
 #include <algorithm>
 #include <iostream>
+#include <map>
 
 namespace monpctl {
 
@@ -20,8 +22,27 @@ void explain(const Settings& settings)
     }
     std::cout << "A monitor of the type " << settings.type << ":\n";
     for (const auto& setting : settings.explained) {
-        std::cout << "  " << setting.name << std::string(width - setting.name.size(), ' ') << " = " << setting.value
-                  << "  [" << setting.source << "]\n";
+        std::cout << "  " << setting.name << std::string(width - setting.name.size(), ' ') << " = "
+                  << printable(setting.value) << "  [" << setting.source << "]\n";
+    }
+}
+
+/*
+ * A running service is told by its program, so a program is one service's only.
+ */
+void compare_programs(const std::vector<Settings>& all, std::vector<Problem>& problems)
+{
+    std::map<std::string, std::string> types;
+
+    for (const auto& settings : all) {
+        const auto [first, added] = types.try_emplace(settings.service, settings.type);
+        const auto path = std::find_if(settings.explained.begin(), settings.explained.end(),
+                                       [&](const auto& setting) { return setting.name == settings.type + "/path"; });
+        if (!added && path != settings.explained.end()) {
+            problems.push_back({ path->source, Severity::warning,
+                                 settings.service + " is the program of the type " + first->second +
+                                     ", too; each monitor would adopt the other's service" });
+        }
     }
 }
 
@@ -29,6 +50,7 @@ void explain(const Settings& settings)
 
 int check(const CheckOptions& given)
 {
+    std::vector<Settings> all;
     std::vector<Problem> problems;
     bool usable = true;
 
@@ -38,17 +60,23 @@ int check(const CheckOptions& given)
     if (!given.type.empty()) {
         require_known(given.type);
     }
-    for (const auto& type : given.type.empty() ? known_types() : std::vector{ given.type }) {
-        const Settings settings = read_settings(type, given.options);
+    const auto types = given.type.empty() ? known_types() : std::vector{ given.type };
+    if (types.empty()) {
+        throw Refusal(home() + "/etc/policy has no section of a service");
+    }
+    for (const auto& type : types) {
+        all.push_back(read_settings(type, given.options));
+        const Settings& settings = all.back();
         problems.insert(problems.end(), settings.problems.begin(), settings.problems.end());
         usable = usable && settings.usable();
         if (given.explain) {
             explain(settings);
         }
     }
+    compare_programs(all, problems);
     sort_problems(problems);
     for (const auto& problem : problems) {
-        std::cout << problem.where << ": " << problem.sentence << '\n';
+        std::cout << printable(problem.where + ": " + problem.sentence) << '\n';
     }
     return usable ? 0 : 1;
 }

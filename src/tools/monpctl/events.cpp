@@ -6,6 +6,7 @@
 #include "commands.h"
 #include "follow.h"
 #include "settings.h"
+#include "text.h"
 
 #include <algorithm>
 #include <iomanip>
@@ -33,22 +34,6 @@ std::optional<int> number_member(const nlohmann::json& object, const char* key)
     const auto found = object.find(key);
 
     return found != object.end() && found->is_number_integer() ? std::optional(found->get<int>()) : std::nullopt;
-}
-
-/*
- * A text of the file without what a terminal would obey.
- */
-std::string printable(std::string text)
-{
-    for (size_t i = 0; i < text.size(); i++) {
-        const auto byte = static_cast<unsigned char>(text[i]);
-        if (byte < ' ' || byte == 0x7f) {
-            text[i] = '?';
-        } else if (byte == 0xc2 && i + 1 < text.size() && (static_cast<unsigned char>(text[i + 1]) & 0xe0U) == 0x80) {
-            text[i] = text[i + 1] = '?';
-        }
-    }
-    return text;
 }
 
 void print(const Event& event)

@@ -8,14 +8,22 @@
 #include "programs.h"
 #include "teskxml_tools.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
+#include <filesystem>
+#include <sys/stat.h>
 #include <utility>
+
+namespace fs = std::filesystem;
 
 namespace monpctl {
 
 namespace {
+
+constexpr const char* ROOT = "/root/";
 
 int note_value(const char* key, const char* value, const char* file, int line, void* context)
 {
@@ -38,7 +46,7 @@ std::string text_of(const MONP_POLKEY& row, const char* field)
 
 std::string name_of(const std::string& key)
 {
-    return key.substr(std::strlen("/root/"));
+    return key.substr(std::strlen(ROOT));
 }
 
 /*
@@ -50,6 +58,33 @@ std::string section_of(const std::string& key)
     const auto slash = name.find('/');
 
     return slash == std::string::npos ? "" : name.substr(0, slash);
+}
+
+constexpr const char* SERVICES = "/root/monp/service/";
+constexpr const char* ANY = "*";
+
+/*
+ * Every key that a monitor of a type may look at; of the services' entries in the monitor's own section, any service.
+ */
+std::set<std::string> known_keys(const std::string& type)
+{
+    std::set<std::string> keys;
+    const auto add = [&](std::span<const MONP_POLKEY> rows, const std::string& section) {
+        for (const auto& row : rows) {
+            keys.insert(key_of(row, section, ANY));
+        }
+    };
+
+    add(gmonpallkeys, "all");
+    add(gmonpservicekeys, "monp");
+    add(gmonpmykeys, "monp");
+    add(gmonpcprockeys, type);
+    for (const auto& row : gmonpusekeys) {
+        if (type == row.ptype) {
+            add({ &row.key, 1 }, type);
+        }
+    }
+    return keys;
 }
 
 /*
@@ -98,6 +133,10 @@ Policy::~Policy()
     if (open_) {
         xmllib_term();
     }
+    if (!copies_.empty()) {
+        std::error_code error;
+        fs::remove_all(copies_, error);
+    }
 }
 
 /*
@@ -108,6 +147,9 @@ void Policy::report(const std::string& file, Severity severity, const std::strin
     std::string text = teskxml_lasterror();
     std::string where = file;
 
+    if (!copies_.empty() && text.starts_with(copies_)) {
+        text.replace(0, copies_.size(), home() + "/etc");
+    }
     if (text.starts_with(file + ':')) {
         int line = 0;
         int column = 0;
@@ -119,6 +161,11 @@ void Policy::report(const std::string& file, Severity severity, const std::strin
         }
         text.erase(0, text.find_first_not_of(' '));
     }
+    if (text.starts_with(file + ' ')) {
+        text.replace(0, file.size(), "it");
+    } else if (text.starts_with(ROOT)) {
+        text = name_of(text);
+    }
     result_.problems.push_back({ where, severity, text + "; " + consequence });
 }
 
@@ -129,22 +176,62 @@ bool Policy::load(const std::string& section, Severity severity, const std::stri
                      : section.empty() ? xmllib_load_config()
                                        : xmllib_load_policy(section.c_str());
 
+    if (code == TESKXML_RET_FAIL_UNTRUSTED && report_untrusted(file, severity, consequence, result_) &&
+        load_copy(section)) {
+        return true;
+    }
     if (code == 0) {
-        teskxml_walk(note_value, &values_);
+        note_values();
         return true;
     }
     failed_.insert(file);
-    if (open_ && (code != TESKXML_RET_FAIL_UNTRUSTED || !report_untrusted(file, severity, consequence, result_))) {
+    if (open_ && code != TESKXML_RET_FAIL_UNTRUSTED) {
         report(file, severity, consequence);
     }
     return false;
+}
+
+/*
+ * The copy is root's alone in every directory, so the library takes it; nobody else gets another result, as only root
+ * can have one.
+ */
+bool Policy::load_copy(const std::string& section)
+{
+    std::string directory = "/run/monpctl.XXXXXX";
+    std::error_code error;
+    void* handle = nullptr;
+
+    if (copies_.empty() && mkdtemp(directory.data()) != nullptr) {
+        copies_ = directory;
+        fs::create_directory(copies_ + "/policy", error);
+    }
+    const std::string file = policy_file(section);
+    const std::string copy = copies_ + file.substr(home().size() + std::strlen("/etc"));
+    if (copies_.empty() || fs::file_size(file, error) > TESKXML_MAX_FILE || !fs::copy_file(file, copy, error) ||
+        chmod(copy.c_str(), 0600) != 0 || xmllib_load_pathconfig(copy.c_str(), &handle) != 0) {
+        return false;
+    }
+    note_values();
+    return true;
+}
+
+void Policy::note_values()
+{
+    teskxml_walk(note_value, &values_);
+    for (auto& [key, found] : values_) {
+        if (!copies_.empty() && found.file.starts_with(copies_)) {
+            found.file.replace(0, copies_.size(), home() + "/etc");
+        }
+    }
 }
 
 void Policy::read(std::span<const MONP_POLKEY> rows, const std::string& section, void* record, Severity worst,
                   const std::string& ends, bool explain)
 {
     for (const auto& row : rows) {
-        read_row(row, section, record, worst, ends, explain);
+        if (open_) {
+            read_row(row, section, record, worst, ends, explain);
+        }
     }
 }
 
@@ -159,16 +246,17 @@ void Policy::read_row(const MONP_POLKEY& row, const std::string& section, void* 
         std::vector<char> raw(static_cast<size_t>(row.ncapacity));
         int capacity = row.ncapacity;
 
-        if (const auto own = section_of(key); !own.empty() && failed_.contains(policy_file(own))) {
+        /* A failure of the configuration was told together with what follows. */
+        if (failed_.contains(policy_file(section_of(key)))) {
             return;
         }
-        const int code = open_ ? xmllib_get_value(key.c_str(), row.nkind, raw.data(), &capacity) : 0;
+        const int code = xmllib_get_value(key.c_str(), row.nkind, raw.data(), &capacity);
         const std::string said = code == TESKXML_RET_FAIL_NOKEY ? name_of(key) + " is missing" : teskxml_lasterror();
         take_monitor_lines();
         const bool goes_on = monp_polkey_read(&row, 1, section.c_str(), type_.c_str(), record) == MONP_RET_SUCCESS;
         const auto lines = take_monitor_lines();
 
-        source = code == 0 ? where(key) : "default";
+        source = code == 0 ? where(key) : row.nfail == MONP_KEYFAIL_END ? MISSING : DEFAULT;
         if (code == TESKXML_RET_FAIL_NOKEY) {
             const bool tolerated = row.nfail != MONP_KEYFAIL_END;
             const Severity mild = row.nlevel == TESKLOG_ERROR ? Severity::warning : Severity::note;
@@ -188,6 +276,28 @@ void Policy::read_row(const MONP_POLKEY& row, const std::string& section, void* 
     }
     if (explain) {
         result_.explained.push_back({ name_of(key), text_of(row, field), source });
+    }
+}
+
+void Policy::report_unknown(const std::vector<std::string>& types)
+{
+    const std::set<std::string> known = known_keys(type_);
+
+    for (const auto& [key, found] : values_) {
+        std::string general = key;
+        if (key.starts_with(SERVICES)) {
+            const auto end = key.find('/', std::strlen(SERVICES));
+            const std::string service = key.substr(std::strlen(SERVICES), end - std::strlen(SERVICES));
+            general.replace(std::strlen(SERVICES), service.size(), ANY);
+            if (std::find(types.begin(), types.end(), service) == types.end()) {
+                result_.problems.push_back(
+                    { where(key), Severity::warning,
+                      policy_file(service) + " does not exist; a monitor of the type " + service + " would end" });
+            }
+        }
+        if (found.file != policy_file("") && !known.contains(general)) {
+            result_.problems.push_back({ where(key), Severity::note, name_of(key) + " is no key of the monitor" });
+        }
     }
 }
 

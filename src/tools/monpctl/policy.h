@@ -34,6 +34,10 @@ struct Found {
  */
 class Policy {
 public:
+    /* Sources of a setting that is in no file: with a default, and without one. */
+    static constexpr const char* DEFAULT = "default";
+    static constexpr const char* MISSING = "missing";
+
     /*
      *   result  what is found goes there
      *   type    of the service, which the rows of keys are formatted with
@@ -45,7 +49,8 @@ public:
 
     /*
      * Loads a section, or the configuration if the name is empty. A failure is a problem of the given severity, told
-     * with its consequence.
+     * with its consequence. What only others than root could have written is told, and read from a copy.
+     * Result: whether there are keys to be read.
      */
     bool load(const std::string& section, Severity severity, const std::string& consequence);
 
@@ -59,6 +64,12 @@ public:
     void read(std::span<const MONP_POLKEY> rows, const std::string& section, void* record,
               Severity worst = Severity::error, const std::string& ends = "the monitor ends", bool explain = true);
 
+    /*
+     * Tells the keys of the loaded sections that no monitor looks at, and the services that have no section.
+     *   types  all that are known
+     */
+    void report_unknown(const std::vector<std::string>& types);
+
     /* Every value loaded, by key. */
     [[nodiscard]] const std::map<std::string, Found>& values() const;
 
@@ -69,11 +80,14 @@ private:
     void read_row(const MONP_POLKEY& row, const std::string& section, void* record, Severity worst,
                   const std::string& ends, bool explain);
     void report(const std::string& file, Severity severity, const std::string& consequence);
+    bool load_copy(const std::string& section);
+    void note_values();
 
     Settings& result_;
     std::string type_;
     bool open_ = false;
     std::set<std::string> failed_; /* files that could not be loaded */
+    std::string copies_;           /* directory of copies; empty while there is none */
     std::map<std::string, Found> values_;
 };
 

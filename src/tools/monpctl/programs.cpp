@@ -59,8 +59,11 @@ void check_safety(const std::string& where, const fs::path& path, Settings& resu
 
     for (fs::path part = path; stat(part.c_str(), &status) == 0; part = part.parent_path()) {
         if (const auto why = unsafe(status)) {
+            /* A directory is told once, whatever is run from there. */
             result.problems.push_back(
-                { where, Severity::warning, part.string() + ' ' + *why + ", but root is to run " + path.string() });
+                part == path
+                    ? Problem{ where, Severity::warning, path.string() + ' ' + *why + ", but root is to run it" }
+                    : Problem{ part, Severity::warning, "it " + *why + ", but root is to run programs in it" });
         }
         if (part == part.root_path()) {
             break;
@@ -79,8 +82,11 @@ bool report_untrusted(const std::string& file, Severity severity, const std::str
     for (fs::path part = file; lstat(part.c_str(), &status) == 0; part = part.parent_path()) {
         /* Unlike a program's directory, none of these may be open to others, whatever they may remove. */
         status.st_mode &= ~static_cast<mode_t>(S_ISVTX);
-        if (const auto why = unsafe(status)) {
-            result.problems.push_back({ part, severity, "it " + *why + "; " + consequence });
+        const auto why = S_ISLNK(status.st_mode) ? "is a symbolic link" : unsafe(status);
+        if (why) {
+            result.problems.push_back(part == file
+                                          ? Problem{ part, severity, "it " + *why + "; " + consequence }
+                                          : Problem{ part, Severity::error, "it " + *why + "; the monitor ends" });
             told = true;
         }
         if (part == top || part == part.root_path()) {
@@ -98,7 +104,7 @@ void check_program(const std::string& where, const std::string& path, const std:
     };
     struct stat status = {};
 
-    if (path.empty()) {
+    if (!path.starts_with('/')) {
         return;
     }
     if (stat(path.c_str(), &status) != 0) {

@@ -19,7 +19,7 @@ bool report_untrusted(const std::string& file, Severity severity, const std::str
 /*
  * Tells why a program cannot be run, or should not be.
  *   where        the policy line that names it
- *   path         empty for one that does not fit its buffer, which the monitor's own line has told
+ *   path         one that is empty, as it does not fit its buffer, or not absolute is left to others to tell
  *   consequence  what follows if it cannot be run
  *   adopted      whether the monitor looks for a running one, which it never finds if it is a script
  */
