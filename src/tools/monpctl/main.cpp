@@ -38,6 +38,9 @@ static void add_log(CLI::App& app, LogOptions& given, int& result)
     command->callback([&] { result = log(given); });
 }
 
+/* Seconds; a day. */
+static constexpr int LONGEST_WAIT = 86400;
+
 static void add_status(CLI::App& app, StatusOptions& given, int& result)
 {
     auto* command = app.add_subcommand("status", "tell what the monitors do");
@@ -52,7 +55,7 @@ static void add_start(CLI::App& app, StartOptions& given, int& result)
     auto* command = app.add_subcommand("start", "start a monitor, or the service of a waiting one");
 
     command->add_option("TYPE", given.type, "service type")->required();
-    command->add_option("--wait", given.wait, "seconds to wait for the service")->check(CLI::NonNegativeNumber);
+    command->add_option("--wait", given.wait, "seconds to wait for the service")->check(CLI::Range(0, LONGEST_WAIT));
     command->add_option("OPTIONS", given.options, "options of the monitor, behind --");
     command->callback([&] { result = start(given); });
 }
@@ -62,7 +65,7 @@ static void add_stop(CLI::App& app, StopOptions& given, int& result)
     auto* command = app.add_subcommand("stop", "end a monitor and its service");
 
     command->add_option("TYPE", given.type, "service type")->required();
-    command->add_option("--wait", given.wait, "seconds to wait for the end")->check(CLI::NonNegativeNumber);
+    command->add_option("--wait", given.wait, "seconds to wait for the end")->check(CLI::Range(0, LONGEST_WAIT));
     command->add_flag("--yes", given.yes, "do not ask, even if it may halt or reboot the node");
     command->callback([&] { result = stop(given); });
 }

@@ -261,7 +261,7 @@ int Attempt::begin_launch()
 int Attempt::begin_request(const Report& report)
 {
     if (report.monitor->no_start) {
-        return failed("not started, as its monitor was started with -n and never starts it");
+        return failed("not started; its monitor waits: " + report.reason);
     }
     requested_ = Clock::now();
     Handle(report.monitor->process).signal(SIGUSR1);
@@ -299,7 +299,7 @@ std::optional<int> Attempt::judge_report(const Report& report)
         return failed("not started: its monitor has ended");
     }
     if (report.state == State::waiting && !old_failure) {
-        return failed("not started; its monitor waits");
+        return failed("not started; its monitor waits" + (report.reason.empty() ? "" : ": " + report.reason));
     }
     if (report.state == State::waiting && Clock::now() > *requested_ + REQUEST_LIMIT) {
         return failed("not started; its monitor waits on in spite of a request, as its policy holds the service back");

@@ -150,13 +150,22 @@ std::vector<Report> request_end(const std::string& type, Clock::time_point limit
 }
 
 /*
+ * What can be done about a service that has outlived its monitor.
+ */
+std::string way_out(const Process& service)
+{
+    return service.replaced() ? "no monitor takes it over, as its program was replaced on disk"
+                              : "a start takes it over, and the next stop then ends it";
+}
+
+/*
  * Names each process that has outlived the stop.
  * Result: whether there was none.
  */
 bool name_survivors(const std::string& type, const std::vector<Report>& monitors, const std::vector<Held>& services)
 {
     const auto limit = Clock::now() + (monitors.empty() ? KILL_LIMIT : std::chrono::seconds(0));
-    std::set<pid_t> survivors;
+    std::map<pid_t, Process> survivors;
 
     for (const auto& report : monitors) {
         complain(type, "its monitor, process " + std::to_string(report.monitor->process.pid) + ", is still " +
@@ -165,16 +174,17 @@ bool name_survivors(const std::string& type, const std::vector<Report>& monitors
     for (const auto& service : services) {
         const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(limit - Clock::now());
         if (!service.handle->ended(std::max(left, std::chrono::milliseconds(0)))) {
-            survivors.insert(service.process.pid);
+            survivors[service.process.pid] = service.process;
         }
     }
     for (const auto& report : Observer().look(type)) {
         for (const auto& copy : report.copies) {
-            survivors.insert(copy.pid);
+            survivors[copy.pid] = copy;
         }
     }
-    for (const pid_t pid : survivors) {
-        complain(type, "its service, process " + std::to_string(pid) + ", survives");
+    for (const auto& [pid, service] : survivors) {
+        complain(type, "its service, process " + std::to_string(pid) + ", survives" +
+                           (monitors.empty() ? "; " + way_out(service) : ""));
     }
     return monitors.empty() && survivors.empty();
 }
@@ -202,10 +212,18 @@ int stop(const StopOptions& given)
     const auto seconds = std::chrono::seconds(given.wait.value_or(default_seconds(reports.front().settings)));
     const auto monitors =
         reports.front().monitor ? request_end(given.type, Clock::now() + seconds, services) : std::vector<Report>();
+    if (!reports.front().monitor) {
+        say(given.type, "no monitor runs");
+    }
     if (!name_survivors(given.type, monitors, services)) {
+        if (!monitors.empty()) {
+            complain(given.type, "not stopped within " + std::to_string(seconds.count()) + " seconds");
+        }
         return EXIT_DOWN;
     }
-    say(given.type, reports.front().monitor ? "stopped" : "no monitor runs");
+    if (reports.front().monitor) {
+        say(given.type, "stopped");
+    }
     return EXIT_DONE;
 }
 
