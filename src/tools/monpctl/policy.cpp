@@ -8,7 +8,6 @@
 #include "programs.h"
 #include "teskxml_tools.h"
 
-#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <cstdlib>
@@ -172,30 +171,32 @@ void Policy::report(const std::string& file, Severity severity, const std::strin
 bool Policy::load(const std::string& section, Severity severity, const std::string& consequence)
 {
     const std::string file = policy_file(section);
-    const int code = !open_            ? TESKXML_RET_FAIL_NOTOPEN
-                     : section.empty() ? xmllib_load_config()
-                                       : xmllib_load_policy(section.c_str());
+    bool told = false;
+    int code = TESKXML_RET_FAIL_NOTOPEN;
 
-    if (code == TESKXML_RET_FAIL_UNTRUSTED && report_untrusted(file, severity, consequence, result_) &&
-        load_copy(section)) {
-        return true;
+    if (open_) {
+        code = section.empty() ? xmllib_load_config() : xmllib_load_policy(section.c_str());
     }
-    if (code == 0) {
+    if (code == TESKXML_RET_FAIL_UNTRUSTED && report_untrusted(file, severity, consequence, result_)) {
+        told = true;
+        code = load_copy(file);
+    }
+    if (code == TESKXML_RET_SUCCESS) {
         note_values();
         return true;
     }
     failed_.insert(file);
-    if (open_ && code != TESKXML_RET_FAIL_UNTRUSTED) {
+    if (open_ && !(told && code == TESKXML_RET_FAIL_UNTRUSTED)) {
         report(file, severity, consequence);
     }
     return false;
 }
 
 /*
- * The copy is root's alone in every directory, so the library takes it; nobody else gets another result, as only root
- * can have one.
+ * The copy is root's alone in every directory, so the library takes it; nobody else can have one.
+ * Result: that of the load.
  */
-bool Policy::load_copy(const std::string& section)
+int Policy::load_copy(const std::string& file)
 {
     std::string directory = "/run/monpctl.XXXXXX";
     std::error_code error;
@@ -204,15 +205,14 @@ bool Policy::load_copy(const std::string& section)
     if (copies_.empty() && mkdtemp(directory.data()) != nullptr) {
         copies_ = directory;
         fs::create_directory(copies_ + "/policy", error);
+        fs::permissions(copies_ + "/policy", fs::perms::owner_all, error);
     }
-    const std::string file = policy_file(section);
     const std::string copy = copies_ + file.substr(home().size() + std::strlen("/etc"));
-    if (copies_.empty() || fs::file_size(file, error) > TESKXML_MAX_FILE || !fs::copy_file(file, copy, error) ||
-        chmod(copy.c_str(), 0600) != 0 || xmllib_load_pathconfig(copy.c_str(), &handle) != 0) {
-        return false;
+    if (copies_.empty() || fs::file_size(file, error) > TESKXML_MAX_FILE ||
+        !fs::copy_file(file, copy, fs::copy_options::overwrite_existing, error) || chmod(copy.c_str(), 0600) != 0) {
+        return TESKXML_RET_FAIL_UNTRUSTED;
     }
-    note_values();
-    return true;
+    return xmllib_load_pathconfig(copy.c_str(), &handle);
 }
 
 void Policy::note_values()
@@ -243,53 +243,67 @@ void Policy::read_row(const MONP_POLKEY& row, const std::string& section, void* 
     std::string source = "command line";
 
     if (row.pwanted == nullptr || row.pwanted(record, field) != 0) {
-        std::vector<char> raw(static_cast<size_t>(row.ncapacity));
-        int capacity = row.ncapacity;
-
         /* A failure of the configuration was told together with what follows. */
         if (failed_.contains(policy_file(section_of(key)))) {
             return;
         }
-        const int code = xmllib_get_value(key.c_str(), row.nkind, raw.data(), &capacity);
-        const std::string said = code == TESKXML_RET_FAIL_NOKEY ? name_of(key) + " is missing" : teskxml_lasterror();
-        take_monitor_lines();
-        const bool goes_on = monp_polkey_read(&row, 1, section.c_str(), type_.c_str(), record) == MONP_RET_SUCCESS;
-        const auto lines = take_monitor_lines();
-
-        source = code == 0 ? where(key) : row.nfail == MONP_KEYFAIL_END ? MISSING : DEFAULT;
-        if (code == TESKXML_RET_FAIL_NOKEY) {
-            const bool tolerated = row.nfail != MONP_KEYFAIL_END;
-            const Severity mild = row.nlevel == TESKLOG_ERROR ? Severity::warning : Severity::note;
-            result_.problems.push_back(
-                { where(key), tolerated ? mild : worst, said + "; " + consequence_of(row, ends, field) });
-        } else if (code != 0) {
-            const auto found = values_.find(key);
-            report(found != values_.end() ? found->second.file : where(key),
-                   row.nfail == MONP_KEYFAIL_END ? worst : Severity::warning, consequence_of(row, ends, field));
-        } else if (!goes_on) {
-            result_.problems.push_back({ source, worst, (lines.empty() ? said : lines.back()) + "; " + ends });
-        } else if (row.nkind == TESKXML_INT && number_in(raw.data()) != number_in(field)) {
-            result_.problems.push_back(
-                { source, Severity::warning,
-                  name_of(key) + " is " + text_of(row, raw.data()) + "; it is replaced by " + text_of(row, field) });
-        }
+        source = read_key(row, key, section, record, worst, ends);
     }
     if (explain) {
         result_.explained.push_back({ name_of(key), text_of(row, field), source });
     }
 }
 
-void Policy::report_unknown(const std::vector<std::string>& types)
+/*
+ * Reads a key twice: as the library has it, and with the monitor's code, which puts it into the record or a default in
+ * its place.
+ * Result: the source of the value.
+ */
+std::string Policy::read_key(const MONP_POLKEY& row, const std::string& key, const std::string& section, void* record,
+                             Severity worst, const std::string& ends)
+{
+    const char* field = static_cast<char*>(record) + row.noffset;
+    const bool needed = row.nfail == MONP_KEYFAIL_END;
+    std::vector<char> raw(static_cast<size_t>(row.ncapacity));
+    int capacity = row.ncapacity;
+
+    const bool goes_on = monp_polkey_read(&row, 1, section.c_str(), type_.c_str(), record) == MONP_RET_SUCCESS;
+    const auto lines = take_monitor_lines();
+    const int code = xmllib_get_value(key.c_str(), row.nkind, raw.data(), &capacity);
+
+    if (code == TESKXML_RET_FAIL_NOKEY) {
+        const Severity mild = row.nlevel == TESKLOG_ERROR ? Severity::warning : Severity::note;
+        result_.problems.push_back(
+            { where(key), needed ? worst : mild, name_of(key) + " is missing; " + consequence_of(row, ends, field) });
+    } else if (code != 0) {
+        const auto found = values_.find(key);
+        report(found != values_.end() ? found->second.file : where(key), needed ? worst : Severity::warning,
+               consequence_of(row, ends, field));
+    } else if (!goes_on) {
+        result_.problems.push_back({ where(key), worst, (lines.empty() ? key : lines.back()) + "; " + ends });
+    } else if (row.nkind == TESKXML_INT && number_in(raw.data()) != number_in(field)) {
+        result_.problems.push_back(
+            { where(key), Severity::warning,
+              name_of(key) + " is " + text_of(row, raw.data()) + "; it is replaced by " + text_of(row, field) });
+    }
+    if (code == 0) {
+        return where(key);
+    }
+    return needed ? MISSING : DEFAULT;
+}
+
+void Policy::report_unknown()
 {
     const std::set<std::string> known = known_keys(type_);
+    std::set<std::string> services;
 
     for (const auto& [key, found] : values_) {
         std::string general = key;
         if (key.starts_with(SERVICES)) {
-            const auto end = key.find('/', std::strlen(SERVICES));
-            const std::string service = key.substr(std::strlen(SERVICES), end - std::strlen(SERVICES));
-            general.replace(std::strlen(SERVICES), service.size(), ANY);
-            if (std::find(types.begin(), types.end(), service) == types.end()) {
+            const auto begin = std::strlen(SERVICES);
+            const std::string service = key.substr(begin, key.find('/', begin) - begin);
+            general.replace(begin, service.size(), ANY);
+            if (services.insert(service).second && !fs::exists(policy_file(service))) {
                 result_.problems.push_back(
                     { where(key), Severity::warning,
                       policy_file(service) + " does not exist; a monitor of the type " + service + " would end" });

@@ -49,7 +49,7 @@ public:
 
     /*
      * Loads a section, or the configuration if the name is empty. A failure is a problem of the given severity, told
-     * with its consequence. What only others than root could have written is told, and read from a copy.
+     * with its consequence. What others than root could have written is told, and read from a copy.
      * Result: whether there are keys to be read.
      */
     bool load(const std::string& section, Severity severity, const std::string& consequence);
@@ -66,9 +66,8 @@ public:
 
     /*
      * Tells the keys of the loaded sections that no monitor looks at, and the services that have no section.
-     *   types  all that are known
      */
-    void report_unknown(const std::vector<std::string>& types);
+    void report_unknown();
 
     /* Every value loaded, by key. */
     [[nodiscard]] const std::map<std::string, Found>& values() const;
@@ -79,8 +78,10 @@ public:
 private:
     void read_row(const MONP_POLKEY& row, const std::string& section, void* record, Severity worst,
                   const std::string& ends, bool explain);
+    std::string read_key(const MONP_POLKEY& row, const std::string& key, const std::string& section, void* record,
+                         Severity worst, const std::string& ends);
     void report(const std::string& file, Severity severity, const std::string& consequence);
-    bool load_copy(const std::string& section);
+    int load_copy(const std::string& file);
     void note_values();
 
     Settings& result_;

@@ -280,7 +280,6 @@ void take_records(Settings& result)
 
 Settings read_settings(const std::string& type, const std::vector<std::string>& monitor_options)
 {
-    const auto types = known_types(); /* which opens the policy, too */
     Settings result;
 
     result.type = type;
@@ -294,7 +293,7 @@ Settings read_settings(const std::string& type, const std::vector<std::string>& 
         form_files(policy, result);
         form_collector(policy, result);
         judge_values(result);
-        policy.report_unknown(types);
+        policy.report_unknown();
     }
     for (const auto& row : gmonpdrastic) {
         form_command(row, result);

@@ -53,7 +53,9 @@ bool Settings::usable() const
 
 std::string home()
 {
-    return tesk_home();
+    const std::string given = tesk_home();
+
+    return given.substr(0, given.find_last_not_of('/') + 1);
 }
 
 std::string action_text(int action)

@@ -50,7 +50,7 @@ struct Settings {
 };
 
 /*
- * Directory of the configuration and the logs.
+ * Directory of the configuration and the logs, without a "/" at its end, as the policy library has it.
  */
 std::string home();
 
