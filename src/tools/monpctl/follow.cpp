@@ -181,7 +181,9 @@ void for_each_line(const fs::path& file, bool oldest, bool follow, bool needed,
         while (follower.next(line)) {
             take(line);
         }
-        std::cout.flush();
+        if (!std::cout.flush()) {
+            throw std::runtime_error("the standard output cannot be written");
+        }
         if (!follow) {
             return;
         }

@@ -11,15 +11,14 @@
 #include <array>
 #include <iostream>
 #include <map>
-#include <optional>
 #include <sstream>
 
 namespace monpctl {
 
 namespace {
 
-/* As monp-log(5) has them, the most severe first. */
-constexpr std::array LEVELS = { "error", "warning", "info", "trace", "detail" };
+/* The words of monp-log(5), the most severe first; events are kept at every level. */
+constexpr std::array LEVELS = { "event", "error", "warning", "info", "trace", "detail" };
 
 size_t rank_of(const std::string& level)
 {
@@ -35,28 +34,22 @@ public:
     void take(const std::string& line);
 
 private:
-    void take_of(const std::string& process, const std::string& text, const std::string& line);
-    void print(const std::string& line) const;
-
+    /* What is known of a process, and what it wrote before anything was. */
     enum class Owner { unknown, ours, other };
     struct Process {
         Owner owner = Owner::unknown;
         std::vector<std::string> held;
     };
+    Process& process_of(const std::string& number, const std::string& line);
 
-    std::vector<std::string> names_; /* empty: every service */
-    std::vector<std::string> others_;
-    size_t rank_ = LEVELS.size();
-    bool all_levels_ = true;
+    std::vector<std::string> names_;  /* of the service; empty: every service */
+    std::vector<std::string> others_; /* of the other services */
+    size_t rank_;                     /* of the least severe level */
     std::map<std::string, Process> processes_;
 };
 
-Filter::Filter(const LogOptions& given)
+Filter::Filter(const LogOptions& given) : rank_(rank_of(given.level.empty() ? LEVELS.back() : given.level))
 {
-    if (!given.level.empty()) {
-        all_levels_ = false;
-        rank_ = rank_of(given.level);
-    }
     if (given.type.empty()) {
         return;
     }
@@ -82,57 +75,55 @@ std::string named_type(const std::string& text)
     return text.substr(begin, text.find_first_of(" )", begin) - begin);
 }
 
+/*
+ * The process of a line, which may tell whose it is.
+ */
+Filter::Process& Filter::process_of(const std::string& number, const std::string& line)
+{
+    const std::string name = named_type(line);
+    const auto is_in = [&](const auto& names) { return std::find(names.begin(), names.end(), name) != names.end(); };
+
+    if (line.ends_with("****** Start Process Monitor ******")) {
+        processes_.erase(number); /* it is used again */
+    }
+    Process& process = processes_[number];
+    if (is_in(names_)) {
+        process.owner = Owner::ours;
+    } else if (is_in(others_)) {
+        process.owner = Owner::other;
+    }
+    return process;
+}
+
 void Filter::take(const std::string& line)
 {
     std::istringstream words(line);
     std::string time;
     std::string level;
-    std::string process;
+    std::string number;
 
-    words >> time >> level >> process;
-    const bool record = process.find('/') != std::string::npos;
-    if (!all_levels_ && (!record || (level != "event" && rank_of(level) > rank_))) {
-        /* A line left out may still tell whose the process is. */
-        if (names_.empty() || !record) {
-            return;
-        }
-        level.clear();
-    }
+    words >> time >> level >> number; /* the last with the thread behind a slash */
+    const bool kept = rank_of(level) <= rank_;
     if (names_.empty()) {
-        print(line);
-    } else if (record) {
-        take_of(process.substr(0, process.find('/')), line, level.empty() ? "" : line);
+        /* What is no record, such as one that a full disk has cut, has no level that it could be left out for. */
+        if (kept || rank_ == LEVELS.size() - 1) {
+            std::cout << line << '\n';
+        }
+        return;
     }
-}
-
-void Filter::take_of(const std::string& process, const std::string& text, const std::string& line)
-{
-    const std::string name = named_type(text);
-    const auto is_in = [&](const auto& names) { return std::find(names.begin(), names.end(), name) != names.end(); };
-
-    if (text.ends_with("****** Start Process Monitor ******")) {
-        processes_.erase(process); /* its number is used again */
+    if (rank_of(level) == LEVELS.size()) {
+        return;
     }
-    Process& own = processes_[process];
-    if (!name.empty() && is_in(names_)) {
-        own.owner = Owner::ours;
-    } else if (!name.empty() && is_in(others_)) {
-        own.owner = Owner::other;
+    Process& process = process_of(number.substr(0, number.find('/')), line);
+    if (kept && process.held.size() < HELD_LINES) {
+        process.held.push_back(line);
     }
-    if (!line.empty() && own.held.size() < HELD_LINES) {
-        own.held.push_back(line);
+    if (process.owner == Owner::ours) {
+        std::for_each(process.held.begin(), process.held.end(), [](const auto& held) { std::cout << held << '\n'; });
     }
-    if (own.owner == Owner::ours) {
-        std::for_each(own.held.begin(), own.held.end(), [this](const auto& held) { print(held); });
+    if (process.owner != Owner::unknown) {
+        process.held.clear();
     }
-    if (own.owner != Owner::unknown) {
-        own.held.clear();
-    }
-}
-
-void Filter::print(const std::string& line) const
-{
-    std::cout << line << '\n';
 }
 
 } // namespace
@@ -143,7 +134,7 @@ int log(const LogOptions& given)
         require_known(given.type);
     }
     if (!given.level.empty() && rank_of(given.level) == LEVELS.size()) {
-        throw Refusal("'" + given.level + "' is no level; there are error, warning, info, trace and detail");
+        throw Refusal("'" + given.level + "' is no level; there are event, error, warning, info, trace and detail");
     }
     Filter filter(given);
 

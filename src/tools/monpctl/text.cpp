@@ -29,7 +29,7 @@ std::string shell_words(const char* const* argv)
             for (size_t i = word.find('\''); i != std::string::npos; i = word.find('\'', i + 4)) {
                 word.replace(i, 1, "'\\''");
             }
-            word = '\'' + word + '\'';
+            word.insert(0, 1, '\'').append(1, '\'');
         }
         text += (text.empty() ? "" : " ") + word;
     }
