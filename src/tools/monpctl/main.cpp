@@ -4,7 +4,7 @@
 #include "commands.h"
 
 #include <CLI/CLI.hpp>
-#include <iostream>
+#include <cstdio>
 
 using namespace monpctl;
 
@@ -78,7 +78,10 @@ static void add_reload(CLI::App& app, ReloadOptions& given, int& result)
     command->callback([&] { result = reload(given); });
 }
 
-int main(int argc, char** argv)
+/*
+ * Result: an Exit. A command line that is wrong has been told by then.
+ */
+static int operate(int argc, char** argv)
 {
     CLI::App app("Operates the process monitors of this machine.", "monpctl");
     CheckOptions check_options;
@@ -91,23 +94,30 @@ int main(int argc, char** argv)
     int result = EXIT_DONE;
 
     app.require_subcommand(1);
-    add_check(app, check_options, result);
-    add_events(app, events_options, result);
-    add_log(app, log_options, result);
     add_status(app, status_options, result);
     add_start(app, start_options, result);
     add_stop(app, stop_options, result);
     add_reload(app, reload_options, result);
+    add_check(app, check_options, result);
+    add_events(app, events_options, result);
+    add_log(app, log_options, result);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& error) {
-        return app.exit(error) == 0 ? EXIT_DONE : EXIT_USAGE;
-    } catch (const Refusal& error) {
-        std::cerr << "monpctl: " << error.what() << '\n';
-        return EXIT_USAGE;
-    } catch (const std::exception& error) {
-        std::cerr << "monpctl: " << error.what() << '\n';
-        return EXIT_FAILED;
+        result = app.exit(error) == 0 ? EXIT_DONE : EXIT_USAGE;
     }
     return result;
+}
+
+int main(int argc, char** argv)
+{
+    try {
+        return operate(argc, argv);
+    } catch (const Refusal& error) {
+        std::fprintf(stderr, "monpctl: %s\n", error.what());
+        return EXIT_USAGE;
+    } catch (const std::exception& error) {
+        std::fprintf(stderr, "monpctl: %s\n", error.what());
+        return EXIT_FAILED;
+    }
 }

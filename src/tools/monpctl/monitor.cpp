@@ -28,13 +28,11 @@ constexpr double SLACK = 3;
 bool read_command(Monitor& monitor)
 {
     std::vector<std::string> words = monitor.process.command;
-    std::vector<char*> argv;
 
-    std::transform(words.begin(), words.end(), std::back_inserter(argv), [](auto& text) { return text.data(); });
-    argv.push_back(nullptr);
     gmonpparam = {};
     gbmonpnostart = 0;
-    const int result = words.empty() ? MONP_RET_FAIL_PARAM : monp_getopt(static_cast<int>(words.size()), argv.data());
+    const int result =
+        words.empty() ? MONP_RET_FAIL_PARAM : monp_getopt(static_cast<int>(words.size()), pointers(words).data());
     take_monitor_lines();
     if (result != MONP_RET_SUCCESS) {
         return false;

@@ -223,6 +223,14 @@ std::optional<std::vector<pid_t>> main_thread_children(pid_t pid)
     return children;
 }
 
+std::vector<char*> pointers(std::vector<std::string>& texts)
+{
+    std::vector<char*> list(texts.size() + 1, nullptr);
+
+    std::transform(texts.begin(), texts.end(), list.begin(), [](std::string& text) { return text.data(); });
+    return list;
+}
+
 Handle::Handle(const Process& process) : process_(process)
 {
     /* Nothing that is asked for here can be meant for process 1, and 0 and less are groups. */

@@ -59,6 +59,11 @@ std::vector<Process> read_processes();
 std::optional<std::vector<pid_t>> main_thread_children(pid_t pid);
 
 /*
+ * The pointers to texts that the system and the monitor's code take, ended by a null pointer; valid as long as the texts.
+ */
+std::vector<char*> pointers(std::vector<std::string>& texts);
+
+/*
  * A hold on one process that no reuse of its number can turn into a hold on another.
  */
 class Handle {

@@ -140,22 +140,12 @@ pid_t launch(const std::string& type, const std::vector<std::string>& options)
     const Surroundings surroundings;
     std::vector<std::string> words = { monitor_program(), "--" + type };
     std::vector<std::string> environment = { "PATH=/usr/sbin:/usr/bin:/sbin:/bin", "TESK_HOME=" + home() };
-    std::vector<char*> argv;
-    std::vector<char*> envp;
     pid_t pid = 0;
 
     words.insert(words.end(), options.begin(), options.end());
-    for (auto& word : words) {
-        argv.push_back(word.data());
-    }
-    for (auto& variable : environment) {
-        envp.push_back(variable.data());
-    }
-    argv.push_back(nullptr);
-    envp.push_back(nullptr);
     umask(022);
-    const int error =
-        posix_spawn(&pid, argv[0], &surroundings.files, &surroundings.attributes, argv.data(), envp.data());
+    const int error = posix_spawn(&pid, words.front().c_str(), &surroundings.files, &surroundings.attributes,
+                                  pointers(words).data(), pointers(environment).data());
     if (error != 0) {
         fail(error, words.front() + " cannot be started");
     }

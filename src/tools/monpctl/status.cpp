@@ -3,6 +3,7 @@
  */
 #include "commands.h"
 #include "monitor.h"
+#include "text.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -116,18 +117,18 @@ void print_table(const std::vector<Report>& reports)
                             : runs         ? std::optional(report.monitor->process)
                                            : std::nullopt;
         print_row(width,
-                  { report.type, word(report.state), runs ? std::to_string(report.monitor->process.pid) : "-",
-                    pid_text(report.service), shown ? short_time(shown->since()) : "-",
-                    runs ? std::to_string(report.record.restarts) : "-",
+                  { printable(report.type), word(report.state),
+                    runs ? std::to_string(report.monitor->process.pid) : "-", pid_text(report.service),
+                    shown ? short_time(shown->since()) : "-", runs ? std::to_string(report.record.restarts) : "-",
                     report.record.last_status ? std::to_string(*report.record.last_status) : "-" },
                   coloured ? look_of(report.state).colour : "");
     }
     for (const auto& report : reports) {
         if (!report.reason.empty()) {
-            std::cout << report.type << " is " << word(report.state) << ": " << report.reason << ".\n";
+            std::cout << printable(report.type) << " is " << word(report.state) << ": " << report.reason << ".\n";
         }
         for (const auto& warning : report.warnings) {
-            std::cout << report.type << ": warning: " << warning << ".\n";
+            std::cout << printable(report.type) << ": warning: " << warning << ".\n";
         }
     }
 }
