@@ -3,18 +3,28 @@
  */
 #include "history.h"
 
-#include "events.h"
 #include "settings.h"
 
 #include "monp.h"
 
+#include <algorithm>
+#include <array>
 #include <cstdio>
+#include <cstdlib>
 #include <ctime>
 #include <sstream>
+#include <string_view>
 
 namespace monpctl {
 
 namespace {
+
+/* The function that starts the service, and other lines about it. */
+constexpr std::string_view START_FUNCTION = "monp_create_process_svc";
+constexpr std::string_view ADOPTED = "service process is found. (";
+constexpr std::string_view CAUGHT = "catch signal. (";
+constexpr std::string_view EXIT_SENT = "throw exit signal. (";
+constexpr std::array MARKS = { START_FUNCTION, ADOPTED, CAUGHT, EXIT_SENT };
 
 std::string log_file()
 {
@@ -81,6 +91,10 @@ Journal::Journal() : follower_(log_file(), true) {}
 void Journal::read_on()
 {
     for (std::string line; follower_.next(line);) {
+        /* Most lines are about something else, and there may be a hundred thousand. */
+        if (std::none_of(MARKS.begin(), MARKS.end(), [&](auto mark) { return line.find(mark) != line.npos; })) {
+            continue;
+        }
         if (const auto parsed = parse_log_line(line)) {
             take(*parsed);
         }
@@ -92,24 +106,24 @@ void Journal::read_on()
  */
 void Journal::take(const LogLine& line)
 {
-    const auto begins = [&](const char* text) { return line.text.starts_with(text); };
+    const auto begins = [&](std::string_view text) { return line.text.starts_with(text); };
     Start& start = starts_[line.pid];
 
     if (line.pid != line.thread) {
         return;
     }
-    if (line.function == "monp_create_process_svc" && begins("start - (")) {
+    if (line.function == START_FUNCTION && begins("start - (")) {
         start = Start();
         start.known = true;
         start.time = line.time;
-    } else if (line.function == "monp_create_process_svc" && begins("end - (")) {
+    } else if (line.function == START_FUNCTION && begins("end - (")) {
         start.over = true;
-    } else if (begins("service process is found. (")) {
+    } else if (begins(ADOPTED)) {
         start.adopted = number_behind(line.text, "pid=");
         start.reported = true;
-    } else if (line.function == "monp_sighandler1" && begins("catch signal. (") && line.text.ends_with(" sig=10)")) {
+    } else if (line.function == "monp_sighandler1" && begins(CAUGHT) && line.text.ends_with(" sig=10)")) {
         start.reported = true;
-    } else if (begins("throw exit signal. (") && !start.exit_sent) {
+    } else if (begins(EXIT_SENT) && !start.exit_sent) {
         start.exit_sent = true;
         start.exit_time = line.time;
     }
@@ -142,12 +156,12 @@ std::vector<std::string> telling_lines(Time since, std::set<pid_t> processes)
     return lines;
 }
 
-Record record_of(const Process& monitor)
+Record record_of(const Process& monitor, const std::vector<Event>& events)
 {
     Record record;
 
-    for (const auto& event : read_events("")) {
-        if (event.monitor != monitor.pid || !in_life_of(monitor, parse_time(event.time))) {
+    for (const auto& event : events) {
+        if (event.id == 0 || event.monitor != monitor.pid || !in_life_of(monitor, parse_time(event.time))) {
             continue;
         }
         record.last_event = event.id;

@@ -4,6 +4,7 @@
 #ifndef MONPCTL_HISTORY_H
 #define MONPCTL_HISTORY_H
 
+#include "events.h"
 #include "follow.h"
 #include "process.h"
 
@@ -91,7 +92,10 @@ struct Record {
     Time last_event_time;
 };
 
-Record record_of(const Process& monitor);
+/*
+ *   events  of all monitors, oldest first
+ */
+Record record_of(const Process& monitor, const std::vector<Event>& events);
 
 } // namespace monpctl
 

@@ -324,7 +324,7 @@ Report Observer::report_of(const Monitor& monitor, const std::vector<Process>& a
     report.type = monitor.type;
     report.monitor = monitor;
     report.settings = settings_of(monitor.type, monitor.options);
-    report.record = record_of(monitor.process);
+    report.record = record_of(monitor.process, events_);
 
     const auto kind = child_kind(monitor, child, report.record);
     if (kind == Evidence::Child::none && start.adopted > 0 && !start.over) {
@@ -381,6 +381,7 @@ std::vector<Report> Observer::look(const std::string& type)
     /* The processes first: what they have written by then is in the log. */
     const auto all = read_processes();
     journal_.read_on();
+    events_ = read_events("");
     add_all(all);
     for (const auto& known : type.empty() ? known_types() : std::vector{ type }) {
         const auto same = [&](const Report& report) { return report.type == known; };

@@ -167,6 +167,7 @@ private:
     int watch();
     std::optional<int> judge_report(const Report& report);
     bool first_has_ended();
+    void drop_lock_file() const;
     int failed(const std::string& sentence);
     int up(const Report& report, const std::string& how);
     Report look();
@@ -182,7 +183,8 @@ private:
     pid_t first_ = 0; /* the process launched; 0: none, or it has ended */
     int first_status_ = 0;
     bool lock_file_made_ = false;
-    std::set<pid_t> pids_; /* of the first process and the monitors seen */
+    bool was_running_ = false; /* at the last look */
+    std::set<pid_t> pids_;     /* of the first process and the monitors seen */
 };
 
 Attempt::Attempt(const StartOptions& given, const Settings& settings, int limit)
@@ -243,7 +245,12 @@ int Attempt::begin_launch()
         return EXIT_FAILED;
     }
     lock_file_made_ = make_lock_file(settings_);
-    first_ = launch(given_.type, given_.options);
+    try {
+        first_ = launch(given_.type, given_.options);
+    } catch (...) {
+        drop_lock_file();
+        throw;
+    }
     pids_.insert(first_);
     return watch();
 }
@@ -259,6 +266,16 @@ int Attempt::begin_request(const Report& report)
 }
 
 /*
+ * Of a monitor that was not there to remove it.
+ */
+void Attempt::drop_lock_file() const
+{
+    if (lock_file_made_) {
+        unlink(settings_.lock_file.c_str());
+    }
+}
+
+/*
  * Result: whether the first process has ended, or there is none.
  */
 bool Attempt::first_has_ended()
@@ -268,8 +285,8 @@ bool Attempt::first_has_ended()
     if (first_ > 0 && waitpid(first_, &status, WNOHANG) == first_) {
         first_ = 0;
         first_status_ = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-        if (first_status_ != 0 && lock_file_made_) {
-            unlink(settings_.lock_file.c_str());
+        if (first_status_ != 0) {
+            drop_lock_file();
         }
     }
     return first_ == 0;
@@ -282,9 +299,11 @@ std::optional<int> Attempt::judge_report(const Report& report)
 {
     const bool old_failure = requested_ && (report.record.last_event_time < begun_);
 
-    if (report.state == State::running) {
+    /* Twice: the first process is let go a moment before a service that is late is told to end. */
+    if (report.state == State::running && was_running_) {
         return up(report, "started");
     }
+    was_running_ = report.state == State::running;
     if (!report.monitor) {
         return failed("not started: its monitor has ended");
     }
