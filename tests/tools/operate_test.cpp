@@ -104,6 +104,32 @@ TEST(Operate, LivesAWholeLife)
 }
 
 /*
+ * The states in between, each held for as long as it takes to see it.
+ */
+TEST(Operate, TellsTheStatesInBetween)
+{
+    Installation in("dusko");
+    in.script("cl", "sleep 2\n");
+    in.own("action") = "3";
+    in.own("waittime") = "2";
+    in.own("param") = "--ctl ../work/ctl sleep 1 end ignored report";
+    in.write();
+
+    EXPECT_EQ(0, monpctl(in, "start --wait 0 dusko").status);
+    wait_for_state(in, "starting", 3);
+    kill(wait_for_state(in, "running", 0).pid("monitor"), SIGUSR2);
+    wait_for_state(in, "ending", 3);
+    wait_for_state(in, "stopped", 3);
+
+    EXPECT_EQ(0, monpctl(in, "start dusko").status);
+    in.command("exit 3");
+    wait_for_state(in, "recovering", 3);
+    eventually("its status", [&] { return status_of(in).report["last_status"] == 3; });
+    EXPECT_EQ("recovering", status_of(in).state());
+    wait_for_state(in, "stopped", 3);
+}
+
+/*
  * What the starter leaves open, blocks, ignores or has in its environment must reach neither monitor nor service, and a
  * second start at the same time must not make a second monitor.
  */
