@@ -8,7 +8,6 @@
 #include "monp.h"
 
 #include <algorithm>
-#include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
@@ -24,11 +23,25 @@ constexpr std::string_view START_FUNCTION = "monp_create_process_svc";
 constexpr std::string_view ADOPTED = "service process is found. (";
 constexpr std::string_view CAUGHT = "catch signal. (";
 constexpr std::string_view EXIT_SENT = "throw exit signal. (";
-constexpr std::array MARKS = { START_FUNCTION, ADOPTED, CAUGHT, EXIT_SENT };
 
 std::string log_file()
 {
     return home() + "/log/monp.log";
+}
+
+std::string events_file()
+{
+    return home() + "/log/monp.events.jsonl";
+}
+
+/*
+ * Whether a line is one of these processes, by the text before and behind their number: most lines are not, and there
+ * may be a hundred thousand.
+ */
+bool is_of(const std::string& line, const std::set<pid_t>& processes, const char* before, char behind)
+{
+    return std::any_of(processes.begin(), processes.end(),
+                       [&](pid_t pid) { return line.find(before + std::to_string(pid) + behind) != line.npos; });
 }
 
 /*
@@ -86,17 +99,37 @@ bool in_life_of(const Process& process, Time time)
     return time >= process.since() - std::chrono::seconds(1);
 }
 
-Journal::Journal() : follower_(log_file(), true) {}
-
-void Journal::read_on()
+void Journal::begin()
 {
-    for (std::string line; follower_.next(line);) {
-        /* Most lines are about something else, and there may be a hundred thousand. */
-        if (std::none_of(MARKS.begin(), MARKS.end(), [&](auto mark) { return line.find(mark) != line.npos; })) {
+    log_ = std::make_unique<Follower>(log_file(), true);
+    events_file_ = std::make_unique<Follower>(events_file(), true);
+    starts_.clear();
+    events_.clear();
+}
+
+void Journal::read_on(const std::set<pid_t>& monitors)
+{
+    EventReader reader("");
+    std::string line;
+
+    if (!log_ || !std::includes(monitors_.begin(), monitors_.end(), monitors.begin(), monitors.end())) {
+        begin();
+    }
+    monitors_ = monitors;
+    while (log_->next(line)) {
+        if (!is_of(line, monitors, " ", '/')) {
             continue;
         }
         if (const auto parsed = parse_log_line(line)) {
             take(*parsed);
+        }
+    }
+    while (events_file_->next(line)) {
+        if (!is_of(line, monitors, "\"pid\":", ',')) {
+            continue;
+        }
+        if (auto event = reader.read(line); event && event->id != 0) {
+            events_.push_back(std::move(*event));
         }
     }
 }
@@ -136,6 +169,25 @@ Start Journal::start_of(const Process& monitor) const
     return found == starts_.end() || !in_life_of(monitor, found->second.time) ? Start() : found->second;
 }
 
+Record Journal::record_of(const Process& monitor) const
+{
+    Record record;
+
+    for (const auto& event : events_) {
+        const Time time = parse_time(event.time);
+        if (event.monitor != monitor.pid || !in_life_of(monitor, time)) {
+            continue;
+        }
+        record.last_event = event.id;
+        record.last_event_time = time;
+        record.restarts += event.id == MONP_EVTID_ACT_RESTART ? 1 : 0;
+        if (event.id == MONP_EVTID_FAIL_INIT || event.id == MONP_EVTID_FAIL_MON) {
+            record.last_status = event.status;
+        }
+    }
+    return record;
+}
+
 std::vector<std::string> telling_lines(Time since, std::set<pid_t> processes)
 {
     std::vector<std::string> lines;
@@ -154,24 +206,6 @@ std::vector<std::string> telling_lines(Time since, std::set<pid_t> processes)
         }
     }
     return lines;
-}
-
-Record record_of(const Process& monitor, const std::vector<Event>& events)
-{
-    Record record;
-
-    for (const auto& event : events) {
-        if (event.id == 0 || event.monitor != monitor.pid || !in_life_of(monitor, parse_time(event.time))) {
-            continue;
-        }
-        record.last_event = event.id;
-        record.last_event_time = parse_time(event.time);
-        record.restarts += event.id == MONP_EVTID_ACT_RESTART ? 1 : 0;
-        if (event.id == MONP_EVTID_FAIL_INIT || event.id == MONP_EVTID_FAIL_MON) {
-            record.last_status = event.status;
-        }
-    }
-    return record;
 }
 
 } // namespace monpctl

@@ -9,6 +9,7 @@
 #include "process.h"
 
 #include <map>
+#include <memory>
 #include <set>
 #include <string>
 #include <vector>
@@ -59,30 +60,6 @@ struct Start {
 };
 
 /*
- * The log, read on with each call.
- */
-class Journal {
-public:
-    Journal();
-
-    void read_on();
-    /* The last start of a monitor. */
-    [[nodiscard]] Start start_of(const Process& monitor) const;
-
-private:
-    void take(const LogLine& line);
-
-    Follower follower_;
-    std::map<pid_t, Start> starts_;
-};
-
-/*
- * The lines of the log since a moment that tell why something failed: errors, warnings and events of the given processes
- * and of the programs that these have named as started.
- */
-std::vector<std::string> telling_lines(Time since, std::set<pid_t> processes);
-
-/*
  * What the events tell of a running monitor.
  */
 struct Record {
@@ -93,9 +70,36 @@ struct Record {
 };
 
 /*
- *   events  of all monitors, oldest first
+ * The log and the events, read on with each call.
  */
-Record record_of(const Process& monitor, const std::vector<Event>& events);
+class Journal {
+public:
+    /*
+     * Takes what these processes have written since the last call; all that they have, once there is a new one among
+     * them. Lines of others are left out.
+     */
+    void read_on(const std::set<pid_t>& monitors);
+
+    /* The last start of a monitor, and its events. */
+    [[nodiscard]] Start start_of(const Process& monitor) const;
+    [[nodiscard]] Record record_of(const Process& monitor) const;
+
+private:
+    void begin();
+    void take(const LogLine& line);
+
+    std::unique_ptr<Follower> log_;
+    std::unique_ptr<Follower> events_file_;
+    std::set<pid_t> monitors_;
+    std::map<pid_t, Start> starts_;
+    std::vector<Event> events_;
+};
+
+/*
+ * The lines of the log since a moment that tell why something failed: errors, warnings and events of the given processes
+ * and of the programs that these have named as started.
+ */
+std::vector<std::string> telling_lines(Time since, std::set<pid_t> processes);
 
 } // namespace monpctl
 

@@ -11,6 +11,7 @@
 #include <csignal>
 #include <filesystem>
 #include <iterator>
+#include <set>
 
 namespace fs = std::filesystem;
 
@@ -324,7 +325,7 @@ Report Observer::report_of(const Monitor& monitor, const std::vector<Process>& a
     report.type = monitor.type;
     report.monitor = monitor;
     report.settings = settings_of(monitor.type, monitor.options);
-    report.record = record_of(monitor.process, events_);
+    report.record = journal_.record_of(monitor.process);
 
     const auto kind = child_kind(monitor, child, report.record);
     if (kind == Evidence::Child::none && start.adopted > 0 && !start.over) {
@@ -370,19 +371,20 @@ Report Observer::report_without(const std::string& type, const std::vector<Proce
 std::vector<Report> Observer::look(const std::string& type)
 {
     std::vector<Report> reports;
-    const auto add_all = [&](const std::vector<Process>& all) {
-        for (const auto& monitor : find_monitors(all)) {
-            if (type.empty() || monitor.type == type) {
-                reports.push_back(report_of(monitor, all));
-            }
-        }
-    };
+    std::set<pid_t> pids;
 
     /* The processes first: what they have written by then is in the log. */
     const auto all = read_processes();
-    journal_.read_on();
-    events_ = read_events("");
-    add_all(all);
+    const auto monitors = find_monitors(all);
+    for (const auto& monitor : monitors) {
+        pids.insert(monitor.process.pid);
+    }
+    journal_.read_on(pids);
+    for (const auto& monitor : monitors) {
+        if (type.empty() || monitor.type == type) {
+            reports.push_back(report_of(monitor, all));
+        }
+    }
     for (const auto& known : type.empty() ? known_types() : std::vector{ type }) {
         const auto same = [&](const Report& report) { return report.type == known; };
         const auto number = std::count_if(reports.begin(), reports.end(), same);

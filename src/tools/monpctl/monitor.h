@@ -100,7 +100,6 @@ private:
     const Settings& settings_of(const std::string& type, const std::vector<std::string>& options);
 
     Journal journal_;
-    std::vector<Event> events_; /* as of the last look */
     std::map<std::vector<std::string>, Settings> settings_;
 };
 
