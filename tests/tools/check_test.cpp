@@ -143,6 +143,34 @@ TEST(Check, JudgesTheCommandLineAsTheMonitorDoes)
 }
 
 /*
+ * Each key in turn missing, no number, empty, or too long for any field.
+ */
+TEST(Check, EndsWithOneIfTheMonitorDoes)
+{
+    Installation in("lenk");
+    in.values["lenk/use"] = "1";
+    const auto good = in.values;
+    int ended = 0;
+
+    for (const auto& [key, value] : good) {
+        for (const std::string& fault : { std::string("-"), std::string("x"), std::string(), std::string(1500, '1') }) {
+            in.values = good;
+            in.values[key] = fault;
+            if (fault == "-") {
+                in.values.erase(key);
+            }
+            in.write();
+            const auto run = monpctl(in, "check lenk -- -n");
+            Monitor monp(in, { "-n" });
+            const int status = monp.launched();
+            EXPECT_EQ(status, run.status) << key << " = " << fault << '\n' << testing::PrintToString(run.lines);
+            ended += status;
+        }
+    }
+    EXPECT_LT(40, ended);
+}
+
+/*
  * The programs of a real run were called with what --explain shows for them.
  */
 TEST(Check, ExplainsWhatTheMonitorThenDoes)

@@ -92,7 +92,7 @@ TEST(Log, TellsTheServicesApart)
 }
 
 /*
- * A line in two pieces, several rotations between two looks, and a file that was removed instead.
+ * A line in two pieces, several rotations between two looks, a file that was removed, and one that was rotated out.
  */
 TEST(Log, FollowsAcrossRotations)
 {
@@ -130,6 +130,11 @@ TEST(Log, FollowsAcrossRotations)
     fs::remove(log);
     add("seven\n");
     expect({ "one", "two", "three", "four", "five", "six", "seven" });
+    for (const char* line : { "eight\n", "nine\n", "ten\n", "eleven\n" }) {
+        rotate();
+        add(line);
+    }
+    expect({ "one", "two", "three", "four", "five", "six", "seven", "eight", "nine", "ten", "eleven" });
     kill(std::stoi(sandbox::file_content(in.root / "work/pid")), SIGTERM);
 }
 

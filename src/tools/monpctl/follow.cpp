@@ -144,6 +144,24 @@ int Follower::find() const
 }
 
 /*
+ * Number of the oldest file that came after the open one, when that has none any more: what was rotated out of existence
+ * was last written before those that are left, what somebody removed was not.
+ */
+int Follower::first_newer() const
+{
+    struct stat own = {};
+    struct stat other = {};
+    int number = fstat(fd_, &own) == 0 ? LAST_GENERATION : 0;
+
+    while (number > 0 &&
+           (stat(generation(number).c_str(), &other) != 0 || std::pair(other.st_mtim.tv_sec, other.st_mtim.tv_nsec) <
+                                                                 std::pair(own.st_mtim.tv_sec, own.st_mtim.tv_nsec))) {
+        number--;
+    }
+    return number;
+}
+
+/*
  * Goes on to the next newer file, if there is one. A file that has just been rotated gets one more look later, as a
  * writer may not have noticed yet.
  */
@@ -160,7 +178,7 @@ bool Follower::move_on()
         return false;
     }
     /* While files are being renamed, the numbers have a gap. */
-    for (int newer = number < 0 ? 0 : number - 1; newer >= 0; newer--) {
+    for (int newer = number < 0 ? first_newer() : number - 1; newer >= 0; newer--) {
         if (open(newer)) {
             return true;
         }

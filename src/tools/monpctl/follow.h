@@ -36,6 +36,7 @@ private:
     bool move_on();
     [[nodiscard]] std::filesystem::path generation(int number) const;
     [[nodiscard]] int find() const;
+    [[nodiscard]] int first_newer() const;
     bool open(int number);
 
     std::filesystem::path file_;
