@@ -30,8 +30,9 @@ static constexpr auto PAUSE = std::chrono::milliseconds(200);
 Follower::Follower(fs::path file, bool oldest) : file_(std::move(file))
 {
     int number = oldest ? LAST_GENERATION : 0;
+    std::error_code error;
 
-    while (number > 0 && !fs::exists(generation(number))) {
+    while (number > 0 && !fs::exists(generation(number), error)) {
         number--;
     }
     open(number);

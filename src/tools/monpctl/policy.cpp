@@ -303,7 +303,8 @@ void Policy::report_unknown()
             const auto begin = std::strlen(SERVICES);
             const std::string service = key.substr(begin, key.find('/', begin) - begin);
             general.replace(begin, service.size(), ANY);
-            if (services.insert(service).second && !fs::exists(policy_file(service))) {
+            std::error_code error;
+            if (services.insert(service).second && !fs::exists(policy_file(service), error)) {
                 result_.problems.push_back(
                     { where(key), Severity::warning,
                       policy_file(service) + " does not exist; a monitor of the type " + service + " would end" });

@@ -126,7 +126,8 @@ void check_program(const std::string& where, const std::string& path, const std:
             tell(" is neither a program nor a script; " + consequence);
         }
     }
-    check_safety(where, fs::canonical(path), result);
+    std::error_code error;
+    check_safety(where, fs::canonical(path, error), result);
 }
 
 } // namespace monpctl

@@ -201,14 +201,16 @@ void form_command(const MONP_DRASTIC_ITEMS& row, Settings& result)
     check_program(policy.where(key), program.szpath, consequence, false, result);
 }
 
-const Setting* find_setting(const Settings& result, const std::string& key)
+/*
+ * Tells about a setting where it was given; one that was not has been told already.
+ */
+void tell(Settings& result, const std::string& name, Severity severity, const std::string& sentence)
 {
-    const auto found = std::find_if(result.explained.begin(), result.explained.end(),
-                                    [&](const Setting& setting) { return "/root/" + setting.name == key; });
-
-    return found != result.explained.end() && found->source != Policy::DEFAULT && found->source != Policy::MISSING
-               ? &*found
-               : nullptr;
+    for (const auto& setting : result.explained) {
+        if (setting.name == name && setting.source != Policy::DEFAULT && setting.source != Policy::MISSING) {
+            result.problems.push_back({ setting.source, severity, sentence });
+        }
+    }
 }
 
 /*
@@ -216,51 +218,57 @@ const Setting* find_setting(const Settings& result, const std::string& key)
  */
 void judge_values(Settings& result)
 {
-    const auto key = [&](const std::string& name) { return "/root/monp/service/" + result.type + '/' + name; };
-    const auto tell = [&](const std::string& name, Severity severity, const std::string& sentence) {
-        if (const auto* setting = find_setting(result, name)) {
-            result.problems.push_back({ setting->source, severity, sentence });
-        }
-    };
+    const std::string own = "monp/service/" + result.type + '/';
 
     if (gmonprecover[monp_findrow(result.action)].action == 0) {
-        tell(key("action"), Severity::error,
+        tell(result, own + "action", Severity::error,
              "the action " + std::to_string(result.action) +
                  " is none of 1 to 5; the monitor ends with status 4 when the service has ended");
     }
     if (result.action == MONP_ACT_RESTART && result.restart_limit <= 0) {
-        tell(key("restarttime"), Severity::warning,
+        tell(result, own + "restarttime", Severity::warning,
              "restarttime is " + std::to_string(result.restart_limit) + "; the service is restarted without limit");
     }
     if (result.wait_seconds <= 0) {
-        tell(key("waittime"), Severity::note,
+        tell(result, own + "waittime", Severity::note,
              "waittime is " + std::to_string(result.wait_seconds) + "; a service that does not end is never killed");
     }
     if (result.parent_init_seconds < result.init_seconds) {
-        tell(key("parent_timeout"), Severity::note,
+        tell(result, own + "parent_timeout", Severity::note,
              "parent_timeout is less than child_timeout; a start may return before the service has reported");
     }
-    if (!result.install.starts_with('/')) {
-        tell("/root/all/path", Severity::warning, "all/path is no absolute path; no program is found");
-    } else if (!fs::is_directory(result.install + "bin")) {
-        tell("/root/all/path", Severity::warning,
-             result.install + "bin is no directory; the monitor and its service stay where they were started");
-    }
-    if (!result.lock_file.empty() && !fs::is_directory(fs::path(result.lock_file).parent_path())) {
-        tell("/root/pm/lockf", Severity::warning,
-             fs::path(result.lock_file).parent_path().string() + " is no directory; there can be no lock file");
-    }
-    if (!result.marker_file.empty() && !fs::is_directory(fs::path(result.marker_file).parent_path().parent_path())) {
-        tell("/root/monp/md/dirpath", Severity::warning,
-             fs::path(result.marker_file).parent_path().parent_path().string() +
-                 " is no directory; there can be no marker file");
-    }
     if (monp_isdummy() != 0) {
-        tell("/root/dummyconf", Severity::note,
+        tell(result, "dummyconf", Severity::note,
              "a dummy configuration; the service " + result.type + " is not started");
     }
     if (monp_isdisabled() != 0) {
-        tell("/root/" + result.type + "/use", Severity::note, "use is 0; the service is not started");
+        tell(result, result.type + "/use", Severity::note, "use is 0; the service is not started");
+    }
+}
+
+/*
+ * Directories that nobody makes.
+ */
+void judge_directories(Settings& result)
+{
+    const auto need = [&](const std::string& name, const fs::path& directory, const std::string& consequence) {
+        if (std::error_code error; !fs::is_directory(directory, error)) {
+            tell(result, name, Severity::warning, directory.string() + " is no directory; " + consequence);
+        }
+    };
+
+    if (result.install.starts_with('/')) {
+        need("all/path", result.install + "bin", "the monitor and its service stay where they were started");
+    } else {
+        tell(result, "all/path", Severity::warning, "all/path is no absolute path; no program is found");
+    }
+    if (!result.lock_file.empty()) {
+        need("pm/lockf", fs::path(result.lock_file).parent_path(), "there can be no lock file");
+    }
+    if (!result.marker_file.empty()) {
+        /* Its own directory is made, the one above is not. */
+        need("monp/md/dirpath", fs::path(result.marker_file).parent_path().parent_path(),
+             "there can be no marker file");
     }
 }
 
@@ -293,6 +301,7 @@ Settings read_settings(const std::string& type, const std::vector<std::string>& 
         form_files(policy, result);
         form_collector(policy, result);
         judge_values(result);
+        judge_directories(result);
         policy.report_unknown();
     }
     for (const auto& row : gmonpdrastic) {

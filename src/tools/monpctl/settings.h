@@ -26,7 +26,7 @@ struct Problem {
 struct Setting {
     std::string name; /* key without its leading "/root/"; of what is formed out of several keys, what it is */
     std::string value;
-    std::string source; /* "command line", "file:line", "default", or "formed" */
+    std::string source; /* "command line", "file:line", "default", "missing", or "formed" */
 };
 
 struct Settings {
