@@ -47,12 +47,15 @@ TEST_F(XmlHome, TakesOrRefusesAFileWhole)
         { "<!DOCTYPE root [<!ENTITY a 'aa'><!ENTITY b '&a;&a;'>]>" + value("&b;"), "FORBIDDEN", "a DOCTYPE" },
         { all("\n  <x unit='s'>1</x>"), "FORBIDDEN", ":2:3: the element x has the attribute unit" },
         { all("<?run x?>"), "FORBIDDEN", ":1:12: the processing instruction run" },
-        { value("1<y/>"), "FORBIDDEN", ":1:16: the element y follows a text" },
+        { value("\xc3\xa9<y/>"), "FORBIDDEN", ":1:17: the element y follows a text" },
         { value("<y/>1"), "FORBIDDEN", ":1:19: text where only elements may be, in x" },
+        { value("1\n<!-- 2 -->\n3"), "FORBIDDEN", ":3:1: text behind a comment in the value of x" },
+        { "\n <root/>", "SCOPE", ":2:2: there is no element all in /root" },
         { "<policy><all/></policy>", "SCOPE", ":1:1: the element policy lies outside /root" },
         { "<root><all/><pm/></root>", "SCOPE", ":1:13: the element pm lies outside /root/all" },
         { all(""), "OK", "" },
-        { all("\n<x>1</x>\n<y/>\n<x>2</x>"), "DUPLICATE", ":4:1: the key /root/all/x is given twice, first in line 2" },
+        { all("\n<x>1</x>\n<y/>\n\r<x>2</x>"), "DUPLICATE",
+          ":4:2: the key /root/all/x is given twice, first in line 2" },
         { all("\n<x><a/></x>\n<x><b/></x>"), "DUPLICATE", ":3:1: the key /root/all/x is given twice, first in line 2" },
         { all("<x><a/></x><y><a/></y>"), "OK", "" },
         { all(repeat("<d>", deepest) + repeat("</d>", deepest)), "OK", "" },
@@ -86,7 +89,7 @@ TEST_F(XmlHome, ReadsTextsWithoutTheBlanksAroundThem)
         { " \n ", "" },
         { "a &amp; b &lt;c&gt; &#65;&#x42;", "a & b <c> AB" },
         { "x<![CDATA[<y> & ]]>z", "x<y> & z" },
-        { "one<!-- not this -->two", "onetwo" },
+        { "<!-- not this -->one <!-- nor this -->\n<!---->", "one" },
         { "\xc2\xa0\xe3\x83\x97\xe2\x80\x83", "\xc2\xa0\xe3\x83\x97\xe2\x80\x83" }, // other spaces are text
     };
     for (const auto& [written, read] : texts) {
@@ -124,8 +127,12 @@ TEST_F(XmlHome, TellsWhichValueIsBadAndWhereItComesFrom)
     int number = 0;
     int capacity = sizeof(number);
     EXPECT_EQ("NOTNUMBER", word(xmllib_get_value("/root/dummyconf", TESKXML_INT, &number, &capacity)));
-    EXPECT_EQ(file + ":2:1: /root/dummyconf is \"1????\xc3\x9b\xc2\xa0maybe\": the value is no whole decimal number",
+    EXPECT_EQ(file + ":2:2: /root/dummyconf is \"1????\xc3\x9b\xc2\xa0maybe\": the value is no whole decimal number",
               teskxml_lasterror());
+
+    load("all", "<x>" + repeat("\xc2\xb2x", 23) + "</x>");
+    EXPECT_EQ("NOTNUMBER", word(xmllib_get_value("/root/all/x", TESKXML_INT, &number, &capacity)));
+    EXPECT_TRUE(told("\xb2x...\": the value is no")) << teskxml_lasterror();
 
     EXPECT_EQ("NOKEY", text("/"s + std::string(10000, 'k')));
     EXPECT_TRUE(std::string(teskxml_lasterror()).ends_with("k...")) << teskxml_lasterror();

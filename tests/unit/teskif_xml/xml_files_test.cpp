@@ -37,23 +37,27 @@ TEST_F(XmlHome, TakesConfigurationsByPathFromTrustedPlacesOnly)
     const std::string beside = home.string() + "2"; // not below the home directory, so /tmp counts
     fs::create_directory(beside);
     fs::copy_file(inside, beside + "/other.xml");
+    ASSERT_EQ(0, mknod((home / "etc/socket").c_str(), S_IFSOCK | 0600, 0));
     const std::pair<std::string, std::string> paths[] = {
         { inside, "OK" },
         { home / "etc/link.xml", "FILETYPE" },
         { beside + "/other.xml", "UNTRUSTED" },
         { home / "etc", "FILETYPE" },
+        { home / "etc/socket", "FILETYPE" },
         { home / "etc/../etc/other.xml", "ARGUMENT" },
         { home.string() + "/etc//other.xml", "ARGUMENT" },
         { inside + "/", "FILETYPE" },
         { "etc/other.xml", "ARGUMENT" },
         { "/" + std::string(TESKXML_MAX_PATH, 'p'), "ARGUMENT" },
         { "/etc/passwd", "SYNTAX" }, // root's alone all the way, so it is read
+        { "/", "ARGUMENT" },
     };
     for (const auto& [path, code] : paths) {
         void* handle = nullptr;
         EXPECT_EQ(code, word(xmllib_load_pathconfig(path.c_str(), &handle))) << path;
         EXPECT_EQ(code == "OK", handle != nullptr) << path;
     }
+    EXPECT_STREQ("/: a \"/\" in the path has no name behind it", teskxml_lasterror());
     fs::remove_all(beside);
 }
 

@@ -23,9 +23,12 @@ TEST_F(XmlHome, RefusesEveryOperationWhileClosed)
 TEST_F(XmlHome, NeedsAnAbsoluteHomeAndKeepsItWhileOpen)
 {
     section("all", "<x>1</x>");
+    std::filesystem::create_symlink(home, home / "link");
     const std::string longest = "/" + std::string(TESKXML_MAX_PATH - 1, 'h');
     const std::tuple<std::string, std::string, std::string> homes[] = {
-        { home.string() + "//", "OK", "OK" },
+        { home.parent_path() / "." / "" / home.filename() / "./", "OK", "OK" },
+        { home.string() + "/link/.", "OK", "FILETYPE" },
+        { home.string() + "/etc/..", "HOME", "NOTOPEN" },
         { "/", "OK", "NOTFOUND" },
         { longest, "OK", "HOME" }, // no room for the path of a file
         { longest + "h", "HOME", "NOTOPEN" },
@@ -72,7 +75,7 @@ TEST_F(XmlHome, LetsNoTwoFilesAnswerOneKey)
 {
     const std::string policy = section("all", "\n<env><path>/bin</path></env>");
     ASSERT_EQ("OK", word(xmllib_load_policy("all")));
-    const std::string error = ":3:1: the key /root/all/env/path is given twice, first in line 2 of " + policy;
+    const std::string error = ":3:6: the key /root/all/env/path is given twice, first in line 2 of " + policy;
     const std::pair<const char*, std::string> configs[] = {
         { "<root>\n<all>\n<env><path>/sbin</path></env></all></root>", error },
         { "<root>\n<all>\n<env><path><x/></path></env></all></root>", error },

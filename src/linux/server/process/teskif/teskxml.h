@@ -11,7 +11,8 @@
  * What ours adds to that, as it runs as root:
  * - A file is read only if it and each directory above it, up to the home directory, belongs to root and is not
  *   writable by group or others, and none of them is a symbolic link. Nothing switches this off.
- * - A file is UTF-8. DOCTYPE, attributes, processing instructions and text beside child elements are refused.
+ * - A file is UTF-8. DOCTYPE, attributes, processing instructions, text beside child elements and a comment between two
+ *   parts of a value are refused.
  * - A key has one value: repeated in its file or in another loaded one, it is refused, with both lines named.
  * - Every load is all or nothing. After a failure the loaded keys are the same as before.
  */
@@ -34,7 +35,7 @@ enum __teskxml_kind__ {
 
 /*
  * Opens the library; must precede every other operation. The home directory is settled here and stays the same until
- * the library is closed; no file is touched yet.
+ * the library is closed; no file is touched yet. It is an absolute path without ".." in it.
  *   ident  name of the caller, not empty; ours does not keep it
  * Result: 0, ARGUMENT, ALREADYOPEN, or HOME.
  */
@@ -49,8 +50,8 @@ TESKXML_API int xmllib_term(void);
 /*
  * Loads the cluster's default configuration, etc/config.xml in the home directory, or a configuration file given by its
  * path. A file that is loaded already is not read again but counted, and has to be unloaded as often.
- *   path    the file: an absolute path without "." and ".." in it. Outside the home directory every directory from "/"
- *           down is held to the rules for trusted files.
+ *   path    the file: an absolute path without "//", "." and ".." in it. Outside the home directory every directory
+ *           from "/" down is held to the rules for trusted files.
  *   handle  out: a handle for xmllib_unload_pathconfig, never null; untouched unless the result is 0
  * Result: 0, ARGUMENT, NOTOPEN, a code for the file or its content, LIMIT, or MEMORY.
  */
@@ -67,8 +68,8 @@ TESKXML_API int xmllib_unload_pathconfig(void* handle);
 
 /*
  * Loads or releases the policy section of a name. Its keys are readable below "/root/" and the name while it is loaded.
- * The section's file, etc/policy/<name>.xml in the home directory, may hold no other keys. A section that is loaded
- * already is not read again but counted, and has to be released as often.
+ * The section's file, etc/policy/<name>.xml in the home directory, holds the section, empty or not, and no other keys.
+ * A section that is loaded already is not read again but counted, and has to be released as often.
  *   name  1 to 31 characters out of A-Z, a-z, 0-9, "_" and "-"
  * Result: 0, ARGUMENT, NOTOPEN or NAME; of a load also a code for the file or its content, LIMIT, or MEMORY; of a
  * release also NOTLOADED.

@@ -24,7 +24,7 @@ enum __teskxml_result_value__ {
     TESKXML_RET_FAIL_ARGUMENT,    /* a null argument, a capacity of 0 or less, an empty caller's name or a bad path */
     TESKXML_RET_FAIL_NOTOPEN,     /* xmllib_init is missing */
     TESKXML_RET_FAIL_ALREADYOPEN, /* xmllib_init a second time */
-    TESKXML_RET_FAIL_HOME,        /* the home directory is not an absolute path, or too long */
+    TESKXML_RET_FAIL_HOME,        /* the home directory is not an absolute path, has ".." in it, or is too long */
     TESKXML_RET_FAIL_NAME,        /* no name of a section */
     TESKXML_RET_FAIL_NOTLOADED,   /* unload of what is not loaded */
 
@@ -37,7 +37,7 @@ enum __teskxml_result_value__ {
     /* its content */
     TESKXML_RET_FAIL_SYNTAX,    /* not well-formed XML in UTF-8 */
     TESKXML_RET_FAIL_FORBIDDEN, /* well-formed, but with something that a policy must not hold, such as a DOCTYPE */
-    TESKXML_RET_FAIL_SCOPE,     /* an element outside "/root", or in a section's file outside that section */
+    TESKXML_RET_FAIL_SCOPE,     /* an element outside "/root"; in a section's file one outside it, or none */
     TESKXML_RET_FAIL_DUPLICATE, /* a key twice, in this file or in two loaded ones */
     TESKXML_RET_FAIL_LIMIT,     /* a limit of the library is exceeded */
 
@@ -70,8 +70,9 @@ enum __teskxml_limit__ {
 
 /*
  * Tells about the last operation that failed, as "file:line:column: sentence", or "file: sentence" or the sentence
- * alone where there is no such place. Lines and columns count from 1, columns in bytes. A control character in it is
- * shown as "?", a text that is cut for its length ends in "...".
+ * alone where there is no such place. Lines end with a line feed and count from 1, columns are bytes from 1, and the
+ * place of a value is its start tag. A control character is shown as "?", a text that is cut for its length ends in
+ * "...".
  * Result: the text, empty before any failure. It is the library's, outlives xmllib_term, and changes with the next
  * failure.
  */

@@ -31,7 +31,7 @@ static int teskxml_missing(const char* pargument)
 
 static int teskxml_checkname(const char* pname)
 {
-    static constexpr char szallowed[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_-";
+    static constexpr char gallowed[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_-";
     int nfuncret = TESKXML_RET_SUCCESS;
     size_t nlen = 0;
 
@@ -40,10 +40,10 @@ static int teskxml_checkname(const char* pname)
         goto monp_exit_func;
     }
     nlen = strnlen(pname, TESKXML_MAX_NAME + 1);
-    if (nlen == 0 || nlen > TESKXML_MAX_NAME || strspn(pname, szallowed) != nlen) {
+    if (nlen == 0 || nlen > TESKXML_MAX_NAME || strspn(pname, gallowed) != nlen) {
         nfuncret = teskxml_fail(TESKXML_RET_FAIL_NAME, nullptr, 0, 0,
-                                "\"%.64s\" is no section's name: 1 to %d of A-Z, a-z, 0-9, \"_\" and \"-\"", pname,
-                                TESKXML_MAX_NAME);
+                                "\"%s\" is no section's name: 1 to %d of A-Z, a-z, 0-9, \"_\" and \"-\"",
+                                teskxml_shown(pname).text, TESKXML_MAX_NAME);
     }
 
 monp_exit_func:
@@ -70,11 +70,41 @@ static size_t teskxml_toplength(const char* ppath)
     return strncmp(ppath, gteskxml.szhome, nhome) == 0 && ppath[nhome] == '/' ? nhome : 0;
 }
 
+/* Takes the home directory over, without "/" at its end, "//" and ".": behind these a symbolic link would be followed
+   and pass for the directory that it leads to. */
+static int teskxml_takehome(const char* phome)
+{
+    int nfuncret = TESKXML_RET_SUCCESS;
+    const char* pname = phome;
+    size_t nlen = 0;
+    size_t nhome = 0;
+    bool bgood = phome[0] == '/';
+
+    for (; bgood && *pname != '\0'; pname += nlen) {
+        pname += strspn(pname, "/");
+        nlen = strcspn(pname, "/");
+        if (nlen == 0 || (nlen == 1 && pname[0] == '.')) {
+            continue;
+        }
+        bgood = (nlen != 2 || memcmp(pname, "..", nlen) != 0) && nhome + 1 + nlen <= TESKXML_MAX_PATH;
+        if (bgood) {
+            gteskxml.szhome[nhome] = '/';
+            memcpy(gteskxml.szhome + nhome + 1, pname, nlen);
+            nhome += 1 + nlen;
+        }
+    }
+    gteskxml.szhome[nhome] = '\0';
+    if (!bgood) {
+        nfuncret = teskxml_fail(TESKXML_RET_FAIL_HOME, nullptr, 0, 0,
+                                "the home directory \"%s\" is no absolute path without \"..\" of at most %d bytes",
+                                teskxml_shown(phome).text, TESKXML_MAX_PATH);
+    }
+    return nfuncret;
+}
+
 int xmllib_init(const char* ident)
 {
     int nfuncret = TESKXML_RET_SUCCESS;
-    const char* phome = tesk_home();
-    size_t nlen = strlen(phome);
 
     if (ident == nullptr || ident[0] == '\0') {
         nfuncret = teskxml_missing("the caller's name");
@@ -84,18 +114,8 @@ int xmllib_init(const char* ident)
         nfuncret = teskxml_fail(TESKXML_RET_FAIL_ALREADYOPEN, nullptr, 0, 0, "the library is open already");
         goto monp_exit_func;
     }
-    while (nlen > 0 && phome[nlen - 1] == '/') {
-        nlen--;
-    }
-    if (phome[0] != '/' || nlen > TESKXML_MAX_PATH) {
-        nfuncret = teskxml_fail(TESKXML_RET_FAIL_HOME, nullptr, 0, 0,
-                                "the home directory \"%.64s\" is no absolute path of at most %d bytes", phome,
-                                TESKXML_MAX_PATH);
-        goto monp_exit_func;
-    }
-    memcpy(gteskxml.szhome, phome, nlen);
-    gteskxml.szhome[nlen] = '\0';
-    gteskxml.open = true;
+    nfuncret = teskxml_takehome(tesk_home());
+    gteskxml.open = nfuncret == TESKXML_RET_SUCCESS;
 
 monp_exit_func:
     return nfuncret;
@@ -154,8 +174,9 @@ int xmllib_load_pathconfig(const char* path, void** handle)
         goto monp_exit_func;
     }
     if (path[0] != '/' || strnlen(path, TESKXML_MAX_PATH + 1) > TESKXML_MAX_PATH) {
-        nfuncret = teskxml_fail(TESKXML_RET_FAIL_ARGUMENT, nullptr, 0, 0,
-                                "\"%.64s\" is no absolute path of at most %d bytes", path, TESKXML_MAX_PATH);
+        nfuncret =
+            teskxml_fail(TESKXML_RET_FAIL_ARGUMENT, nullptr, 0, 0, "\"%s\" is no absolute path of at most %d bytes",
+                         teskxml_shown(path).text, TESKXML_MAX_PATH);
         goto monp_exit_func;
     }
     nfuncret = teskxml_set_load(TESKXML_DOC_PATHCONFIG, path, teskxml_toplength(path), nullptr, &nhandle);

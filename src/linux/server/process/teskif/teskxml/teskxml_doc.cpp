@@ -1,7 +1,7 @@
 /*
- * The elements of one file. Their size is bounded before the file is parsed: an element needs a "<" of its own, a key has
- * its limit, and the values never get longer than the file, as a reference is longer than what it stands for. So one
- * allocation suffices, and one free undoes everything. What the bound exceeds the need by is never touched.
+ * The elements of one file. Their size is bounded before the file is parsed: an element needs a "<" of its own, a key
+ * has its limit, and the values never get longer than the file, as a reference is longer than what it stands for. So
+ * one allocation suffices, and one free undoes everything. What the bound exceeds the need by is never touched.
  */
 #include "teskxml_doc.h"
 
@@ -33,6 +33,9 @@ static size_t teskxml_countplaces(uint32_t nnodes)
     return nplaces;
 }
 
+static_assert(sizeof(TESKXML_DOC) % alignof(TESKXML_NODE) == 0, "the elements follow the document");
+static_assert(sizeof(TESKXML_NODE) % alignof(uint32_t) == 0, "the index follows the elements");
+
 PTESKXML_DOC teskxml_doc_create(int nkind, const char* pfile, const char* pdata, size_t nsize)
 {
     uint32_t nnodes = teskxml_countelements(pdata, nsize);
@@ -42,8 +45,6 @@ PTESKXML_DOC teskxml_doc_create(int nkind, const char* pfile, const char* pdata,
     PTESKXML_DOC pdoc = static_cast<PTESKXML_DOC>(
         malloc(sizeof(TESKXML_DOC) + nnodes * sizeof(TESKXML_NODE) + nplaces * sizeof(uint32_t) + nfilelen + nmaxtext));
 
-    static_assert(sizeof(TESKXML_DOC) % alignof(TESKXML_NODE) == 0, "the elements follow the document");
-    static_assert(sizeof(TESKXML_NODE) % alignof(uint32_t) == 0, "the index follows the elements");
     if (pdoc != nullptr) {
         *pdoc = {};
         pdoc->kind = nkind;

@@ -23,7 +23,8 @@ typedef struct {
     uint32_t parent; /* the document element is its own */
     uint32_t key;    /* where the NUL-terminated key starts in the texts; the value follows it */
     uint32_t hash;   /* of the key */
-    int32_t line;    /* of its start tag */
+    int32_t line;    /* of its start tag, from 1 */
+    int32_t column;  /* of its start tag, in bytes, from 1 */
     uint16_t keylen;
     uint16_t namelen; /* the end of the key */
     uint16_t valuelen;
@@ -68,7 +69,7 @@ PTESKXML_DOC teskxml_doc_create(int nkind, const char* pfile, const char* pdata,
  *   nlen     bytes of the name
  *   pnumber  out: its number; if it was not added, that of the element that has its key already, or TESKXML_NONE when
  *            the document is full
- * Result: whether it was added. Its line is then 0, and it is no branch.
+ * Result: whether it was added. Its place is then 0, and it is no branch.
  */
 bool teskxml_doc_add(PTESKXML_DOC pdoc, uint32_t nparent, const char* pname, size_t nlen, uint32_t* pnumber);
 

@@ -8,6 +8,7 @@
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 
 typedef struct {
     int code;
@@ -20,7 +21,7 @@ static constexpr TESKXML_CODE gcode[] = {
     { TESKXML_RET_FAIL_ARGUMENT, "TESKXML_RET_FAIL_ARGUMENT", "an argument is missing or unusable" },
     { TESKXML_RET_FAIL_NOTOPEN, "TESKXML_RET_FAIL_NOTOPEN", "the library is not open" },
     { TESKXML_RET_FAIL_ALREADYOPEN, "TESKXML_RET_FAIL_ALREADYOPEN", "the library is open already" },
-    { TESKXML_RET_FAIL_HOME, "TESKXML_RET_FAIL_HOME", "the home directory is no absolute path of usable length" },
+    { TESKXML_RET_FAIL_HOME, "TESKXML_RET_FAIL_HOME", "the home directory is no absolute path that can be used" },
     { TESKXML_RET_FAIL_NAME, "TESKXML_RET_FAIL_NAME", "this is no name of a policy section" },
     { TESKXML_RET_FAIL_NOTLOADED, "TESKXML_RET_FAIL_NOTLOADED", "this is not loaded" },
     { TESKXML_RET_FAIL_NOTFOUND, "TESKXML_RET_FAIL_NOTFOUND", "the file does not exist" },
@@ -29,7 +30,8 @@ static constexpr TESKXML_CODE gcode[] = {
     { TESKXML_RET_FAIL_READ, "TESKXML_RET_FAIL_READ", "the file cannot be read" },
     { TESKXML_RET_FAIL_SYNTAX, "TESKXML_RET_FAIL_SYNTAX", "the file is not well-formed XML in UTF-8" },
     { TESKXML_RET_FAIL_FORBIDDEN, "TESKXML_RET_FAIL_FORBIDDEN", "the file holds what a policy must not hold" },
-    { TESKXML_RET_FAIL_SCOPE, "TESKXML_RET_FAIL_SCOPE", "the file holds a key that does not belong there" },
+    { TESKXML_RET_FAIL_SCOPE, "TESKXML_RET_FAIL_SCOPE",
+      "the file holds a key that does not belong there, or lacks the section" },
     { TESKXML_RET_FAIL_DUPLICATE, "TESKXML_RET_FAIL_DUPLICATE", "a key is given twice" },
     { TESKXML_RET_FAIL_LIMIT, "TESKXML_RET_FAIL_LIMIT", "a limit of the library is exceeded" },
     { TESKXML_RET_FAIL_NOKEY, "TESKXML_RET_FAIL_NOKEY", "there is no such key" },
@@ -43,19 +45,35 @@ static constexpr TESKXML_CODE gcode[] = {
 
 static constexpr bool teskxml_rowsagree()
 {
+    bool bagree = std::size(gcode) == TESKXML_RET_NUM;
     int nrow = 0;
 
     for (const TESKXML_CODE& row : gcode) {
-        if (row.code != nrow) {
-            return false;
-        }
+        bagree = bagree && row.code == nrow;
         nrow++;
     }
-    return nrow == TESKXML_RET_NUM;
+    return bagree;
 }
 static_assert(teskxml_rowsagree(), "one row for each result code, in their order");
 
 static char gszerror[TESKXML_MAX_PATH + 1024];
+
+TESKXML_SHOWN teskxml_shown(const char* ptext)
+{
+    static constexpr char szmark[] = "...";
+    TESKXML_SHOWN shown = {};
+    size_t nlen = strnlen(ptext, sizeof(shown.text));
+
+    if (nlen == sizeof(shown.text)) {
+        nlen -= sizeof(szmark);
+        while ((ptext[nlen] & 0xc0) == 0x80 && nlen > 0) { /* not within a character */
+            nlen--;
+        }
+        memcpy(shown.text + nlen, szmark, sizeof(szmark));
+    }
+    memcpy(shown.text, ptext, nlen);
+    return shown;
+}
 
 /* Adds to the record behind the first nlen bytes; result: the length then, never beyond the record's last byte. */
 static size_t teskxml_append(size_t nlen, const char* pformat, va_list args) __attribute__((format(printf, 2, 0)));

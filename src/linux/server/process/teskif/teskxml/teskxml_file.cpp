@@ -24,19 +24,29 @@ typedef struct {
     size_t nend;
 } TESKXML_STEP;
 
+/* Why nothing could be opened; the last row is for every other reason. */
+typedef struct {
+    int error;
+    int code;
+    const char* format;
+} TESKXML_OPENFAIL;
+
+static constexpr TESKXML_OPENFAIL gopenfail[] = {
+    { ENOENT, TESKXML_RET_FAIL_NOTFOUND, "%.*s does not exist" },
+    { ELOOP, TESKXML_RET_FAIL_FILETYPE, "%.*s is a symbolic link" },
+    { ENOTDIR, TESKXML_RET_FAIL_FILETYPE, "%.*s is no directory, where one is needed, or a symbolic link" },
+    { ENXIO, TESKXML_RET_FAIL_FILETYPE, "%.*s is no regular file" }, /* a socket, or a device without a driver */
+    { 0, TESKXML_RET_FAIL_READ, "%.*s cannot be opened: %m" },
+};
+
 static int teskxml_openfailed(const TESKXML_STEP* pstep)
 {
-    int nfuncret = TESKXML_RET_FAIL_READ;
-    const char* pformat = "%.*s cannot be opened: %m";
+    const TESKXML_OPENFAIL* prow = gopenfail;
 
-    if (errno == ENOENT) {
-        nfuncret = TESKXML_RET_FAIL_NOTFOUND;
-        pformat = "%.*s does not exist";
-    } else if (errno == ELOOP || errno == ENOTDIR) {
-        nfuncret = TESKXML_RET_FAIL_FILETYPE;
-        pformat = "%.*s is a symbolic link, or no directory where one is needed";
+    while (prow->error != 0 && prow->error != errno) {
+        prow++;
     }
-    return teskxml_fail(nfuncret, pstep->pfile, 0, 0, pformat, static_cast<int>(pstep->nend), pstep->pfile);
+    return teskxml_fail(prow->code, pstep->pfile, 0, 0, prow->format, static_cast<int>(pstep->nend), pstep->pfile);
 }
 
 static int teskxml_checktrust(const TESKXML_STEP* pstep, mode_t ntype, const struct stat* pstat)
@@ -98,9 +108,11 @@ static int teskxml_walkdown(const char* pfile, size_t ntop, int* pfd, struct sta
         szname[nlen] = '\0';
         step.nend = static_cast<size_t>(pname - pfile) + nlen;
 
-        if (nlen == 0 || strcmp(szname, ".") == 0 || strcmp(szname, "..") == 0) {
-            nfuncret = teskxml_fail(TESKXML_RET_FAIL_ARGUMENT, pfile, 0, 0, "\"%s\" in the path is refused",
-                                    nlen == 0 ? "//" : szname);
+        if (nlen == 0) {
+            nfuncret =
+                teskxml_fail(TESKXML_RET_FAIL_ARGUMENT, pfile, 0, 0, "a \"/\" in the path has no name behind it");
+        } else if (strcmp(szname, ".") == 0 || strcmp(szname, "..") == 0) {
+            nfuncret = teskxml_fail(TESKXML_RET_FAIL_ARGUMENT, pfile, 0, 0, "\"%s\" in the path is refused", szname);
         } else {
             nfuncret = teskxml_stepdown(&step, szname, pname[nlen] == '/' ? gndirflags : gnfileflags, pfd, pstat);
         }

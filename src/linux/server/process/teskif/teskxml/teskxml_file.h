@@ -14,8 +14,8 @@
  *   ntop    bytes of pfile that name the top directory, the "/" behind it not included; 0: "/" itself
  *   ppdata  out: the content, to be freed by the caller; untouched unless the result is 0
  *   psize   out: its bytes, at most TESKXML_MAX_FILE
- * Result: TESKXML_RET_SUCCESS, ARGUMENT for a path with "." or ".." in it, NOTFOUND, FILETYPE, UNTRUSTED, READ, LIMIT,
- * or MEMORY.
+ * Result: TESKXML_RET_SUCCESS, ARGUMENT for a path with an empty name, "." or ".." in it, NOTFOUND, FILETYPE,
+ * UNTRUSTED, READ, LIMIT, or MEMORY.
  */
 int teskxml_file_read(const char* pfile, size_t ntop, char** ppdata, size_t* psize);
 

@@ -6,6 +6,7 @@
 
 #include "teskxml_error.h"
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstring>
 #include <expat.h>
@@ -17,10 +18,12 @@ typedef struct {
     const char* psection;
     const char* pdata;
     const char* pend;
-    const char* pbreak; /* first line break that is not in line; the content's end if there is none */
+    const char* pline;  /* start of the line that was last asked for */
+    const char* pbreak; /* its end, or the content's */
     int line;
     uint32_t current; /* innermost open element */
     int depth;        /* open elements */
+    bool divided;     /* a comment stands behind a part of the current value */
     int result;       /* once it is a failure, the callbacks that expat still makes do nothing */
 } TESKXML_PARSE;
 
@@ -31,16 +34,19 @@ static const char* teskxml_nextbreak(const char* pbegin, const char* pend)
     return pbreak != nullptr ? pbreak : pend;
 }
 
-/* Line of the current event. Counted in step with the parse, as expat's own count goes byte by byte. */
-static int teskxml_line(TESKXML_PARSE* pparse)
+/* Place of the current event. Counted in step with the parse, as expat's own count goes byte by byte, and in
+   characters. In a content without a single byte there is no event; its place is the start. */
+static void teskxml_where(TESKXML_PARSE* pparse, int32_t* pline, int32_t* pcolumn)
 {
-    const char* pevent = pparse->pdata + XML_GetCurrentByteIndex(pparse->parser);
+    const char* pevent = pparse->pdata + std::max<XML_Index>(XML_GetCurrentByteIndex(pparse->parser), 0);
 
     while (pparse->pbreak < pevent) {
         pparse->line++;
-        pparse->pbreak = teskxml_nextbreak(pparse->pbreak + 1, pparse->pend);
+        pparse->pline = pparse->pbreak + 1;
+        pparse->pbreak = teskxml_nextbreak(pparse->pline, pparse->pend);
     }
-    return pparse->line;
+    *pline = pparse->line;
+    *pcolumn = static_cast<int32_t>(pevent - pparse->pline) + 1;
 }
 
 static void teskxml_refuse(TESKXML_PARSE* pparse, int ncode, const char* pformat, ...)
@@ -50,11 +56,12 @@ static void teskxml_refuse(TESKXML_PARSE* pparse, int ncode, const char* pformat
 static void teskxml_refuse(TESKXML_PARSE* pparse, int ncode, const char* pformat, ...)
 {
     va_list args;
+    int32_t nline = 0;
+    int32_t ncolumn = 0;
 
+    teskxml_where(pparse, &nline, &ncolumn);
     va_start(args, pformat);
-    pparse->result =
-        teskxml_vfail(ncode, pparse->pdoc->pfile, static_cast<int>(XML_GetCurrentLineNumber(pparse->parser)),
-                      static_cast<int>(XML_GetCurrentColumnNumber(pparse->parser)) + 1, pformat, args);
+    pparse->result = teskxml_vfail(ncode, pparse->pdoc->pfile, nline, ncolumn, pformat, args);
     va_end(args);
     XML_StopParser(pparse->parser, XML_FALSE);
 }
@@ -92,17 +99,17 @@ static void teskxml_checkelement(TESKXML_PARSE* pparse, const char* pname, size_
     size_t nparentlen = pparse->depth > 0 ? pdoc->pnode[pparse->current].keylen : 0;
 
     if (pattribute != nullptr) {
-        teskxml_refuse(pparse, TESKXML_RET_FAIL_FORBIDDEN, "the element %.64s has the attribute %.64s", pname,
-                       pattribute);
+        teskxml_refuse(pparse, TESKXML_RET_FAIL_FORBIDDEN, "the element %s has the attribute %s",
+                       teskxml_shown(pname).text, teskxml_shown(pattribute).text);
     } else if (prequired != nullptr && strcmp(pname, prequired) != 0) {
-        teskxml_refuse(pparse, TESKXML_RET_FAIL_SCOPE, "the element %.64s lies outside %s%s", pname,
+        teskxml_refuse(pparse, TESKXML_RET_FAIL_SCOPE, "the element %s lies outside %s%s", teskxml_shown(pname).text,
                        pparse->depth == 0 ? "/" : "/root/", prequired);
     } else if (pparse->depth >= TESKXML_MAX_DEPTH) {
         teskxml_refuse(pparse, TESKXML_RET_FAIL_LIMIT, "more than %d elements within each other", TESKXML_MAX_DEPTH);
     } else if (nparentlen + 1 + nlen > TESKXML_MAX_KEY) {
         teskxml_refuse(pparse, TESKXML_RET_FAIL_LIMIT, "the key gets longer than %d", TESKXML_MAX_KEY);
     } else if (pparse->depth > 0 && pdoc->pnode[pparse->current].valuelen > 0) {
-        teskxml_refuse(pparse, TESKXML_RET_FAIL_FORBIDDEN, "the element %.64s follows a text", pname);
+        teskxml_refuse(pparse, TESKXML_RET_FAIL_FORBIDDEN, "the element %s follows a text", teskxml_shown(pname).text);
     }
 }
 
@@ -113,7 +120,7 @@ static void teskxml_enter(TESKXML_PARSE* pparse, const char* pname, size_t nlen)
     uint32_t nnode = TESKXML_NONE;
 
     if (teskxml_doc_add(pdoc, pparse->current, pname, nlen, &nnode)) {
-        pdoc->pnode[nnode].line = teskxml_line(pparse);
+        teskxml_where(pparse, &pdoc->pnode[nnode].line, &pdoc->pnode[nnode].column);
         if (pparse->depth > 0) {
             pdoc->pnode[pparse->current].branch = true;
         }
@@ -152,6 +159,7 @@ static void teskxml_onend(void* puser, const XML_Char*)
         }
         pparse->current = pnode->parent;
         pparse->depth--;
+        pparse->divided = false;
     }
 }
 
@@ -160,23 +168,27 @@ static void teskxml_addvalue(TESKXML_PARSE* pparse, const char* ptext, size_t nl
     const TESKXML_NODE* pnode = &pparse->pdoc->pnode[pparse->current];
 
     if (pnode->branch) {
-        teskxml_refuse(pparse, TESKXML_RET_FAIL_FORBIDDEN, "text where only elements may be, in %.64s",
-                       teskxml_doc_name(pparse->pdoc, pparse->current));
+        teskxml_refuse(pparse, TESKXML_RET_FAIL_FORBIDDEN, "text where only elements may be, in %s",
+                       teskxml_shown(teskxml_doc_name(pparse->pdoc, pparse->current)).text);
+    } else if (pparse->divided) {
+        teskxml_refuse(pparse, TESKXML_RET_FAIL_FORBIDDEN, "text behind a comment in the value of %s",
+                       teskxml_shown(teskxml_doc_name(pparse->pdoc, pparse->current)).text);
     } else if (pnode->valuelen + nlen > TESKXML_MAX_VALUE) {
-        teskxml_refuse(pparse, TESKXML_RET_FAIL_LIMIT, "the value of %.64s is longer than %d",
-                       teskxml_doc_name(pparse->pdoc, pparse->current), TESKXML_MAX_VALUE);
+        teskxml_refuse(pparse, TESKXML_RET_FAIL_LIMIT, "the value of %s is longer than %d",
+                       teskxml_shown(teskxml_doc_name(pparse->pdoc, pparse->current)).text, TESKXML_MAX_VALUE);
     } else if (!teskxml_doc_addtext(pparse->pdoc, ptext, nlen)) {
         teskxml_refuse(pparse, TESKXML_RET_FAIL_LIMIT, "the values do not fit");
     }
 }
 
-/* A text may come in any number of pieces. */
+/* A text may come in any number of pieces. Blanks are no part of the value as long as none of its text has come, or
+   none may come any more. */
 static void teskxml_ontext(void* puser, const XML_Char* ptext, int nlen)
 {
     TESKXML_PARSE* pparse = static_cast<TESKXML_PARSE*>(puser);
 
     if (pparse->result == TESKXML_RET_SUCCESS) {
-        if (pparse->pdoc->pnode[pparse->current].valuelen == 0) {
+        if (pparse->divided || pparse->pdoc->pnode[pparse->current].valuelen == 0) {
             for (; nlen > 0 && teskxml_isblank(*ptext); nlen--) {
                 ptext++;
             }
@@ -185,6 +197,14 @@ static void teskxml_ontext(void* puser, const XML_Char* ptext, int nlen)
             teskxml_addvalue(pparse, ptext, static_cast<size_t>(nlen));
         }
     }
+}
+
+/* What reads as two values must not be taken for one. */
+static void teskxml_oncomment(void* puser, const XML_Char*)
+{
+    TESKXML_PARSE* pparse = static_cast<TESKXML_PARSE*>(puser);
+
+    pparse->divided = pparse->depth > 0 && pparse->pdoc->pnode[pparse->current].valuelen > 0;
 }
 
 static void teskxml_ondoctype(void* puser, const XML_Char*, const XML_Char*, const XML_Char*, int)
@@ -197,7 +217,8 @@ static void teskxml_oninstruction(void* puser, const XML_Char* ptarget, const XM
     TESKXML_PARSE* pparse = static_cast<TESKXML_PARSE*>(puser);
 
     if (pparse->result == TESKXML_RET_SUCCESS) {
-        teskxml_refuse(pparse, TESKXML_RET_FAIL_FORBIDDEN, "the processing instruction %.64s", ptarget);
+        teskxml_refuse(pparse, TESKXML_RET_FAIL_FORBIDDEN, "the processing instruction %s",
+                       teskxml_shown(ptarget).text);
     }
 }
 
@@ -205,8 +226,42 @@ static void teskxml_oninstruction(void* puser, const XML_Char* ptarget, const XM
 static void teskxml_ondeclaration(void* puser, const XML_Char*, const XML_Char* pencoding, int)
 {
     if (pencoding != nullptr && strcasecmp(pencoding, "UTF-8") != 0) {
-        teskxml_refuse(static_cast<TESKXML_PARSE*>(puser), TESKXML_RET_FAIL_SYNTAX, "the encoding %.64s, not UTF-8",
-                       pencoding);
+        teskxml_refuse(static_cast<TESKXML_PARSE*>(puser), TESKXML_RET_FAIL_SYNTAX, "the encoding %s, not UTF-8",
+                       teskxml_shown(pencoding).text);
+    }
+}
+
+/* Tells the place of "root", as what is missing has none. */
+static int teskxml_checksection(const TESKXML_DOC* pdoc, const char* psection)
+{
+    int nfuncret = TESKXML_RET_SUCCESS;
+
+    if (psection != nullptr && pdoc->nodes < 2) {
+        nfuncret = teskxml_fail(TESKXML_RET_FAIL_SCOPE, pdoc->pfile, pdoc->pnode[0].line, pdoc->pnode[0].column,
+                                "there is no element %s in /root", psection);
+    }
+    return nfuncret;
+}
+
+static void teskxml_run(TESKXML_PARSE* pparse)
+{
+    int nsize = static_cast<int>(pparse->pend - pparse->pdata);
+    enum XML_Status nstatus = XML_STATUS_OK;
+    enum XML_Error nerror = XML_ERROR_NONE;
+
+    XML_SetUserData(pparse->parser, pparse);
+    XML_SetElementHandler(pparse->parser, teskxml_onstart, teskxml_onend);
+    XML_SetCharacterDataHandler(pparse->parser, teskxml_ontext);
+    XML_SetCommentHandler(pparse->parser, teskxml_oncomment);
+    XML_SetStartDoctypeDeclHandler(pparse->parser, teskxml_ondoctype);
+    XML_SetProcessingInstructionHandler(pparse->parser, teskxml_oninstruction);
+    XML_SetXmlDeclHandler(pparse->parser, teskxml_ondeclaration);
+
+    nstatus = XML_Parse(pparse->parser, pparse->pdata, nsize, XML_TRUE);
+    if (nstatus != XML_STATUS_OK && pparse->result == TESKXML_RET_SUCCESS) {
+        nerror = XML_GetErrorCode(pparse->parser);
+        teskxml_refuse(pparse, nerror == XML_ERROR_NO_MEMORY ? TESKXML_RET_FAIL_MEMORY : TESKXML_RET_FAIL_SYNTAX, "%s",
+                       XML_ErrorString(nerror));
     }
 }
 
@@ -218,6 +273,7 @@ int teskxml_parse(PTESKXML_DOC pdoc, const char* psection, const char* pdata, si
     parse.psection = psection;
     parse.pdata = pdata;
     parse.pend = pdata + nsize;
+    parse.pline = pdata;
     parse.pbreak = teskxml_nextbreak(pdata, parse.pend);
     parse.line = 1;
     /* The parser would take UTF-16 for what it is, whatever it is told; no content of that kind is without these. */
@@ -230,19 +286,9 @@ int teskxml_parse(PTESKXML_DOC pdoc, const char* psection, const char* pdata, si
         parse.result = teskxml_fail(TESKXML_RET_FAIL_MEMORY, pdoc->pfile, 0, 0, "out of memory");
         goto monp_exit_func;
     }
-    XML_SetUserData(parse.parser, &parse);
-    XML_SetElementHandler(parse.parser, teskxml_onstart, teskxml_onend);
-    XML_SetCharacterDataHandler(parse.parser, teskxml_ontext);
-    XML_SetStartDoctypeDeclHandler(parse.parser, teskxml_ondoctype);
-    XML_SetProcessingInstructionHandler(parse.parser, teskxml_oninstruction);
-    XML_SetXmlDeclHandler(parse.parser, teskxml_ondeclaration);
-
-    if (XML_Parse(parse.parser, pdata, static_cast<int>(nsize), XML_TRUE) != XML_STATUS_OK &&
-        parse.result == TESKXML_RET_SUCCESS) {
-        bool bmemory = XML_GetErrorCode(parse.parser) == XML_ERROR_NO_MEMORY;
-
-        teskxml_refuse(&parse, bmemory ? TESKXML_RET_FAIL_MEMORY : TESKXML_RET_FAIL_SYNTAX, "%s",
-                       XML_ErrorString(XML_GetErrorCode(parse.parser)));
+    teskxml_run(&parse);
+    if (parse.result == TESKXML_RET_SUCCESS) {
+        parse.result = teskxml_checksection(pdoc, psection);
     }
     XML_ParserFree(parse.parser);
 

@@ -66,9 +66,9 @@ static int teskxml_checkclash(const TESKXML_DOC* pdoc)
 
     for (const TESKXML_DOC* pother = gset.pfirst; pother != nullptr; pother = pother->pnext) {
         if (teskxml_doc_clash(pdoc, pother, &nclash, &nother)) {
-            nfuncret = teskxml_fail(TESKXML_RET_FAIL_DUPLICATE, pdoc->pfile, pdoc->pnode[nclash].line, 1,
-                                    "the key %s is given twice, first in line %d of %s", teskxml_doc_key(pdoc, nclash),
-                                    pother->pnode[nother].line, pother->pfile);
+            nfuncret = teskxml_fail(TESKXML_RET_FAIL_DUPLICATE, pdoc->pfile, pdoc->pnode[nclash].line,
+                                    pdoc->pnode[nclash].column, "the key %s is given twice, first in line %d of %s",
+                                    teskxml_doc_key(pdoc, nclash), pother->pnode[nother].line, pother->pfile);
             break;
         }
     }

@@ -11,8 +11,9 @@
 /* Tells about a value that cannot be read as asked for. */
 static int teskxml_badvalue(int ncode, const TESKXML_DOC* pdoc, uint32_t nnode)
 {
-    return teskxml_fail(ncode, pdoc->pfile, pdoc->pnode[nnode].line, 1, "%s is \"%.64s\": %s",
-                        teskxml_doc_key(pdoc, nnode), teskxml_doc_value(pdoc, nnode), teskxml_codetext(ncode));
+    return teskxml_fail(ncode, pdoc->pfile, pdoc->pnode[nnode].line, pdoc->pnode[nnode].column, "%s is \"%s\": %s",
+                        teskxml_doc_key(pdoc, nnode), teskxml_shown(teskxml_doc_value(pdoc, nnode)).text,
+                        teskxml_codetext(ncode));
 }
 
 int teskxml_value_text(const TESKXML_DOC* pdoc, uint32_t nnode, void* pdest, size_t ncapacity)
