@@ -120,10 +120,13 @@ TEST_F(Run, AnEndOfTheServiceIsRecoveredFrom)
         run_monitor("--dusko");
         EXPECT_EQ("kill 900 10; " + exited_by_itself(action, 7) + course, Run::course());
     }
-    journal.fails["pthread_create"] = EAGAIN;
-    services(1, 0);
-    run_monitor("--dusko");
-    EXPECT_EQ(1u, journal.count("info: pthread_create() failed. (type=trn ret=11)"));
+    for (auto [call, error] : { std::pair{ "pthread_create", EAGAIN }, { "calloc", ENOMEM } }) {
+        services(1, 0);
+        sys.at(1, [call = call, error = error] { journal.fails = { { call, error } }; });
+        run_monitor("--dusko");
+        EXPECT_EQ(1u, journal.count(fmt("info: pthread_create() failed. (type=trn ret=%d)", error)));
+        journal.fails.clear();
+    }
 }
 
 TEST_F(Run, RestartsAsOftenAsAllowed)

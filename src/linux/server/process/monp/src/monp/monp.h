@@ -197,7 +197,7 @@ typedef struct {
 
 /*
  * All zero at program start. The command line fills the first record; every configuration load fills the others in
- * place, and completes the first. The collection thread reads them; only the main thread writes them.
+ * place, and completes the first. Only the main thread writes them, and a collection reads copies of them.
  */
 extern MONP_PARAM_INFO gmonpparam;
 extern MONP_ALLPOLICY_INFO gmonpallpol;

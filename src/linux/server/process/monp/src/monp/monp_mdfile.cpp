@@ -5,6 +5,7 @@
 
 #include "monp_log.h"
 #include "monp_path.h"
+#include "monp_view.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -14,7 +15,7 @@
 
 int monp_usesmarker(void)
 {
-    return strcmp(gmonpmonpol.type, "pelkant") == 0 ? -1 : 0;
+    return strcmp(gview.pmonpol->type, "pelkant") == 0 ? -1 : 0;
 }
 
 int monp_make_mdfile(void)
@@ -27,9 +28,9 @@ int monp_make_mdfile(void)
     if (gmdfilemaked == -1 || monp_usesmarker() == 0) {
         goto monp_exit_func;
     }
-    MONP_INFO("start - (type=%s)", gmonpmonpol.type);
+    MONP_INFO("start - (type=%s)", gview.pmonpol->type);
 
-    if (monp_join(szdir, sizeof(szdir), "marker directory", "%s%s", gmonpallpol.instpath, gmonppol.mddirpath) !=
+    if (monp_join(szdir, sizeof(szdir), "marker directory", "%s%s", gview.pallpol->instpath, gview.ppol->mddirpath) !=
         MONP_RET_SUCCESS) {
         goto monp_exit_made;
     }
@@ -37,7 +38,7 @@ int monp_make_mdfile(void)
         MONP_ERROR("mkdir failed. (dir=%s errno=%d)", szdir, errno);
         goto monp_exit_made;
     }
-    if (monp_join(szfile, sizeof(szfile), "marker file", "%s/%s", szdir, gmonppol.mdfilename) != MONP_RET_SUCCESS) {
+    if (monp_join(szfile, sizeof(szfile), "marker file", "%s/%s", szdir, gview.ppol->mdfilename) != MONP_RET_SUCCESS) {
         goto monp_exit_made;
     }
     /* Close-on-exec: the other thread may be starting a program right now. */
@@ -50,7 +51,7 @@ int monp_make_mdfile(void)
     fclose(pfile);
 
 monp_exit_made:
-    MONP_INFO("end - (type=%s)", gmonpmonpol.type);
+    MONP_INFO("end - (type=%s)", gview.pmonpol->type);
 
 monp_exit_func:
     return MONP_RET_SUCCESS;
@@ -64,10 +65,10 @@ int monp_delete_mdfile(void)
     if (monp_usesmarker() == 0) {
         goto monp_exit_func;
     }
-    MONP_INFO("start - (type=%s)", gmonpmonpol.type);
+    MONP_INFO("start - (type=%s)", gview.pmonpol->type);
 
-    if (monp_join(szfile, sizeof(szfile), "marker file", "%s%s/%s", gmonpallpol.instpath, gmonppol.mddirpath,
-                  gmonppol.mdfilename) != MONP_RET_SUCCESS) {
+    if (monp_join(szfile, sizeof(szfile), "marker file", "%s%s/%s", gview.pallpol->instpath, gview.ppol->mddirpath,
+                  gview.ppol->mdfilename) != MONP_RET_SUCCESS) {
         goto monp_exit_deleted;
     }
     if (stat(szfile, &filestat) != 0) {
@@ -77,7 +78,7 @@ int monp_delete_mdfile(void)
     }
 
 monp_exit_deleted:
-    MONP_INFO("end - (type=%s)", gmonpmonpol.type);
+    MONP_INFO("end - (type=%s)", gview.pmonpol->type);
 
 monp_exit_func:
     return MONP_RET_SUCCESS;
