@@ -418,7 +418,8 @@ int monp_elog_collect(void* pparm);
 /*
  * Make and remove the marker file of the service type "pelkant"; nothing for any other type. A path that does not fit
  * is logged and left alone.
- * Result: 0 always, failures are only logged. monp_make_mdfile is entered from the collection thread, too.
+ * Result: 0 always, failures are only logged. Entered from the collection thread, monp_make_mdfile leaves the work to the
+ * main thread's next drain.
  */
 int monp_make_mdfile(void);
 int monp_delete_mdfile(void);

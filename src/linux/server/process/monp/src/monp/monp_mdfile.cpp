@@ -5,6 +5,7 @@
 
 #include "monp_log.h"
 #include "monp_path.h"
+#include "monp_signal.h"
 #include "monp_view.h"
 
 #include <cerrno>
@@ -18,14 +19,53 @@ int monp_usesmarker(void)
     return strcmp(gview.pmonpol->type, "pelkant") == 0 ? -1 : 0;
 }
 
+/* A collection has ended that makes the marker file. */
+static constinit MONP_FLAG gbdue{ 0 };
+
+/*
+ * Makes the directory unless there is an entry of its name.
+ * Result: MONP_RET_SUCCESS or MONP_RET_FAIL_UNKNOWN.
+ */
+static int monp_makedirectory(const char* pdir)
+{
+    int nfuncret = MONP_RET_SUCCESS;
+    int nerrno = 0;
+    struct stat dirstat = {};
+
+    if (stat(pdir, &dirstat) == 0 || mkdir(pdir, 0744) == 0) {
+        goto monp_exit_func;
+    }
+    nerrno = errno;
+    /* Another monitor may have been the first. A link to nowhere is there, too, but no directory. */
+    if (nerrno != EEXIST || stat(pdir, &dirstat) != 0) {
+        nfuncret = MONP_RET_FAIL_UNKNOWN;
+        MONP_ERROR("mkdir failed. (dir=%s errno=%d)", pdir, nerrno);
+    }
+
+monp_exit_func:
+    return nfuncret;
+}
+
+void monp_make_duemdfile(void)
+{
+    if (gbdue.exchange(0) != 0) {
+        monp_make_mdfile();
+    }
+}
+
 int monp_make_mdfile(void)
 {
     char szdir[CS_PRG_CAPTION_LEN] = {};
     char szfile[CS_PRG_CAPTION_LEN] = {};
-    struct stat dirstat = {};
     FILE* pfile = nullptr;
 
     if (gmdfilemaked == -1 || monp_usesmarker() == 0) {
+        goto monp_exit_func;
+    }
+    /* One thread makes and deletes: a file made under the old name beside a reload would stay for ever, and a flag set
+       behind its back would stand for a file that is gone. */
+    if (monp_ismainthread() == 0) {
+        gbdue = -1;
         goto monp_exit_func;
     }
     MONP_INFO("start - (type=%s)", gview.pmonpol->type);
@@ -34,8 +74,7 @@ int monp_make_mdfile(void)
         MONP_RET_SUCCESS) {
         goto monp_exit_made;
     }
-    if (stat(szdir, &dirstat) != 0 && mkdir(szdir, 0744) != 0) {
-        MONP_ERROR("mkdir failed. (dir=%s errno=%d)", szdir, errno);
+    if (monp_makedirectory(szdir) != MONP_RET_SUCCESS) {
         goto monp_exit_made;
     }
     if (monp_join(szfile, sizeof(szfile), "marker file", "%s/%s", szdir, gview.ppol->mdfilename) != MONP_RET_SUCCESS) {

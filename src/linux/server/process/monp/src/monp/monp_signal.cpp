@@ -5,6 +5,7 @@
 #include "monp_signal.h"
 
 #include "monp_log.h"
+#include "monp_mdfile.h"
 
 #include <cerrno>
 #include <csignal>
@@ -51,6 +52,11 @@ static_assert(std::atomic<unsigned>::is_always_lock_free);
 static constexpr int gnhandlershift = 8;
 
 static const pthread_t gmainthread = pthread_self();
+
+int monp_ismainthread(void)
+{
+    return pthread_equal(pthread_self(), gmainthread) != 0 ? -1 : 0;
+}
 
 static const MONP_SIGNAL_ITEMS* monp_findsignal(MONP_HANDLER nhandler, int nsig)
 {
@@ -135,7 +141,7 @@ void monp_drainsignals(void)
     int nlost = 0;
     std::atomic<int>* pslot = nullptr;
 
-    if (pthread_equal(pthread_self(), gmainthread) == 0) {
+    if (monp_ismainthread() == 0) {
         goto monp_exit_func;
     }
     while (gndrained.load() != gnrecorded.load()) {
@@ -155,6 +161,7 @@ void monp_drainsignals(void)
             monp_make_mdfile();
         }
     }
+    monp_make_duemdfile();
 
 monp_exit_func:
     return;

@@ -7,8 +7,13 @@
 #include "monp.h"
 
 /*
+ * Result: -1 on the main thread, else 0. Any thread.
+ */
+int monp_ismainthread(void);
+
+/*
  * Writes the lines of every signal caught since the last call, in the order of their arrival, and makes the marker file
- * where one of them asks for it. On any other thread than the main one it does nothing.
+ * where one of them, or a collection that has ended, asks for it. On any other thread than the main one it does nothing.
  */
 void monp_drainsignals(void);
 
