@@ -314,8 +314,8 @@ int monp_xml_getcprocpolicy(char* ptype, PMONP_CPROCPOLICY_INFO ppol);
 /* ---------------------------------------------------------------- daemon and signals ---- */
 
 /*
- * Forks. The child becomes the daemon: session leader, handlers, limits, working directory, mask; the descriptors stay
- * the launcher's. The launcher's process waits up to parent_initto seconds for SIGUSR1 and ends with status 0; a failed
+ * Forks. The child becomes the daemon: session leader, handlers with no signal blocked, limits, working directory, mask;
+ * the descriptors stay the launcher's. The launcher's process waits up to parent_initto seconds for SIGUSR1 and ends with status 0; a failed
  * fork ends it with status 1. Called once, by start-up.
  * Result: MONP_RET_SUCCESS, in the child; the launcher's process never returns.
  */
