@@ -149,6 +149,20 @@ TEST_F(Run, RestartsAsOftenAsAllowed)
     }
 }
 
+// Even under a storm of reports and reloads.
+TEST_F(Run, RestartsAtMostOnceASecond)
+{
+    set("action", MONP_ACT_RESTART);
+    set("restarttime", 40);
+    sys.next.assign(41, { .runs = 0, .status = exited(1), .reports = 0 });
+    for (int i = 1; i < 40000; i++) {
+        sys.signal_at(i / 100.0, i % 2 == 0 ? SIGHUP : SIGUSR1);
+    }
+    EXPECT_EQ("exit 0", run_monitor("--dusko"));
+    EXPECT_EQ(40u, journal.count("event: 3 trn 1"));
+    EXPECT_EQ(41000, sys.clock);
+}
+
 // A service whose wait failed may still be there.
 TEST_F(Run, TheNextStartWaitsUntilTheOldProcessIsGone)
 {
@@ -221,6 +235,23 @@ TEST_F(Run, RequestsBetweenTwoStepsDoNotStartOrRecover)
     EXPECT_EQ("event: 1 trn 101", journal.only("event:"));
     EXPECT_EQ(1u, journal.count("execv"));
     EXPECT_EQ(1u, journal.count("info: reload configuration. (type=dusko)"));
+}
+
+TEST_F(Run, AnEndRequestBesideAStartIsKept)
+{
+    journal.fails["access /opt/x/bin/svc 1"] = EACCES;
+    sys.next = { { .reports = 0, .ack = exited(0) } };
+    sys.signal_at(1, SIGHUP);
+    sys.at(1, [] {
+        journal.when["xmllib_term"] = [] {
+            journal.fails.clear();
+            monp_sighup(SIGHUP); // its lines come between the last look at the request and the start
+            journal.when["trace: start - (type=trn sig=1)"] = [] { monp_sighandler1(SIGUSR2); };
+        };
+    });
+    EXPECT_EQ("exit 4", run_monitor("--dusko"));
+    EXPECT_EQ(1u, journal.count("execv"));
+    EXPECT_EQ(1u, journal.count("info: monitor term. (type=trn stat=0 path=/opt/x/bin/svc act=1)"));
 }
 
 TEST_F(Run, HoldsBackSomeTypes)

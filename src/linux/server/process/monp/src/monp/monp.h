@@ -359,9 +359,9 @@ int monp_create_process(char* ppath, char** parg, int nwait, int nsig, pid_t* pp
 /*
  * Starts the service, or adopts a process that already runs its executable, and waits for its end. Arguments, result
  * and status as for monp_create_process, but nsig must be above 0; an adopted process gives status -1, or 0 when the end
- * was requested. Begins by clearing gbmonpinited and gbmonpend: an end request from before is forgotten. A service that
- * does not report within child_initto seconds gets the exit signal, SIGKILL a second later, and is reaped; an end request
- * from those seconds is acted on afterwards.
+ * was requested. Begins by clearing gbmonpinited and gbmonpend: an end request from before is forgotten, but for one that
+ * the loop could not see any more. A service that does not report within child_initto seconds gets the exit signal,
+ * SIGKILL a second later, and is reaped; an end request from those seconds is acted on afterwards.
  * Leaves gbmonpinited set when the service reported in time or was adopted, and clear otherwise. A report or start
  * request that arrives before a failed start has returned is dropped, lest it pass for a service that ran and died,
  * which may cost the node a reboot.

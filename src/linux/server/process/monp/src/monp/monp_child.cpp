@@ -102,7 +102,7 @@ static int monp_child_end(PMONP_CHILD_INFO pchild)
     }
     if (pchild->nwait <= 0) {
         pchild->ntimer = INT_MAX;
-        monp_pause();
+        monp_pausewhole(nullptr);
     } else if (pchild->bkill != 0) {
         bgiveup = -1;
     } else if (pchild->ntimer >= pchild->nwait) {
@@ -141,7 +141,7 @@ void monp_child_wait(PMONP_CHILD_INFO pchild)
             monp_release_launcher();
         }
         if (monp_testflag(gbmonpend) == 0) {
-            monp_pause();
+            monp_pausewhole(&gbmonpend);
         } else if (monp_child_end(pchild) != 0) {
             break;
         }

@@ -161,8 +161,8 @@ static MONP_STEP monp_step_start(PMONP_RUN_INFO prun)
     int nret = 0;
     int binited = 0;
 
-    /* The start forgets end requests that came before it; a reload leaves time for one. */
-    if (monp_testflag(gbmonpend) != 0) {
+    /* The start forgets end requests that came before this; a reload leaves time for one. */
+    if (monp_testendbeforestart() != 0) {
         goto monp_exit_func;
     }
     nret = gmonprecover[prun->ninx].pfunc.pstart(prun->prog.szpath, prun->pargv, gmonpparam.wait, SIGUSR1, &prun->npid,

@@ -49,6 +49,12 @@ static constinit std::atomic<int> gnunrecorded{ 0 };
 static_assert((gnslots & (gnslots - 1)) == 0, "the counters wrap around");
 static_assert(std::atomic<unsigned>::is_always_lock_free);
 
+/* End requests whose handlers have begun, and have ended: one that is not counted as ended may set its flag yet. */
+static constinit std::atomic<unsigned> gnendbegun{ 0 };
+static constinit std::atomic<unsigned> gnendended{ 0 };
+static unsigned gnendseen = 0;
+static int gbendseen = 0;
+
 static constexpr int gnhandlershift = 8;
 
 static const pthread_t gmainthread = pthread_self();
@@ -104,7 +110,9 @@ static void monp_catchsignal(MONP_HANDLER nhandler, int nsig)
 
 void monp_sighandler1(int nsig)
 {
+    gnendbegun += nsig == SIGUSR2 ? 1U : 0U;
     monp_catchsignal(MONP_HANDLER_1, nsig);
+    gnendended += nsig == SIGUSR2 ? 1U : 0U;
 }
 
 void monp_sigusr1(int nsig)
@@ -173,6 +181,23 @@ int monp_testflag(const MONP_FLAG& bflag)
 
     monp_drainsignals();
     return bval;
+}
+
+int monp_testendbeforestart(void)
+{
+    gnendseen = gnendended.load();
+    gbendseen = -1;
+    return monp_testflag(gbmonpend);
+}
+
+void monp_clearrequests(void)
+{
+    gbmonpinited = 0;
+    gbmonpend = 0;
+    if (gbendseen != 0 && gnendbegun.load() != gnendseen) {
+        gbmonpend = -1;
+    }
+    gbendseen = 0;
 }
 
 void monp_pause(void)
