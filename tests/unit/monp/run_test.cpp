@@ -206,17 +206,23 @@ TEST_F(Run, AnswersAnEndRequestWhileTheServiceRuns)
 
 TEST_F(Run, AFailedStartWaitsAndShowsInTheExitStatus)
 {
-    journal.fails["access /opt/x/bin/svc 1"] = EACCES;
-    sys.at(3, [] { journal.fails.clear(); });
-    sys.signal_at(4, SIGUSR1);
-    services(1, 0);
-    EXPECT_EQ("exit 4", run_monitor("--dusko"));
-    EXPECT_EQ("error: access() failed. (type=trn errno=13); "
-              "error: start of processing failed. (type=trn ret=4 path=/opt/x/bin/svc); event: 2 trn -1; "
-              "error: initialize error. (type=trn stat=-1 path=/opt/x/bin/svc); event: 1 trn -1; kill 900 10; "
-              "info: waiting for a service start request. (type=dusko); " +
-                  exited_by_itself(1, 0) + "info: recovery is none. (type=trn pact=1 fact=1); " + END + "4",
-              course());
+    for (auto [call, name, error] : { std::tuple{ "access /opt/x/bin/svc 1", "access", EACCES },
+                                      { "fork", "fork", EAGAIN },
+                                      { "fork", "fork", ENOMEM } }) {
+        journal.when["access /opt/x/bin/svc 1"] = [call = call, error = error] {
+            journal.fails[call] = error; // not for the daemon's own fork
+        };
+        sys.at(3, [] { journal.fails.clear(); });
+        sys.signal_at(4, SIGUSR1);
+        services(1, 0);
+        EXPECT_EQ("exit 4", run_monitor("--dusko"));
+        EXPECT_EQ(fmt("error: %s() failed. (type=trn errno=%d); ", name, error) +
+                      "error: start of processing failed. (type=trn ret=4 path=/opt/x/bin/svc); event: 2 trn -1; "
+                      "error: initialize error. (type=trn stat=-1 path=/opt/x/bin/svc); event: 1 trn -1; kill 900 10; "
+                      "info: waiting for a service start request. (type=dusko); " +
+                      exited_by_itself(1, 0) + "info: recovery is none. (type=trn pact=1 fact=1); " + END + "4",
+                  course());
+    }
 }
 
 TEST_F(Run, RequestsBetweenTwoStepsDoNotStartOrRecover)
