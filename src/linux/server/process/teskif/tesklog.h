@@ -38,9 +38,9 @@ enum __tesklog_level__ {
  *                more than half the process's limit on file sizes (RLIMIT_FSIZE), which is looked at once a second
  *   generations  older files to keep; 0 and less: the library's default, 5. Files with higher numbers are removed
  * Result: 0, or a code: EINVAL for a null handle pointer or an ident that is null or not as above, EMFILE for a log too
- * many, ENAMETOOLONG for a home directory of more than 900 characters, or with a part that is longer than a file name may
- * be. A file that cannot be opened now, for whatever other reason, is no failure: records are dropped and counted, and
- * opening is tried again once a second.
+ * many, ENAMETOOLONG for a home directory of more than 900 characters, or with a part that is longer than a file name
+ * may be. A file that cannot be opened now, for whatever other reason, is no failure: records are dropped and counted,
+ * and opening is tried again once a second.
  * For any thread, not for a signal handler. The time zone of the records is that of this moment.
  */
 TESKLOG_API int log_init(const char* ident, void** handle, int level, int size, int generations);
@@ -66,9 +66,9 @@ TESKLOG_API void log_write(void* handle, int level, int event, const char* file,
 
 /*
  * Closes a log. Does nothing with a null handle and with one that was closed. Others may still be writing, and may write
- * later: who was first is written, who comes later is ignored. Reports the number of dropped records if that is possible;
- * else it is kept for a log_init of the same log by this process. May be called where log_write may, and leaves errno as
- * it is.
+ * later: who was first is written, who comes later is ignored. Reports the number of dropped records if that is
+ * possible; else it is kept for a log_init of the same log by this process. May be called where log_write may, and
+ * leaves errno as it is.
  */
 TESKLOG_API void log_term(void* handle);
 

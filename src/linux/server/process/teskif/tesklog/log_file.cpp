@@ -16,8 +16,8 @@ static constexpr int gopentries = 100; /* each takes another process's rotation 
 static constexpr int gfdhigh = 100;    /* first number for a descriptor that stays open */
 
 /*
- * Begins a new count of dropped records. Of processes that share it, the first that can write reports it, so that nothing
- * is reported twice after a fork, nor forgotten with a process that ended.
+ * Begins a new count of dropped records. Of processes that share it, the first that can write reports it, so that
+ * nothing is reported twice after a fork, nor forgotten with a process that ended.
  */
 static void log_file_count(LOG_FILE* pfile)
 {
@@ -92,8 +92,8 @@ int log_fd_above_standard(int nfd)
 }
 
 /*
- * Moves a descriptor to a number that programs seldom come to: one that closes ours unknowingly opens its next file under
- * the lowest free number, and we would write to that until the next look.
+ * Moves a descriptor to a number that programs seldom come to: one that closes ours unknowingly opens its next file
+ * under the lowest free number, and we would write to that until the next look.
  * Result: the descriptor, the same one if there is none so high.
  */
 static int log_fd_high(int nfd)

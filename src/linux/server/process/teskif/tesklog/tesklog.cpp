@@ -176,8 +176,8 @@ static void log_notice(LOG_TEXT* ptext, const LOG_RECORD* precord, unsigned long
 }
 
 /*
- * Prepares the two files of a slot and opens them. Without them the log is open all the same: what keeps them from being
- * opened now may be over soon, so the records try again. Only a path that is too long will never be opened.
+ * Prepares the two files of a slot and opens them. Without them the log is open all the same: what keeps them from
+ * being opened now may be over soon, so the records try again. Only a path that is too long will never be opened.
  */
 static int log_slot_open(LOG_SLOT* pslot, off_t nsize, int ngenerations)
 {
