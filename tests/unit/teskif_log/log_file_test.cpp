@@ -5,7 +5,6 @@
 #include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 
 struct LogFile : public LogTest {
     const int descriptor = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 100); // the number that the log will get
@@ -65,7 +64,6 @@ TEST_F(LogFile, WhatCannotBeOpenedIsTriedAgainAndEachLossReportedOnce)
         log_term(handle);
         fs::remove(path());
     }
-    EXPECT_FALSE(fs::exists(path("target")));
 }
 
 TEST_F(LogFile, ReplacedAndRemovedFileIsFollowedWithinASecond)
@@ -127,7 +125,6 @@ TEST_F(LogFile, FullDiskLosesRecordsAndSaysSo)
 TEST_F(LogFile, ClosedHandleStaysClosedAndAWriterKeepsItsDescriptor)
 {
     int fd = -1;
-    int number = -1;
     void* const closed = open();
     log_term(closed);
     open(); // in the same place
@@ -135,15 +132,15 @@ TEST_F(LogFile, ClosedHandleStaysClosedAndAWriterKeepsItsDescriptor)
     log_write(closed, TESKLOG_ERROR, 0, "f", 1, "f", "too late");
     log_write(reinterpret_cast<void*>(~uintptr_t{ 0 }), TESKLOG_ERROR, 0, "f", 1, "f", "no handle at all");
     WRITE("one");
+    const int other = ::open(path("other").c_str(), O_CREAT | O_RDWR | O_CLOEXEC, 0600);
     logSystem.onClock = [&] {
         log_term(handle);
-        fd = fd < 0 ? ::open(path("other").c_str(), O_CREAT | O_RDWR | O_CLOEXEC, 0600) : fd;
-        number = number < 0 ? fcntl(fd, F_DUPFD_CLOEXEC, descriptor) : number; // the log's, if that were free
+        fd = fd < 0 ? fcntl(other, F_DUPFD_CLOEXEC, descriptor) : fd; // the log's, if that were free
     };
     WRITE("begun before the end");
     WRITE("too late");
     EXPECT_EQ((Texts{ "one", "begun before the end" }), texts());
     EXPECT_EQ(0U, fs::file_size(path("other")));
     close(fd);
-    close(number);
+    close(other);
 }

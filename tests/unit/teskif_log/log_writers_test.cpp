@@ -56,7 +56,6 @@ TEST_F(LogRotate, NeitherObstaclesNorASlowOrFastWriterStopItOrLoseTheNewest)
         WRITE("%s", text);
         EXPECT_EQ(text, texts("monp.log.1").back());
     }
-    EXPECT_TRUE(fs::is_directory(path("monp.log.2")));
     EXPECT_FALSE(fs::exists(path("monp.log.3")));
     const int lock = ::open(path("monp.log.lock").c_str(), O_RDWR | O_CLOEXEC);
     flock(lock, LOCK_EX);
@@ -68,7 +67,6 @@ TEST_F(LogRotate, NeitherObstaclesNorASlowOrFastWriterStopItOrLoseTheNewest)
     logSystem.clock += SECOND / 100;
     WRITE("rotated");
     EXPECT_EQ(4U, lines("monp.log.1").size());
-    WRITE("five");
     writeFull();
     fs::remove(path()); // as writers do that fill all generations
     WRITE("written once more");

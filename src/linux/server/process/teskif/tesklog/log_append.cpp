@@ -1,7 +1,7 @@
 /*
  * Appending to a shared file. A record costs one write, and sometimes a question for the offset, which after an
- * appending write is the end of the file; only who finds the file at its limit, or has not looked for a second, looks at
- * the path. That is enough: a file that was rotated away stays at its limit, so whoever still writes to it finds out.
+ * appending write is the end of the file; only who finds the file at its limit, or has not looked for a second, looks
+ * at the path. That is enough: a file that was rotated away stays at its limit, so whoever still writes to it finds out.
  * The question costs as much as the write. It is left out as long as the writer has used up only a small part of the
  * room that it last saw, and that was just now: then the file cannot be full, nor can it have gone through all
  * generations, unless these are so small that the question is asked each time. Who then finds its file without a name
@@ -59,8 +59,8 @@ static ssize_t log_file_bytes(const LOG_FILE* pfile, const char* pbytes, size_t 
 /*
  * Ends a line that broke off, in the place of its last byte, as there is no room for one more; else the next line of
  * another process would be glued to it. The offset of our descriptor is the end of a write, ours or that of a process
- * which shares it; so what stands before it is a line end or the end of a fragment. An appending descriptor cannot write
- * there, so it takes another one. Owner only.
+ * which shares it; so what stands before it is a line end or the end of a fragment. An appending descriptor cannot
+ * write there, so it takes another one. Owner only.
  * Result: true if the line is ended now.
  */
 static bool log_file_mend(const LOG_FILE* pfile)
