@@ -18,13 +18,13 @@ fail()
     exit "${2:-1}"
 }
 
-# Directories with what they are for: programs and libraries; policy and its schemas; logs, which the collector packs;
-# dumps, which it packs too; archives; control FIFOs and process ids; lock files.
+# Directories with what they are for: programs and libraries; policy, its schemas, and the operator's hooks of the two
+# commands; logs, which the collector packs; dumps, which it packs too; archives; control FIFOs and process ids; lock files.
 make_directories()
 {
     install -d -m 0755 -- "$target" &&
         install -d -m 0755 -- "$target/bin" "$target/lib" "$target/etc" "$target/etc/policy" \
-            "$target/etc/schema" "$target/work" "$target/run" "$target/var" "$target/var/lock" &&
+            "$target/etc/schema" "$target/etc/hook" "$target/work" "$target/run" "$target/var" "$target/var/lock" &&
         install -d -m 0750 -- "$target/log" &&
         install -d -m 0700 -- "$target/archive" "$target/work/dump"
 }
@@ -38,7 +38,7 @@ copy_program()
 # Each service gets a copy of its own: the monitor recognises a running service by its executable.
 copy_programs()
 {
-    for program in monp sample_collect sample_cl sample_down; do
+    for program in monp sample_collect sample_redact sample_cl sample_down; do
         copy_program "bin/$program" "bin/$program"
     done
     for service in $services; do

@@ -67,7 +67,32 @@ monitor_pid() {
     done
 }
 
+# Takes the place of what an operator would put there: it notes the call and does nothing else.
+install_hooks() {
+    local hook
+
+    for hook in cl down; do
+        # shellcheck disable=SC2016
+        printf '#!/bin/sh\necho "${0##*/} $*" >>work/hook.calls\n' >"$home/etc/hook/$hook"
+        chmod 0755 "$home/etc/hook/$hook"
+    done
+}
+
+# The monitor has ended and kept its promises.
+check_end() {
+    local try
+
+    for try in {1..50}; do
+        [ -n "$(monitor_pid)" ] || break
+        [ "$try" -lt 50 ] || fail "the monitor is still there"
+        sleep 0.1
+    done
+    [ ! -e "$home/var/lock/monp_trn" ] || fail "the lock file is still there"
+    [ "$(cat "$(realpath /sbin)/shutdown.called")" = --help ] || fail "something called shutdown"
+}
+
 cover_shutdown
+install_hooks
 touch "$home/var/lock/monp_trn"
 
 step "1. The launcher's command: monp --dusko. It returns when the service has reported."
@@ -98,12 +123,18 @@ step "4. SIGUSR2 to the monitor ends the service and the monitor: kill -USR2 $mo
 kill -USR2 "$monitor"
 wait_for "end - (type=dusko ret=0)"
 show_log
-for try in {1..50}; do
-    [ -n "$(monitor_pid)" ] || break
-    [ "$try" -lt 50 ] || fail "the monitor is still there"
-    sleep 0.1
-done
-[ ! -e "$home/var/lock/monp_trn" ] || fail "the lock file is still there"
-[ "$(cat "$(realpath /sbin)/shutdown.called")" = --help ] || fail "something called shutdown"
+check_end
 
-step "Done: the service died once and was recovered; the monitor ended with status 0 and left nothing behind."
+step "5. With the action 3, monp --dusko -a 3, the same end stops the cluster daemons; here a hook only notes the call:"
+touch "$home/var/lock/monp_trn"
+"$home/bin/monp" --dusko -a 3 || fail "the launcher's command ended with $?"
+shown=$(wc -l <"$log") # much the same as in step 1
+kill -KILL "$(cat "$home/run/dusko.pid")"
+wait_for "path=$home/bin/sample_cl bin=sample_cl"
+wait_for "end - (type=dusko ret=0)"
+show_log
+check_end
+sed 's/^/    etc\/hook\/cl was called: /' "$home/work/hook.calls"
+[ "$(cat "$home/work/hook.calls")" = "cl -t --type monp --nochk" ] || fail "the hook was not called as it should be"
+
+step "Done: the service died and was recovered; the monitor ended with status 0 and left nothing behind."

@@ -14,6 +14,7 @@ namespace fs = std::filesystem;
 using sandbox::eventually;
 using sandbox::Installation;
 using sandbox::Monitor;
+using sandbox::Texts;
 
 /*
  * A run that ends before it becomes a daemon tells its launcher why.
@@ -154,10 +155,13 @@ TEST(Launch, RunsTheSampleInstallation)
     fs::remove_all(root);
     ASSERT_EQ(0, std::system((SANDBOX_LAYOUT + root).c_str()));
     ASSERT_EQ(0, std::system(("sed -i 's/<level>4/<level>16/' " + root + "/etc/policy/monp.xml").c_str()));
+    std::ofstream(in.root / "etc/hook/down") << "#!/bin/sh\necho \"$*\" >>work/asked\n";
+    fs::permissions(in.root / "etc/hook/down", fs::perms(0755));
     Monitor monp(in, { "-a", "5", "-o", "report exit 3" });
     ASSERT_EQ(0, monp.launched());
     EXPECT_EQ(0, monp.ended());
-    EXPECT_EQ(1U, sandbox::file_lines(in.root / "work/sample_down.log").size());
+    EXPECT_EQ(Texts{ "-r --type monp --nochk" }, sandbox::file_lines(in.root / "work/asked"));
+    EXPECT_EQ(Texts{}, sandbox::shutdown_calls());
     EXPECT_EQ(0, monp.count("error xmllib_get_value() failed.*"));
     eventually("the archive", [&in] { return fs::exists(in.root / "archive/elog.tar.gz"); });
 }

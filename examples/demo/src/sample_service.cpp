@@ -3,8 +3,8 @@
  * that it is ready, ends in order on the SIGUSR1 that asks it to, and ends on command in each way that the monitor
  * tells apart. This file holds its command line.
  */
+#include "monp_service.h"
 #include "service.h"
-#include "signals.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -75,7 +75,7 @@ int main(int argc, char** argv)
 {
     const std::string program = argc > 0 ? std::filesystem::path(argv[0]).filename().string() : "sample_service";
 
-    sample::restore_signals();
+    monp_service_init();
     /* The monitor hands down the mask 0: what we write is to be ours alone to change. */
     umask(022);
     try {

@@ -2,6 +2,7 @@
  * What the service does between its start and its end. Nothing here blocks but the one poll of serve().
  */
 #include "service.h"
+#include "monp_service.h"
 #include "signals.h"
 
 #include <algorithm>
@@ -18,7 +19,6 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <sys/signalfd.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -42,25 +42,21 @@ Service::Service(const Options& options)
     : pidfile_(options.pidfile.empty() ? "" : std::filesystem::absolute(options.pidfile).string()),
       has_coredir_(!options.coredir.empty())
 {
-    sigset_t mask;
-
     open_log(options.log);
     open_control(options.ctl);
     /* From here on no relative path is used any more: whatever dumps core, from outside too, does it here. */
     if (has_coredir_ && chdir(options.coredir.c_str()) != 0) {
         throw std::runtime_error("--coredir '" + options.coredir + "': " + error_text());
     }
-    sigemptyset(&mask);
-    sigaddset(&mask, SIGUSR1);
-    signal_fd_ = signalfd(-1, &mask, SFD_NONBLOCK | SFD_CLOEXEC);
-    if (signal_fd_ < 0) {
-        throw std::runtime_error("signalfd: " + error_text());
+    end_fd_ = monp_service_fd();
+    if (end_fd_ < 0) {
+        throw std::runtime_error("no descriptor for end requests: " + error_text());
     }
 }
 
 Service::~Service()
 {
-    for (const int fd : { log_fd_, ctl_fd_, signal_fd_ }) {
+    for (const int fd : { log_fd_, ctl_fd_, end_fd_ }) {
         if (fd >= 0) {
             close(fd);
         }
@@ -153,15 +149,14 @@ void Service::end_with_core()
 
 void Service::report()
 {
-    const pid_t parent = getppid();
+    const std::string parent = "(parent=" + std::to_string(getppid()) + ")";
+    const int ret = monp_service_report();
 
-    /* A parent outside of our PID namespace shows as 0, an orphan's as 1: neither is a monitor. */
-    if (parent <= 1 || !survives_report(parent)) {
-        note("not reported: the parent is no monitor. (parent=" + std::to_string(parent) + ")");
-        return;
+    if (ret < 0) {
+        note("report failed: " + error_text() + ". " + parent);
+    } else {
+        note((ret == 0 ? "reported. " : "not reported: the parent is no monitor. ") + parent);
     }
-    kill(parent, SIGUSR1);
-    note("reported. (parent=" + std::to_string(parent) + ")");
 }
 
 void Service::sleep_for(int seconds)
@@ -211,7 +206,7 @@ int Service::poll_timeout() const
 
 void Service::serve()
 {
-    std::array<pollfd, 2> inputs = { { { signal_fd_, POLLIN, 0 }, { ctl_fd_, POLLIN, 0 } } };
+    std::array<pollfd, 2> inputs = { { { end_fd_, POLLIN, 0 }, { ctl_fd_, POLLIN, 0 } } };
 
     for (;;) {
         while (!wake_ && !todo_.empty()) {
@@ -236,12 +231,10 @@ void Service::serve()
 
 void Service::on_end_request()
 {
-    signalfd_siginfo info = {};
-
-    if (read(signal_fd_, &info, sizeof(info)) != static_cast<ssize_t>(sizeof(info))) {
+    if (monp_service_wait(0) == 0) {
         return;
     }
-    note("end request. (from=" + std::to_string(info.ssi_pid) + ")");
+    note("end request.");
     if (end_rule_ == END_BY_SIGNAL) {
         end_by(SIGUSR1);
     } else if (end_rule_ == END_IGNORED) {

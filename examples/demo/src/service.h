@@ -100,7 +100,7 @@ private:
     bool has_coredir_;
     int log_fd_ = -1;
     int ctl_fd_ = -1;
-    int signal_fd_ = -1;
+    int end_fd_ = -1;
     std::string input_;      /* begun control line */
     bool input_cut_ = false; /* its beginning was thrown away as too long */
     std::deque<Command> todo_;

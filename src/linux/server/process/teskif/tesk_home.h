@@ -1,5 +1,6 @@
 /*
- * Where the cluster's files lie, for the two libraries only: nobody else reads the environment variable.
+ * Where the cluster's files lie, for the two libraries and the operator's tools: nobody else reads the environment
+ * variable.
  */
 #ifndef TESK_HOME_H
 #define TESK_HOME_H

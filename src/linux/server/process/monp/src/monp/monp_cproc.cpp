@@ -9,7 +9,7 @@
 #include <cstring>
 #include <iterator>
 
-static constexpr MONP_POLKEY gcprockeys[] = {
+constinit const MONP_POLKEY gmonpcprockeys[2] = {
     { "/root/%s/type", TESKXML_TEXT, offsetof(MONP_CPROCPOLICY_INFO, type), sizeof(MONP_CPROCPOLICY_INFO::type),
       MONP_KEYFAIL_END },
     { "/root/%s/path", TESKXML_TEXT, offsetof(MONP_CPROCPOLICY_INFO, path), sizeof(MONP_CPROCPOLICY_INFO::path),
@@ -17,14 +17,9 @@ static constexpr MONP_POLKEY gcprockeys[] = {
 };
 
 /*
- * The service types with a use flag. Without the key, the last one counts as disabled, the others as in use.
+ * Without the key, the last type counts as disabled, the others as in use.
  */
-typedef struct {
-    const char* ptype;
-    MONP_POLKEY key;
-} MONP_USEKEY;
-
-static constexpr MONP_USEKEY gusekeys[] = {
+constinit const MONP_USEKEY gmonpusekeys[3] = {
     { "sorvin",
       { "/root/sorvin/use", TESKXML_INT, offsetof(MONP_CPROCPOLICY_INFO, useflag), sizeof(int), MONP_KEYFAIL_DEFAULT,
         1 } },
@@ -42,11 +37,11 @@ int monp_xml_getmonpolicy(char* ptype, PMONP_CPROCPOLICY_INFO ppol)
 
     MONP_TRACE("start - (type=%s gtype=%s pol=%p)", gmonpparam.type, ptype, static_cast<void*>(ppol));
 
-    nfuncret = monp_polkey_read(gcprockeys, std::size(gcprockeys), ptype, gmonpparam.type, ppol);
+    nfuncret = monp_polkey_read(gmonpcprockeys, std::size(gmonpcprockeys), ptype, gmonpparam.type, ppol);
     if (nfuncret != MONP_RET_SUCCESS) {
         goto monp_exit_func;
     }
-    for (const MONP_USEKEY& row : gusekeys) {
+    for (const MONP_USEKEY& row : gmonpusekeys) {
         if (strcmp(gmonpparam.type, row.ptype) == 0) {
             nfuncret = monp_polkey_read(&row.key, 1, ptype, gmonpparam.type, ppol);
         }
@@ -77,7 +72,7 @@ int monp_xml_getcprocpolicy(char* ptype, PMONP_CPROCPOLICY_INFO ppol)
         goto monp_exit_term;
     }
 
-    nfuncret = monp_polkey_read(gcprockeys, std::size(gcprockeys), ptype, gmonpmonpol.type, ppol);
+    nfuncret = monp_polkey_read(gmonpcprockeys, std::size(gmonpcprockeys), ptype, gmonpmonpol.type, ppol);
 
     nret = monp_xml_unloadpolicy(ptype);
     if (nret != MONP_RET_SUCCESS) {

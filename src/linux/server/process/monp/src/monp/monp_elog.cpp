@@ -2,19 +2,10 @@
  * The error-log collection: what the collection thread does, from start to end.
  */
 #include "monp.h"
+#include "monp_command.h"
 #include "monp_log.h"
-#include "monp_path.h"
 
 #include <cstdio>
-
-/* The collector's texts, as long as its command line needs them. */
-typedef struct {
-    MONP_PROGRAM_INFO prog;
-    char sztype[CS_TYPE_LEN];
-    char szarc[CS_PRG_CAPTION_LEN];
-    char szrotate[8];
-    char* pargv[MONP_OPT_NUM];
-} MONP_COLLECTOR_INFO, *PMONP_COLLECTOR_INFO;
 
 /*
  * Joins the texts. An archive path that does not fit takes the program away with it: an archive must not land elsewhere.
@@ -62,6 +53,12 @@ static void monp_elog_arguments(PMONP_COLLECTOR_INFO pcollector)
     monp_addarg(pcollector->pargv, &nnum, nullptr);
 }
 
+void monp_elog_command(PMONP_COLLECTOR_INFO pcollector)
+{
+    monp_elog_texts(pcollector);
+    monp_elog_arguments(pcollector);
+}
+
 int monp_elog_collect(void*)
 {
     static std::atomic<int> bexec{ 0 };
@@ -77,8 +74,7 @@ int monp_elog_collect(void*)
         goto monp_exit_func;
     }
 
-    monp_elog_texts(&collector);
-    monp_elog_arguments(&collector);
+    monp_elog_command(&collector);
     nfuncret = monp_create_process(collector.prog.szpath, collector.pargv, 0, 0, nullptr, &nstat, CS_FLAG_ON);
     if (nfuncret != MONP_RET_SUCCESS) {
         MONP_ERROR("monp_create_process() failed. (type=%s ret=%d path=%s)", gmonpmonpol.type, nfuncret,

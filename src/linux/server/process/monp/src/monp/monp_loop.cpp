@@ -33,12 +33,12 @@ static int monp_isoneof(const char* const* ptypes, size_t nnum)
     return bfound;
 }
 
-static int monp_isdummy(void)
+int monp_isdummy(void)
 {
     return gmonpallpol.dummyconf != 0 ? monp_isoneof(gdummytypes, std::size(gdummytypes)) : 0;
 }
 
-static int monp_isdisabled(void)
+int monp_isdisabled(void)
 {
     return gmonpmonpol.useflag == 0 ? monp_isoneof(gusetypes, std::size(gusetypes)) : 0;
 }

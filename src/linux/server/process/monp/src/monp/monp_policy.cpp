@@ -61,7 +61,7 @@ static int monp_isfirstload(const void* precord, const void*)
     return static_cast<const MONP_MYPOLICY_INFO*>(precord)->parent_initto == 0 ? -1 : 0;
 }
 
-static constexpr MONP_POLKEY gallkeys[] = {
+constinit const MONP_POLKEY gmonpallkeys[7] = {
     { "/root/all/path", TESKXML_TEXT, offsetof(MONP_ALLPOLICY_INFO, instpath), sizeof(MONP_ALLPOLICY_INFO::instpath),
       MONP_KEYFAIL_END, 0, "", TESKLOG_ERROR, nullptr, monp_appendslash },
     { "/root/all/core", TESKXML_INT, offsetof(MONP_ALLPOLICY_INFO, core), sizeof(int), MONP_KEYFAIL_END },
@@ -79,7 +79,7 @@ static constexpr MONP_POLKEY gallkeys[] = {
 /*
  * What the command line may have given; it wins, even where the policy lacks the key.
  */
-static constexpr MONP_POLKEY gservicekeys[] = {
+constinit const MONP_POLKEY gmonpservicekeys[4] = {
     { "/root/%s/service/%s/action", TESKXML_INT, offsetof(MONP_PARAM_INFO, action), sizeof(int), MONP_KEYFAIL_END, 0,
       "", TESKLOG_ERROR, monp_isunsetint },
     { "/root/%s/service/%s/param", TESKXML_TEXT, offsetof(MONP_PARAM_INFO, param), sizeof(MONP_PARAM_INFO::param),
@@ -90,7 +90,7 @@ static constexpr MONP_POLKEY gservicekeys[] = {
       "", TESKLOG_ERROR, monp_isunsetint },
 };
 
-static constexpr MONP_POLKEY gmykeys[] = {
+constinit const MONP_POLKEY gmonpmykeys[13] = {
     { "/root/%s/type", TESKXML_TEXT, offsetof(MONP_MYPOLICY_INFO, type), sizeof(MONP_MYPOLICY_INFO::type),
       MONP_KEYFAIL_END },
     { "/root/%s/path", TESKXML_TEXT, offsetof(MONP_MYPOLICY_INFO, path), sizeof(MONP_MYPOLICY_INFO::path),
@@ -123,7 +123,7 @@ int monp_xml_getallpolicy(void)
 
     MONP_TRACE("start - (type=%s)", gmonpparam.type);
 
-    nfuncret = monp_polkey_read(gallkeys, std::size(gallkeys), "all", gmonpparam.type, &gmonpallpol);
+    nfuncret = monp_polkey_read(gmonpallkeys, std::size(gmonpallkeys), "all", gmonpparam.type, &gmonpallpol);
 
 monp_exit_func:
     __attribute__((unused));
@@ -137,11 +137,11 @@ int monp_xml_getmypolicy(char* ptype, PMONP_MYPOLICY_INFO ppol)
 
     MONP_TRACE("start - (type=%s gtype=%s pol=%p)", gmonpparam.type, ptype, static_cast<void*>(ppol));
 
-    nfuncret = monp_polkey_read(gservicekeys, std::size(gservicekeys), ptype, gmonpparam.type, &gmonpparam);
+    nfuncret = monp_polkey_read(gmonpservicekeys, std::size(gmonpservicekeys), ptype, gmonpparam.type, &gmonpparam);
     if (nfuncret != MONP_RET_SUCCESS) {
         goto monp_exit_func;
     }
-    nfuncret = monp_polkey_read(gmykeys, std::size(gmykeys), ptype, gmonpparam.type, ppol);
+    nfuncret = monp_polkey_read(gmonpmykeys, std::size(gmonpmykeys), ptype, gmonpparam.type, ppol);
 
 monp_exit_func:
     MONP_TRACE("end - (type=%s ret=%d)", gmonpparam.type, nfuncret);

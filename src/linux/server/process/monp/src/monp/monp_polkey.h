@@ -37,6 +37,23 @@ struct MONP_POLKEY {
 };
 
 /*
+ * A service type with a use flag.
+ */
+struct MONP_USEKEY {
+    const char* ptype;
+    MONP_POLKEY key;
+};
+
+/*
+ * Every key that the monitor reads, in the order of reading.
+ */
+extern const MONP_POLKEY gmonpallkeys[7];     /* into MONP_ALLPOLICY_INFO */
+extern const MONP_POLKEY gmonpservicekeys[4]; /* into MONP_PARAM_INFO, what the command line has left unset */
+extern const MONP_POLKEY gmonpmykeys[13];     /* into MONP_MYPOLICY_INFO */
+extern const MONP_POLKEY gmonpcprockeys[2];   /* into MONP_CPROCPOLICY_INFO, of any companion process */
+extern const MONP_USEKEY gmonpusekeys[3];     /* into MONP_CPROCPOLICY_INFO, of the service */
+
+/*
  * Reads keys in the order of their rows.
  *   pkeys    the rows
  *   nkeys    their number

@@ -2,8 +2,8 @@
  * The recovery table, and the drastic actions: stop of the cluster daemons, halt and reboot of the node.
  */
 #include "monp.h"
+#include "monp_command.h"
 #include "monp_log.h"
-#include "monp_path.h"
 #include "monp_run.h"
 
 #include <cerrno>
@@ -32,44 +32,23 @@ int monp_findrow(int naction)
     return ninx;
 }
 
-/*
- * One drastic action.
- */
-typedef struct {
-    const char* psection; /* policy section of its command */
-    const char* poption;  /* the command's own option; null: none */
-    int nactevent;
-    int nfailevent;
-    const char* pfailed;   /* line for a command that failed: type, result of its start, path, status */
-    const char* pfallback; /* command line that is tried then; null: none */
-} MONP_DRASTIC_ITEMS;
-
-static constexpr MONP_DRASTIC_ITEMS gstopcluster = {
-    "cl",
-    "-t",
-    MONP_EVTID_ACT_STOP_DAEMON,
-    MONP_EVTID_FAIL_STOP_DAEMON,
-    "stop of cluster failed. (type=%s ret=%d path=%s stat=%#x)",
-    nullptr,
+/* In the order that monp_actionrow counts on. */
+constexpr MONP_DRASTIC_ITEMS gmonpdrastic[3] = {
+    { MONP_ACT_STOP_CLSDAEMON, "cl", "-t", MONP_EVTID_ACT_STOP_DAEMON, MONP_EVTID_FAIL_STOP_DAEMON,
+      "stop of cluster failed. (type=%s ret=%d path=%s stat=%#x)", nullptr },
+    { MONP_ACT_OS_HALT, "down", nullptr, MONP_EVTID_ACT_HALT_SYSTEM, MONP_EVTID_FAIL_HALT_SYSTEM,
+      "system halt failed. (type=%s ret=%d path=%s stat=%#x)", "/sbin/shutdown -h now" },
+    { MONP_ACT_OS_REBOOT, "down", "-r", MONP_EVTID_ACT_REBOOT_SYSTEM, MONP_EVTID_FAIL_REBOOT_SYSTEM,
+      "system reboot failed. (type=%s ret=%d path=%s stat=%#x)", "/sbin/shutdown -r now" },
 };
 
-static constexpr MONP_DRASTIC_ITEMS ghalt = {
-    "down",
-    nullptr,
-    MONP_EVTID_ACT_HALT_SYSTEM,
-    MONP_EVTID_FAIL_HALT_SYSTEM,
-    "system halt failed. (type=%s ret=%d path=%s stat=%#x)",
-    "/sbin/shutdown -h now",
-};
-
-static constexpr MONP_DRASTIC_ITEMS greboot = {
-    "down",
-    "-r",
-    MONP_EVTID_ACT_REBOOT_SYSTEM,
-    MONP_EVTID_FAIL_REBOOT_SYSTEM,
-    "system reboot failed. (type=%s ret=%d path=%s stat=%#x)",
-    "/sbin/shutdown -r now",
-};
+static constexpr const MONP_DRASTIC_ITEMS* monp_actionrow(int naction)
+{
+    return &gmonpdrastic[naction - MONP_ACT_STOP_CLSDAEMON];
+}
+static_assert(monp_actionrow(MONP_ACT_STOP_CLSDAEMON)->action == MONP_ACT_STOP_CLSDAEMON);
+static_assert(monp_actionrow(MONP_ACT_OS_HALT)->action == MONP_ACT_OS_HALT);
+static_assert(monp_actionrow(MONP_ACT_OS_REBOOT)->action == MONP_ACT_OS_REBOOT);
 
 /*
  * A command of the policy and how it went.
@@ -80,14 +59,30 @@ typedef struct {
     int nstat; /* its end status; -1: it never ran */
 } MONP_COMMAND_INFO, *PMONP_COMMAND_INFO;
 
+void monp_drastic_command(const MONP_DRASTIC_ITEMS* prow, const char* ppath, PMONP_PROGRAM_INFO pprog, char** pargv)
+{
+    int nnum = 0;
+
+    monp_programpath(ppath, pprog);
+    MONP_INFO("path=%s bin=%s", pprog->szpath, pprog->szbin);
+
+    monp_addarg(pargv, &nnum, pprog->szbin);
+    if (prow->poption != nullptr) {
+        monp_addarg(pargv, &nnum, prow->poption);
+    }
+    monp_addarg(pargv, &nnum, "--type");
+    monp_addarg(pargv, &nnum, gmonppol.type);
+    monp_addarg(pargv, &nnum, "--nochk");
+    monp_addarg(pargv, &nnum, nullptr);
+}
+
 /*
- * Runs the command of an action as "name [option] --type TYPE --nochk" and waits for its end.
+ * Runs the command of an action and waits for its end.
  * Result: MONP_RET_SUCCESS, however the command went, or MONP_RET_FAIL_UNKNOWN when its policy could not be read.
  */
 static int monp_runcommand(const MONP_DRASTIC_ITEMS* prow, PMONP_COMMAND_INFO pcommand)
 {
     int nfuncret = MONP_RET_SUCCESS;
-    int nnum = 0;
     MONP_CPROCPOLICY_INFO policy = {};
     char* pargv[MONP_OPT_NUM] = {};
 
@@ -101,18 +96,7 @@ static int monp_runcommand(const MONP_DRASTIC_ITEMS* prow, PMONP_COMMAND_INFO pc
                    prow->psection);
         goto monp_exit_func;
     }
-    monp_programpath(policy.path, &pcommand->prog);
-    MONP_INFO("path=%s bin=%s", pcommand->prog.szpath, pcommand->prog.szbin);
-
-    monp_addarg(pargv, &nnum, pcommand->prog.szbin);
-    if (prow->poption != nullptr) {
-        monp_addarg(pargv, &nnum, prow->poption);
-    }
-    monp_addarg(pargv, &nnum, "--type");
-    monp_addarg(pargv, &nnum, gmonppol.type);
-    monp_addarg(pargv, &nnum, "--nochk");
-    monp_addarg(pargv, &nnum, nullptr);
-
+    monp_drastic_command(prow, policy.path, &pcommand->prog, pargv);
     pcommand->nret = monp_create_process(pcommand->prog.szpath, pargv, 0, 0, nullptr, &pcommand->nstat, CS_FLAG_ON);
     if (pcommand->nret != MONP_RET_SUCCESS) {
         MONP_ERROR("monp_create_process() failed. (type=%s ret=%d path=%s)", gmonpmonpol.type, pcommand->nret,
@@ -184,7 +168,7 @@ int monp_stop_cluster(void)
     int nfuncret = MONP_RET_SUCCESS;
 
     MONP_TRACE("start - (type=%s)", gmonpmonpol.type);
-    nfuncret = monp_drastic(&gstopcluster);
+    nfuncret = monp_drastic(monp_actionrow(MONP_ACT_STOP_CLSDAEMON));
 
 monp_exit_func:
     __attribute__((unused));
@@ -197,7 +181,7 @@ int monp_os_halt(void)
     int nfuncret = MONP_RET_SUCCESS;
 
     MONP_TRACE("start - (type=%s)", gmonpmonpol.type);
-    nfuncret = monp_drastic(&ghalt);
+    nfuncret = monp_drastic(monp_actionrow(MONP_ACT_OS_HALT));
 
 monp_exit_func:
     __attribute__((unused));
@@ -210,7 +194,7 @@ int monp_os_reboot(void)
     int nfuncret = MONP_RET_SUCCESS;
 
     MONP_TRACE("start - (type=%s)", gmonpmonpol.type);
-    nfuncret = monp_drastic(&greboot);
+    nfuncret = monp_drastic(monp_actionrow(MONP_ACT_OS_REBOOT));
 
 monp_exit_func:
     __attribute__((unused));

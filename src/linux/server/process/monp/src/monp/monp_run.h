@@ -61,6 +61,13 @@ void monp_startup_environment(void);
 void monp_startup_program(PMONP_RUN_INFO prun);
 
 /*
+ * Whether a dummy configuration, or a use flag of 0, holds the service back.
+ * Result: -1 or 0.
+ */
+int monp_isdummy(void);
+int monp_isdisabled(void);
+
+/*
  * Supervises until the monitor is to end, by request or by the recovery action. nfuncret is the exit status then.
  */
 void monp_loop(PMONP_RUN_INFO prun);

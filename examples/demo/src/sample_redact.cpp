@@ -1,0 +1,198 @@
+/*
+ * Copies plain files for the collector, without the secrets in them:
+ *
+ *   sample_redact HOME STAGE <LIST
+ *
+ * Each line of the list is "SOURCE NAME": a directory below HOME and the path of a file below that. The copy goes to
+ * STAGE/SOURCE/NAME. What is not copied is told on standard output, one line each: SOURCE/NAME (reason). HOME/etc/redact,
+ * if there is one, holds patterns beside the built-in ones.
+ * Exit status: 0 done, 1 failed, 2 wrong arguments.
+ */
+#include "redact.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <filesystem>
+#include <iostream>
+#include <stdexcept>
+#include <utility>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+namespace fs = std::filesystem;
+using Clock = std::chrono::steady_clock;
+
+constexpr size_t MAX_FILE = 64 << 20;   /* bytes; a bigger file is left out */
+constexpr size_t MAX_TOTAL = 256 << 20; /* bytes of all copies */
+constexpr int MAX_FILES = 10000;
+constexpr std::chrono::seconds MAX_TIME{ 60 };
+
+/* Why a file is left out; the others go on. */
+struct LeftOut : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+class Descriptor {
+public:
+    explicit Descriptor(int fd) : fd_(fd) {}
+    Descriptor(const Descriptor&) = delete;
+    Descriptor& operator=(const Descriptor&) = delete;
+    ~Descriptor()
+    {
+        if (fd_ >= 0) {
+            close(fd_);
+        }
+    }
+    /* Steps on to another one. */
+    void reset(int fd)
+    {
+        close(std::exchange(fd_, fd));
+    }
+    [[nodiscard]] int get() const
+    {
+        return fd_;
+    }
+
+private:
+    int fd_;
+};
+
+struct statx look_at(const Descriptor& file)
+{
+    struct statx status = {};
+
+    if (file.get() < 0 || statx(file.get(), "", AT_EMPTY_PATH, STATX_BASIC_STATS, &status) != 0) {
+        throw LeftOut(errno == ELOOP ? "a link" : std::strerror(errno));
+    }
+    return status;
+}
+
+/*
+ * Goes down step by step, as a service may own a directory and put a link, a FIFO or a device into the place of what
+ * was listed. No step may be a link or be mounted on; `file` is open at the last one.
+ */
+struct statx open_below(Descriptor& file, const fs::path& path)
+{
+    struct statx status = look_at(file);
+
+    for (const auto& step : path) {
+        file.reset(openat(file.get(), step.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+        status = look_at(file);
+        if ((status.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0) {
+            throw LeftOut("a mount");
+        }
+    }
+    if (!S_ISREG(status.stx_mode)) {
+        throw LeftOut("no plain file");
+    }
+    return status;
+}
+
+/* A log that is cut while it is read gives what is left of it. */
+std::string read_all(const Descriptor& file, size_t size)
+{
+    std::string content(size, '\0');
+    size_t used = 0;
+    ssize_t got = 1;
+
+    while (used < size && got > 0) {
+        got = read(file.get(), content.data() + used, size - used);
+        if (got < 0) {
+            throw LeftOut(std::strerror(errno));
+        }
+        used += static_cast<size_t>(got);
+    }
+    content.resize(used);
+    return content;
+}
+
+void write_all(const fs::path& path, const std::string& content, const statx_timestamp& changed)
+{
+    const timespec times[] = { { changed.tv_sec, changed.tv_nsec }, { changed.tv_sec, changed.tv_nsec } };
+    fs::create_directories(path.parent_path());
+    const Descriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
+    size_t used = 0;
+    ssize_t put = file.get() < 0 ? -1 : 0;
+
+    while (put >= 0 && used < content.size()) {
+        put = write(file.get(), content.data() + used, content.size() - used);
+        used += put > 0 ? static_cast<size_t>(put) : 0;
+    }
+    if (put < 0 || futimens(file.get(), times) != 0) {
+        throw std::runtime_error("cannot write '" + path.string() + "': " + std::strerror(errno));
+    }
+}
+
+class Stage {
+public:
+    Stage(std::string home, std::string target) : home_(std::move(home)), target_(std::move(target))
+    {
+        redactor_.read(home_ + "/etc/redact");
+    }
+
+    /* Throws LeftOut, or another exception when going on makes no sense. */
+    void copy(const std::string& source, const std::string& name)
+    {
+        if (files_ >= MAX_FILES || Clock::now() >= end_) {
+            throw LeftOut(files_ >= MAX_FILES ? "too many files" : "no time left");
+        }
+        Descriptor file(open((home_ + '/' + source).c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+        const struct statx status = open_below(file, name);
+        if (status.stx_size > MAX_FILE || status.stx_size > MAX_TOTAL - total_) {
+            throw LeftOut(std::to_string(status.stx_size) + " bytes");
+        }
+        std::string content = read_all(file, status.stx_size);
+        redactor_.clean(content);
+        write_all(target_ / source / name, content, status.stx_mtime);
+        files_++;
+        total_ += content.size();
+    }
+
+private:
+    std::string home_;
+    fs::path target_;
+    sample::Redactor redactor_;
+    int files_ = 0;
+    size_t total_ = 0;
+    Clock::time_point end_ = Clock::now() + MAX_TIME;
+};
+
+void copy_list(Stage& stage)
+{
+    for (std::string line; std::getline(std::cin, line);) {
+        const size_t blank = std::min(line.find(' '), line.size() - 1);
+        const std::string source = line.substr(0, blank);
+        const std::string name = line.substr(blank + 1);
+        try {
+            stage.copy(source, name);
+        } catch (const LeftOut& reason) {
+            std::cout << source << '/' << name << " (" << reason.what() << ")\n";
+        }
+    }
+    if (std::cin.bad() || !std::cout.flush()) {
+        throw std::runtime_error("the list could not be read, or what is left out not be told");
+    }
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    if (argc != 3) {
+        std::cerr << "usage: sample_redact HOME STAGE <LIST\n";
+        return 2;
+    }
+    try {
+        Stage stage(argv[1], argv[2]);
+        copy_list(stage);
+    } catch (const std::exception& error) {
+        std::cerr << "sample_redact: " << error.what() << '\n';
+        return 1;
+    }
+}

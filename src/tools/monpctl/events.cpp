@@ -1,0 +1,119 @@
+/*
+ * Reading of the events file, and the command "events".
+ */
+#include "events.h"
+
+#include "commands.h"
+#include "follow.h"
+#include "settings.h"
+#include "text.h"
+
+#include <algorithm>
+#include <iomanip>
+#include <iostream>
+#include <nlohmann/json.hpp>
+
+namespace monpctl {
+
+namespace {
+
+std::filesystem::path events_file()
+{
+    return home() + "/log/monp.events.jsonl";
+}
+
+std::string text_member(const nlohmann::json& object, const char* key)
+{
+    const auto found = object.find(key);
+
+    return found != object.end() && found->is_string() ? found->get<std::string>() : "";
+}
+
+std::optional<int> number_member(const nlohmann::json& object, const char* key)
+{
+    const auto found = object.find(key);
+
+    return found != object.end() && found->is_number_integer() ? std::optional(found->get<int>()) : std::nullopt;
+}
+
+void print(const Event& event)
+{
+    std::cout << printable(event.time) << ' ' << std::left << std::setw(8) << printable(event.severity) << ' '
+              << std::setw(18) << printable(event.name) << ' ' << printable(event.text) << '\n';
+}
+
+} // namespace
+
+EventReader::EventReader(const std::string& type)
+{
+    if (!type.empty()) {
+        names_ = names_of(type);
+    }
+}
+
+std::optional<Event> EventReader::read(const std::string& line)
+{
+    const auto object = nlohmann::json::parse(line, nullptr, false);
+    const auto id = number_member(object, "event");
+    const auto lost = number_member(object, "lost");
+    const auto monitor = number_member(object, "pid");
+    Event event;
+
+    if (!object.is_object() || !monitor || (!id && !lost)) {
+        return {};
+    }
+    event.line = line;
+    event.time = text_member(object, "time");
+    event.monitor = *monitor;
+    if (id) {
+        event.id = *id;
+        event.name = text_member(object, "name");
+        event.severity = text_member(object, "severity");
+        event.text = text_member(object, "text");
+        event.status = number_member(object, "status");
+    } else {
+        event.name = "LOST";
+        event.severity = "warning";
+        event.text = std::to_string(*lost) + " events are missing here.";
+    }
+    if (object.contains("type")) {
+        last_[event.monitor] = text_member(object, "type");
+    }
+    event.type = last_[event.monitor];
+    if (!names_.empty() && std::find(names_.begin(), names_.end(), event.type) == names_.end()) {
+        return {};
+    }
+    return event;
+}
+
+std::vector<Event> read_events(const std::string& type)
+{
+    EventReader reader(type);
+    std::vector<Event> events;
+
+    for_each_line(events_file(), true, false, false, [&](const std::string& line) {
+        if (auto event = reader.read(line)) {
+            events.push_back(std::move(*event));
+        }
+    });
+    return events;
+}
+
+int events(const EventsOptions& given)
+{
+    if (!given.type.empty()) {
+        require_known(given.type);
+    }
+    EventReader reader(given.type);
+
+    for_each_line(events_file(), true, given.follow, false, [&](const std::string& line) {
+        if (const auto event = reader.read(line); event && given.json) {
+            std::cout << event->line << '\n';
+        } else if (event) {
+            print(*event);
+        }
+    });
+    return 0;
+}
+
+} // namespace monpctl

@@ -1,0 +1,200 @@
+/*
+ * What is installed: the Debian package and what it does to running monitors, the rules without a package, the unit,
+ * the init script and the completion.
+ */
+#include "sandbox_monitor.h"
+
+#include <csignal>
+#include <fstream>
+#include <sys/mount.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace fs = std::filesystem;
+
+static const fs::path gprefix = PACKAGE_PREFIX;
+
+/* A scratch root, the working directory of all commands, with the package unpacked and in $deb. */
+class Package : public testing::Test {
+protected:
+    Package()
+    {
+        fs::create_directories(root);
+        sh("cp " PACKAGE_FILE " $deb; dpkg-deb -x $deb .; mkdir -p bin var/lib/dpkg/info; : >var/lib/dpkg/status");
+    }
+    ~Package() override
+    {
+        fs::remove_all(root);
+    }
+
+    /* Runs a command that has to end with this status; gives all that it printed. */
+    std::string sh(const std::string& command, int status = 0) const
+    {
+        const std::string prologue = "exec </dev/null >output 2>&1; unset TESK_HOME; deb=../monp.deb; ";
+        const int end = std::system(("cd " + root.string() + "; " + prologue + command).c_str());
+        std::string output = sandbox::file_content(root / "output");
+
+        EXPECT_EQ(status, WEXITSTATUS(end)) << command << '\n' << output;
+        return output;
+    }
+    /* Shows the scratch root's installation under its own name, below a directory that exists. */
+    void show() const
+    {
+        fs::path top = gprefix;
+        while (!fs::exists(top)) {
+            top = top.parent_path();
+        }
+        ASSERT_TRUE(top == gprefix || (top != "/" && mount("tmpfs", top.c_str(), "tmpfs", 0, "mode=0755") == 0));
+        fs::create_directories(gprefix);
+        ASSERT_EQ(0, mount(home.c_str(), gprefix.c_str(), nullptr, MS_BIND, nullptr));
+    }
+
+    const fs::path root = sandbox::directory() / "root";
+    const fs::path home = root / gprefix.relative_path();
+};
+
+TEST_F(Package, HoldsRootsFilesAndNoScripts)
+{
+    const std::pair<const char*, const char*> entries[] = {
+        { "lrwxrwxrwx", "HOME/lib/libtesklog.so" },
+        { "-rw-r--r--", "HOME/etc/schema/service.rng" },
+        { "drwxr-x---", "HOME/log/" },
+        { "drwx------", "HOME/work/dump/" },
+        { "-rwxr-xr-x", "/etc/init.d/monp" },
+        { "-rw-r--r--", "/usr/share/man/man8/monp.8" },
+    };
+    const std::string list = sh("dpkg-deb -c $deb | sed 's, [^ ].* \\., ,; s, " PACKAGE_PREFIX "/, HOME/,'");
+    for (const auto& [mode, path] : entries) {
+        EXPECT_NE(std::string::npos, list.find(mode + std::string(" ") + path)) << path << "\n" << list;
+    }
+    EXPECT_EQ("", sh("dpkg-deb -c $deb | awk '$2 != \"root/root\" || $1 ~ /^[^l]....w|^[^l].......w/'"));
+    EXPECT_EQ("conffiles\ncontrol\nmd5sums\n", sh("dpkg-deb -e $deb control; ls control"));
+    // each file of an etc but the schemas
+    sh("sort control/conffiles >a; find etc ." PACKAGE_PREFIX "/etc -type f -not -name '*.rng' | sed 's,^\\.*/*,/,' |"
+       " sort | diff a -");
+    sh("cp /bin/sh bin; cp /bin/true ." PACKAGE_PREFIX "/bin/monpctl");
+    EXPECT_EQ("", sh("systemd-analyze verify --root=$PWD --recursive-errors=no --man=no monp@dusko.service"));
+}
+
+/* The monitor and its service go on through an upgrade and a removal, and the operator's policy stays. */
+TEST_F(Package, LeavesRunningMonitorsAlone)
+{
+    // /sbin, where dpkg looks for helpers that nothing here needs, is the sandbox's
+    const std::string dpkg = "dpkg --root=$PWD --force-bad-path,unsafe-io,depends ";
+    const std::string alive = "ls -l /proc/[0-9]*/exe 2>/dev/null | sed -n 's|^.*/proc/\\([0-9]*\\)/exe -> ";
+    const auto pid = [&](const char* name) { return sh(alive + PACKAGE_PREFIX "/bin/" + name + "\\>.*|\\1|p'"); };
+
+    sh("rm -r ." PACKAGE_PREFIX "; " + dpkg + "-i $deb");
+    show();
+    sh("cd " PACKAGE_PREFIX "; sed -i 's/<waittime>5/<waittime>7/' etc/policy/monp.xml; touch var/lock/monp_trn;"
+       " bin/monp --dusko");
+    const std::string monitor = pid("monp");
+    const std::string service = pid("sample_dusko");
+    ASSERT_TRUE(std::atoi(monitor.c_str()) > 1 && std::atoi(service.c_str()) > 1);
+
+    sh("dpkg-deb -R $deb new; sed -i 's/^Version: .*/Version: 99/' new/DEBIAN/control; dpkg-deb -b new new.deb");
+    for (const std::string action : { "-i new.deb", "-r monp" }) {
+        sh(dpkg + action);
+        EXPECT_EQ(monitor, pid("monp")) << action;
+        EXPECT_EQ(service, pid("sample_dusko")) << action;
+        sh("grep -q '<waittime>7' " PACKAGE_PREFIX "/etc/policy/monp.xml");
+    }
+    EXPECT_FALSE(fs::exists(gprefix / "bin/monp"));
+
+    int status = -1;
+    kill(std::stoi(monitor), SIGUSR2);
+    EXPECT_EQ(std::stoi(monitor), waitpid(std::stoi(monitor), &status, 0));
+    EXPECT_EQ(0, status);
+    EXPECT_EQ("", pid("sample_dusko"));
+}
+
+/* What systemd does when the unit is started, its monitor dies, and the unit is restarted and stopped. */
+TEST_F(Package, HasAUnitWhoseServiceOutlivesTheMonitor)
+{
+    const auto unit = [this](const std::string& key) { // its line, joined; behind "-" a failure is none
+        sh(R"(sed -n ':a;/\\$/{N;s/\\\n//;ba};s/%i/dusko/g;s/^)" + key + R"(=-\(.*\)/\1 || :/p;s/^)" + key +
+           "=//p' lib/systemd/system/monp@.service | sh -e");
+    };
+    const auto started = [&] {
+        unit("ExecStart");
+        unit("ExecStartPost");
+        return std::stoi(sandbox::file_content("/run/monp-dusko.pid"));
+    };
+    if (!fs::exists(home / "bin/monpctl")) {
+        GTEST_SKIP() << "built without monpctl";
+    }
+    show();
+    ASSERT_EQ(0, mount("tmpfs", "/run", "tmpfs", 0, nullptr));
+    const pid_t first = started();
+    ASSERT_GT(first, 1);
+    const pid_t service = std::stoi(sandbox::file_content(gprefix / "run/dusko.pid"));
+    kill(first, SIGTERM);
+    EXPECT_EQ(first, waitpid(first, nullptr, 0));
+    unit("ExecStopPost");
+    EXPECT_EQ(0, kill(service, 0));
+    EXPECT_NE(first, started());
+    std::thread stop([&] { unit("ExecStop"); });
+    EXPECT_EQ(service, waitpid(service, nullptr, 0)); // as process 1 does
+    stop.join();
+    EXPECT_EQ("", sh("ls -l /proc/[0-9]*/exe 2>/dev/null | grep " PACKAGE_PREFIX " || :"));
+}
+
+TEST_F(Package, IsNotNeededForAnInstallation)
+{
+    sh(PACKAGE_INSTALL "$PWD/a && sed -i 's/<core>1/<core>0/' a/etc/policy/all.xml && " PACKAGE_INSTALL "$PWD/a");
+    sh("grep -q '<core>0' a/etc/policy/all.xml && grep -q \"<path>$PWD/a<\" a/etc/policy/all.xml");
+    sh("grep -q \"^ExecStart=$PWD/a/bin/monpctl start %i$\" a/lib/systemd/system/monp@.service");
+    sh("test -x a/etc/init.d/monp -a -e a/share/man/man8/monp.8 -a $(stat -c %a a/log) = 750");
+}
+
+TEST_F(Package, HasAnInitScriptForAllTypesOrOne)
+{
+    const struct {
+        const char* arguments;
+        int status;
+        const char* calls;
+    } cases[] = {
+        { "start", 3, "start b\nstart a\n" },
+        { "stop", 0, "stop a --yes\nstop b --yes\n" },
+        { "restart b", 3, "stop b --yes\nstart b\n" },
+        { "try-restart b", 0, "status b\n" },
+        { "status b", 3, "status b\n" },
+        { "reload '*'", 0, "reload *\n" },
+        { "begin", 2, "" },
+        { "start a b", 2, "" },
+    };
+    show();
+    sh("echo \"echo \\\"\\$*\\\" >>$PWD/calls; case \\$* in 'start b' | 'status b') exit 3 ;; esac\" >try;"
+       " install -m 755 try " PACKAGE_PREFIX "/bin/monpctl; echo 'MONP_TYPES=\"b a\"' >etc/default/monp;"
+       " sed \"s,/etc/default,$PWD&,g\" etc/init.d/monp >script");
+    ASSERT_EQ(0, mount("tmpfs", "/run", "tmpfs", 0, nullptr));
+    for (const auto& c : cases) {
+        sh(std::string(": >calls; sh script ") + c.arguments, c.status);
+        EXPECT_EQ(c.calls, sandbox::file_content(root / "calls")) << c.arguments;
+    }
+    sh(": >calls; mkdir -p /run/systemd/system; sh script start", 1);
+    EXPECT_EQ("", sandbox::file_content(root / "calls"));
+}
+
+TEST_F(Package, CompletesTypesOfThePolicyDirectory)
+{
+    const std::pair<const char*, const char*> cases[] = {
+        { "monp --d", "--dusko" },
+        { "monp --dusko -A ''", "1 2 3 4 5" },
+        { "monp -o --", "" },
+        { "monpctl st", "start status stop" },
+        { "monpctl stop ''", "dusko new pelkant" },
+        { "monpctl stop --y", "--yes" },
+        { "monpctl log --level w", "warning" },
+        { "monpctl start new -- -", "-a -n -o -r -w" },
+    };
+    sh("cd ." PACKAGE_PREFIX "/etc/policy; rm goru.xml lenk.xml tamzile.xml; cp dusko.xml new.xml;"
+       " cp dusko.xml '$(touch bad).xml'");
+    for (const auto& [line, words] : cases) {
+        std::ofstream(root / "try") << ". usr/share/bash-completion/completions/monpctl\nCOMP_WORDS=(" << line << ")\n"
+                                    << "COMP_CWORD=$((${#COMP_WORDS[@]} - 1))\n_${COMP_WORDS[0]}\n"
+                                    << "printf '%s\\n' \"${COMPREPLY[@]}\" | sort | paste -s -d ' '\n";
+        EXPECT_EQ(words + std::string("\n"), sh("TESK_HOME=$PWD" PACKAGE_PREFIX " bash try")) << line;
+    }
+    EXPECT_FALSE(fs::exists(root / "bad"));
+}
