@@ -15,7 +15,8 @@ option(MONP_COVERAGE "Count which lines and branches run" OFF)
 add_compile_options(-Wall -Wextra -Wshadow -Wconversion -Werror)
 # Paths in log lines and in debug data do not tell where the build directory was.
 add_compile_options(-ffile-prefix-map=${CMAKE_SOURCE_DIR}/=)
-add_link_options(LINKER:--as-needed LINKER:-z,defs)
+# Symbols are resolved at the start: doing it at the first call takes locks, which a signal handler cannot afford.
+add_link_options(LINKER:--as-needed LINKER:-z,defs LINKER:-z,now)
 
 if(MONP_SANITIZE)
     add_compile_options(-fsanitize=${MONP_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer -O1)
@@ -31,7 +32,7 @@ elseif(MONP_COVERAGE)
 elseif(CMAKE_BUILD_TYPE STREQUAL "Release")
     add_compile_options(-U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=3 -fstack-protector-strong -fstack-clash-protection
         -fcf-protection=full)
-    add_link_options(LINKER:-z,relro LINKER:-z,now LINKER:-z,noexecstack)
+    add_link_options(LINKER:-z,relro LINKER:-z,noexecstack)
 endif()
 
 # For what runs in production: no exceptions, and none of the C++ runtime mapped into a process that lives for years.

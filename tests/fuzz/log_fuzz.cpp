@@ -23,7 +23,7 @@ int log_file_open(LOG_FILE*, const LOG_SELF*)
     return 0;
 }
 
-void log_file_close(LOG_FILE*) {}
+void log_file_close(LOG_FILE*, const LOG_RECORD*) {}
 
 void log_syslog_send(const LOG_EVENT*) {}
 
@@ -40,7 +40,9 @@ void log_file_write(LOG_FILE*, const LOG_RECORD*, const LOG_TEXT* pline)
     wchar_t wide[LOG_LINE_LEN];
     const size_t length = mbstowcs(wide, line.c_str(), LOG_LINE_LEN);
     FUZZ_CHECK(length < LOG_LINE_LEN && wcslen(wide) == length);
-    FUZZ_CHECK(std::none_of(wide, wide + length, [](wchar_t c) { return c < 0x20 || (c >= 0x7f && c < 0xa0); }));
+    FUZZ_CHECK(std::none_of(wide, wide + length, [](wchar_t c) {
+        return c < 0x20 || (c >= 0x7f && c < 0xa0) || c == 0x2028 || c == 0x2029;
+    }));
 }
 
 static void* handle;
@@ -77,7 +79,8 @@ template <class... Values>
 static void check(const char* site, const char* format, const char* reference, Values... values)
 {
     std::string want(1 << 15, '?'); // longer than all values together
-    const auto head = static_cast<size_t>(snprintf(want.data(), want.size(), "%s %s:1 ", site, site));
+    const char* const word = site[0] != '\0' ? site : "-";
+    const auto head = static_cast<size_t>(snprintf(want.data(), want.size(), "%s %s:1 ", word, word));
     FUZZ_CHECK(head < want.size());
     const auto length = static_cast<size_t>(snprintf(want.data() + head, want.size() - head, reference, values...));
     FUZZ_CHECK(length < want.size() - head);

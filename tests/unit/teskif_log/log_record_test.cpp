@@ -26,7 +26,7 @@ TEST_F(LogFormat, LineSaysWhenWhoAndWhere)
         EXPECT_EQ(when + ("error" + who) + "monp_loop src/monp_loop.cpp:42 text of 7", lines().back());
         std::thread([&] {
             who = printed(" %d/%d monp ", getpid(), gettid());
-            log_write(handle, 3, 0, nullptr, -1, nullptr, nullptr);
+            log_write(handle, 3, 0, nullptr, -1, "", nullptr);
         }).join();
         EXPECT_EQ(when + ("3" + who) + "- -:-1 ", lines().back());
     }
@@ -59,7 +59,8 @@ TEST_F(LogFormat, NoValueForgesALineCommandsATerminalOrCrashes)
     for (const auto& [value, expected] : {
              std::pair{ "a\nb\rc\td\\e\x1b[2J\x07\x7f", R"(a\nb\rc\td\\e\x1b[2J\x07\x7f)" },
              std::pair{ wellFormed, wellFormed },
-             std::pair{ "\xc2\x9b", R"(\xc2\x9b)" }, // a control character of two bytes
+             std::pair{ "\xc2\x9b \xe2\x80\xa8\xe2\x80\xa9",
+                        R"(\xc2\x9b \xe2\x80\xa8\xe2\x80\xa9)" }, // control characters
              std::pair{ "\xc0\xaf \xed\xa0\x80 \xf4\x90\x80\x80", R"(\xc0\xaf \xed\xa0\x80 \xf4\x90\x80\x80)" },
              std::pair{ "cut \xe2\x82", R"(cut \xe2\x82)" },
          }) {
@@ -68,8 +69,8 @@ TEST_F(LogFormat, NoValueForgesALineCommandsATerminalOrCrashes)
     }
     WRITE("%s %8s %f %s", static_cast<const char*>(nullptr), static_cast<const char*>(nullptr), 1.0, "b");
     EXPECT_EQ("(null)   (null) %f %s", texts().back());
-    log_write(handle, TESKLOG_INFO, 0, "f\n", 1, "g\n", "literal\n%c%", '\0');
-    EXPECT_TRUE(lines().back().ends_with(R"( g\n f\n:1 literal\n\x00%)"));
+    log_write(handle, TESKLOG_INFO, 0, " f \n", 1, "g\n", "literal\n%c%", '\0');
+    EXPECT_TRUE(lines().back().ends_with(R"( g\n \x20f\x20\n:1 literal\n\x00%)"));
 }
 
 TEST_F(LogFormat, LongLineIsCutWithAMark)
@@ -89,7 +90,7 @@ TEST_F(LogFormat, LevelDecidesWhatIsKept)
     };
     for (const auto& [level, kept] : cases) {
         open(level);
-        for (const int word : { 1, 2, 4, 8, 16 }) {
+        for (const int word : { level < 0 ? level - 1 : 1, 2, 4, 8, 16 }) {
             TESKLOG_LINE(handle, word, "%d", word);
         }
         EXPECT_EQ(kept, texts()) << "level " << level;
@@ -154,8 +155,8 @@ TEST_F(LogEvent, ObjectInTheEventsFile)
     const std::string who =
         printed(R"({"time":"2026-11-22T20:51:08.123456+0000","ident":"monp","pid":%d,"tid":%d,)", getpid(), gettid());
     const std::string where = R"("function":"loop","file":"src/a.cpp","line":7,"text":)";
-    const std::string type = "a\\\"b\\\\c\\n\\u001b\\ufffd\xc3\xbc";
-    raise(2, "a\"b\\c\n\x1b\xff\xc3\xbc", -1);
+    const std::string type = "a\\\"b\\\\c\\n\\u001b\\u009b\\u2028\\ufffd\xc3\xbc";
+    raise(2, "a\"b\\c\n\x1b\xc2\x9b\xe2\x80\xa8\xff\xc3\xbc", -1);
     raise(77, reinterpret_cast<const char*>(1), 2); // reading either argument as a string would crash
     EXPECT_EQ((Texts{
                   who + R"("event":2,"name":"FAIL_MON","severity":"error","type":")" + type + R"(","status":-1,)" +
@@ -172,6 +173,10 @@ TEST_F(LogEvent, LongValuesLeaveTheObjectWhole)
     const std::string line = lines("monp.events.jsonl").at(0);
     EXPECT_NE(std::string::npos, line.find(R"(\u0001...[cut]","status":1,"function":")"));
     EXPECT_TRUE(line.size() < 4096 && line.ends_with(R"(\u0001...[cut]"})"));
+    for (int width = 400; width < 600; width++) { // the text is cut at each byte of the character, too
+        log_write(handle, TESKLOG_EVENT, 2, "f", 1, "f", "%*s\xe2\x82\xac%*s", width, "", 200, "");
+        EXPECT_EQ(std::string::npos, texts().back().find('\\')) << width;
+    }
 }
 
 TEST_F(LogEvent, SystemLogHearsOfIt)

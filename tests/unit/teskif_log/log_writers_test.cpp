@@ -3,7 +3,9 @@
 
 #include <atomic>
 #include <csignal>
+#include <fcntl.h>
 #include <set>
+#include <sys/file.h>
 #include <sys/time.h>
 #include <sys/wait.h>
 #include <thread>
@@ -41,6 +43,36 @@ TEST_F(LogRotate, WaitsForNobodyClosesAGapAndKeepsTheNewest)
     }
     EXPECT_LT(expected, 199 - 40);
     EXPECT_FALSE(fs::exists(path("monp.log.4")));
+}
+
+TEST_F(LogRotate, NeitherObstaclesNorASlowOrFastWriterStopItOrLoseTheNewest)
+{
+    fs::create_directories(path("monp.log.2"));
+    std::ofstream(path("monp.log.3")) << "of a time when more were kept";
+    open(0, 1, 2);
+    const auto writeFull = [this] { std::ofstream(path(), std::ios::app) << std::string(5000, 'x') << "\n"; };
+    for (const char* text : { "one", "two", "three" }) {
+        writeFull();
+        WRITE("%s", text);
+        EXPECT_EQ(text, texts("monp.log.1").back());
+    }
+    EXPECT_TRUE(fs::is_directory(path("monp.log.2")));
+    EXPECT_FALSE(fs::exists(path("monp.log.3")));
+    const int lock = ::open(path("monp.log.lock").c_str(), O_RDWR | O_CLOEXEC);
+    flock(lock, LOCK_EX);
+    writeFull();
+    WRITE("not rotated");
+    close(lock);
+    WRITE("the lock is left alone for a while");
+    EXPECT_EQ(3U, lines().size());
+    logSystem.clock += SECOND / 100;
+    WRITE("rotated");
+    EXPECT_EQ(4U, lines("monp.log.1").size());
+    WRITE("five");
+    writeFull();
+    fs::remove(path()); // as writers do that fill all generations
+    WRITE("written once more");
+    EXPECT_EQ(Texts{ "written once more" }, texts());
 }
 
 // A writer is a process whose main thread, second thread and signal handler write.

@@ -30,17 +30,17 @@ enum __tesklog_level__ {
  * one process may open several, up to 32 at a time.
  *   ident        name of the log, which is also the word that marks the records: 1 to 64 letters, digits, '_', '-' and
  *                '.', not beginning with a dot
- *   handle       out: the handle for the two operations below; null when the log could not be opened. It is not an
- *                address and is never given out twice
+ *   handle       out: the handle for the two operations below; null when the result is not 0. It is not an address and
+ *                is never given out twice
  *   level        records with a level value above this one are dropped; 0: the library's default, which keeps error,
  *                warning and info, as 4 does; below 0: all are dropped. Events are always kept
  *   size         bytes after which a file is rotated; 0 and less: the library's default, 5000000; below 4096: 4096. Not
- *                more than half the process's limit on file sizes (RLIMIT_FSIZE) at this time
- *   generations  older files to keep; 0 and less: the library's default, 5
- * Result: 0 when the log is open, else a code, the handle being null then: EINVAL for a null handle pointer or an ident
- * that is null or not as above, EMFILE for a log too many, ENAMETOOLONG for a home directory of more than 900 characters,
- * or the errno for which the log file cannot be opened (ELOOP: a symbolic link is in its place). An events file that
- * cannot be opened is no failure.
+ *                more than half the process's limit on file sizes (RLIMIT_FSIZE), which is looked at once a second
+ *   generations  older files to keep; 0 and less: the library's default, 5. Files with higher numbers are removed
+ * Result: 0, or a code: EINVAL for a null handle pointer or an ident that is null or not as above, EMFILE for a log too
+ * many, ENAMETOOLONG for a home directory of more than 900 characters, or with a part that is longer than a file name
+ * may be. A file that cannot be opened now, for whatever other reason, is no failure: records are dropped and counted,
+ * and opening is tried again once a second.
  * For any thread, not for a signal handler. The time zone of the records is that of this moment.
  */
 TESKLOG_API int log_init(const char* ident, void** handle, int level, int size, int generations);
@@ -49,10 +49,11 @@ TESKLOG_API int log_init(const char* ident, void** handle, int level, int size, 
  * Writes one record: a line of the log file, in one piece. Does nothing with a null handle and with one that was closed.
  * May be called by several threads at once, in a signal handler (up to 10 KiB of its stack) and in a forked child, but
  * not in a vfork()ed one. Takes no lock, allocates nothing, never blocks, and leaves errno as it is. A record that cannot
- * be written is dropped and counted; the line that can be written next is preceded by their number.
+ * be written is dropped and counted; the line that can be written next, by this process or one that it shares the log
+ * with by a fork, is preceded by their number.
  *   level     one value of __tesklog_level__
  *   event     number of the event, 0 for an ordinary record; it counts only at the level TESKLOG_EVENT
- *   file, line, function  the call site; null is written as "-"
+ *   file, line, function  the call site; null and an empty one are written as "-", a blank as \x20
  *   format    as for printf, but with the conversions d i u x X o c s p % only: from another one on the format is written
  *             as it stands. Control characters and what is not UTF-8 are escaped, in the format as in the values. Null for
  *             an event, whose arguments then follow in the order that its text needs; the arguments of an event that
@@ -65,7 +66,9 @@ TESKLOG_API void log_write(void* handle, int level, int event, const char* file,
 
 /*
  * Closes a log. Does nothing with a null handle and with one that was closed. Others may still be writing, and may write
- * later: who was first is written, who comes later is ignored. May be called where log_write may.
+ * later: who was first is written, who comes later is ignored. Reports the number of dropped records if that is
+ * possible; else it is kept for a log_init of the same log by this process. May be called where log_write may, and leaves
+ * errno as it is.
  */
 TESKLOG_API void log_term(void* handle);
 

@@ -29,7 +29,7 @@ typedef struct {
     int nseverity;     /* __log_severity__ */
     int nargs;         /* __log_event_args__ */
     const char* ptext; /* format of the sentence, for these arguments */
-} LOG_EVENT_ENTRY, *PLOG_EVENT_ENTRY;
+} LOG_EVENT_ENTRY;
 
 /*
  * An event that was raised.
@@ -41,7 +41,7 @@ typedef struct {
     const char* ptype;
     int nstatus;
     char sztext[LOG_EVENT_LEN]; /* not escaped */
-} LOG_EVENT, *PLOG_EVENT;
+} LOG_EVENT;
 
 /*
  * Makes the text of an event out of its arguments.

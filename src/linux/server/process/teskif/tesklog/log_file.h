@@ -18,14 +18,22 @@
 typedef void (*PFLOGNOTICE)(LOG_TEXT* ptext, const LOG_RECORD* precord, unsigned long nlost);
 
 /*
+ * A count in memory that forked processes share.
+ */
+typedef std::atomic<unsigned long> LOG_COUNT;
+
+static_assert(LOG_COUNT::is_always_lock_free, "processes share it, and signal handlers use it");
+
+/*
  * The file as one process sees it. Everything above nowner is set before the file is used and stays.
  */
 typedef struct {
     char szpath[LOG_PATH_LEN];
-    off_t nlimit;     /* bytes at which the file is rotated */
+    off_t nsize;      /* bytes at which the file is rotated, as far as the process may write that many */
     int ngenerations; /* older files kept, at least 1 */
-    bool bsizelimit;  /* the process has a limit on the size of its files, so that a write may raise SIGXFSZ */
     PFLOGNOTICE pfnotice;
+    LOG_COUNT* pnlost;   /* records dropped and not reported yet, by this process and those it shares the count with */
+    LOG_COUNT nunshared; /* in use as long as there is no memory for a shared one */
 
     std::atomic<unsigned> nowner; /* epoch of the process in which somebody follows or rotates; 0: nobody */
     std::atomic<int> nlockfd;     /* the owner's, -1: none */
@@ -33,25 +41,29 @@ typedef struct {
     std::atomic<ino_t> ninode;
     std::atomic<int> nfd;             /* -1: none yet. The number stays when the file behind it changes */
     std::atomic<bool> bunreachable;   /* there is no file whose name would lead to what is written */
+    std::atomic<unsigned> nabandoned; /* how often a file was left that has no name, or is not ours */
+    std::atomic<bool> bsizelimit;     /* at the last look the process had a limit on file sizes, which raises SIGXFSZ */
+    std::atomic<off_t> nlimit;        /* bytes at which the file is rotated */
     std::atomic<int64_t> nlooked;     /* LOG_RECORD.nnow of the last look at the path */
     std::atomic<int64_t> nroom;       /* bytes that may be written before the size is looked at */
     std::atomic<int64_t> nmeasured;   /* LOG_RECORD.nnow of the last look at the size */
     std::atomic<int64_t> nfailed;     /* LOG_RECORD.nnow of the last rotation that failed */
-    std::atomic<unsigned long> nlost; /* records dropped and not reported yet */
-} LOG_FILE, *PLOG_FILE;
+    std::atomic<int64_t> nbusy;       /* LOG_RECORD.nnow of the last rotation that another process was at */
+} LOG_FILE;
 
 /*
- * Prepares a file without opening it, which the first record does. Not for a signal handler.
+ * Prepares a file without opening it, which the first record does. If the record was last used for the same path, what
+ * could not be reported then is still due. Not for a signal handler.
  *   pdirectory, pident, psuffix  the path's parts: <pdirectory>/<pident><psuffix>
- *   nlimit, ngenerations, pfnotice  as in the record above
+ *   nsize, ngenerations, pfnotice  as in the record above
  * Result: 0, or ENAMETOOLONG.
  */
-int log_file_init(LOG_FILE* pfile, const char* pdirectory, const char* pident, const char* psuffix, off_t nlimit,
+int log_file_init(LOG_FILE* pfile, const char* pdirectory, const char* pident, const char* psuffix, off_t nsize,
                   int ngenerations, PFLOGNOTICE pfnotice);
 
 /*
- * Opens the file at once, so that the caller learns whether it can be, and ends a line that a crash left unfinished.
- * Result: 0, or the errno.
+ * Opens the file at once, ends a line that a crash left unfinished, and removes older files above the number to keep.
+ * Result: 0, or the errno; the first record, and after that one in a second, tries again.
  */
 int log_file_open(LOG_FILE* pfile, const LOG_SELF* pself);
 
@@ -64,11 +76,12 @@ int log_file_open(LOG_FILE* pfile, const LOG_SELF* pself);
 void log_file_write(LOG_FILE* pfile, const LOG_RECORD* precord, const LOG_TEXT* pline);
 
 /*
- * Gives the descriptor back. Nobody else may be using the file.
+ * Reports what was dropped, if that is possible now, and gives the descriptor back. Nobody else may be using the file.
+ *   precord  time and writer of the report
  */
-void log_file_close(LOG_FILE* pfile);
+void log_file_close(LOG_FILE* pfile, const LOG_RECORD* precord);
 
-/* ---------------------------------------------------------------- between log_file.cpp and log_rotate.cpp ---- */
+/* ---------------------------------------------------------------- between log_file.cpp and its users ---- */
 
 /*
  * Opens a regular file for appending and creates it with mode 0640, and its directory with it, if it is missing.
@@ -85,9 +98,31 @@ int log_open_path(const char* ppath);
 int log_fd_above_standard(int nfd);
 
 /*
+ * Makes the calling thread the only one in this process that follows or rotates, its owner, until it leaves. It never
+ * waits: whoever does not get in, be it another thread or a signal handler above the one that is in, writes to the file
+ * that is open. An owner from before a fork is not here any more; its lock would be held as long as our copy of the
+ * descriptor is open.
+ *   nepoch  LOG_SELF.nepoch of the caller
+ */
+bool log_file_enter(LOG_FILE* pfile, unsigned nepoch);
+void log_file_leave(LOG_FILE* pfile);
+
+/*
+ * Tells whether our descriptor still is our file. A program that closes all descriptors takes it from us, and the next
+ * file it opens may get the number.
+ *   pown  out: what our descriptor is
+ */
+bool log_file_isours(const LOG_FILE* pfile, struct stat* pown);
+
+/*
  * Tells whether the path still leads to the file that we write to.
  */
 bool log_file_iscurrent(const LOG_FILE* pfile);
+
+/*
+ * Learns what the process may write to a file. Its limit may change at any time. Owner only.
+ */
+void log_file_limit(LOG_FILE* pfile);
 
 /*
  * Writes to the file behind the path from now on, if that is another one. Owner only.
@@ -97,9 +132,26 @@ int log_file_follow(LOG_FILE* pfile);
 
 /*
  * Rotates the file if it is still the one behind the path and has reached its limit; else follows. Does nothing if
- * another process is at it. Owner only.
+ * another process is at it, and does not ask again for some milliseconds. Owner only.
+ *   nnow  LOG_RECORD.nnow
  * Result: 0, or the errno for which it could not be rotated.
  */
-int log_file_rotate(LOG_FILE* pfile);
+int log_file_rotate(LOG_FILE* pfile, int64_t nnow);
+
+/*
+ * Removes the older files that a larger number of them left behind, up to the first gap.
+ */
+void log_file_prune(const LOG_FILE* pfile);
+
+/*
+ * Tells whether an interval has passed.
+ *   nlast, nnow, ninterval  nanoseconds
+ */
+static inline bool log_file_isdue(const std::atomic<int64_t>& nlast, int64_t nnow, int64_t ninterval)
+{
+    const int64_t npassed = nnow - nlast.load(std::memory_order_relaxed);
+
+    return npassed >= ninterval || npassed < 0; /* less than nothing: the clock was set back */
+}
 
 #endif

@@ -5,7 +5,6 @@
 
 #include <cstring>
 
-static constexpr char ghexlower[] = "0123456789abcdef";
 static constexpr char ghexupper[] = "0123456789ABCDEF";
 
 /*
@@ -13,7 +12,7 @@ static constexpr char ghexupper[] = "0123456789ABCDEF";
  */
 typedef struct {
     va_list pargs;
-} LOG_ARGS, *PLOG_ARGS;
+} LOG_ARGS;
 
 /*
  * One conversion of a format.
@@ -24,7 +23,7 @@ typedef struct {
     int nprecision; /* -1: none */
     int nlength;    /* -2: hh, -1: h, 0: none, 1 and more: as wide as long */
     char ctype;
-} LOG_CONVERSION, *PLOG_CONVERSION;
+} LOG_CONVERSION;
 
 static_assert(sizeof(long) == sizeof(intmax_t) && sizeof(long) == sizeof(size_t) && sizeof(long) == sizeof(void*),
               "one argument type serves the lengths l, ll, j, z and t");
@@ -118,7 +117,7 @@ static void log_put_number(LOG_TEXT* ptext, const LOG_CONVERSION* pconv, const c
 {
     char szdigits[24];
     char* pend = szdigits + sizeof(szdigits);
-    char* pfirst = log_text_digits(pend, nvalue, nbase, pconv->ctype == 'X' ? ghexupper : ghexlower);
+    char* pfirst = log_text_digits(pend, nvalue, nbase, pconv->ctype == 'X' ? ghexupper : gloghexlower);
     const int nprefix = static_cast<int>(strlen(pprefix));
     int ndigits = 0;
     int nzeros = 0;

@@ -81,10 +81,23 @@ void log_record_time(LOG_TEXT* ptext, const LOG_RECORD* precord)
     log_text_raw(ptext, sztime, sizeof(sztime) - 1);
 }
 
+/*
+ * Adds a word, which a blank in it must not make two of, and which must not be missing.
+ */
 static void log_record_word(LOG_TEXT* ptext, const char* pword)
 {
-    pword = pword != nullptr ? pword : "-";
-    log_text_put(ptext, pword, strnlen(pword, LOG_LINE_LEN));
+    const char* pblank = nullptr;
+    size_t nlength = 0;
+
+    pword = pword != nullptr && pword[0] != '\0' ? pword : "-";
+    nlength = strnlen(pword, LOG_LINE_LEN);
+    while ((pblank = static_cast<const char*>(memchr(pword, ' ', nlength))) != nullptr) {
+        log_text_put(ptext, pword, static_cast<size_t>(pblank - pword));
+        log_text_raw(ptext, "\\x20", 4);
+        nlength -= static_cast<size_t>(pblank + 1 - pword);
+        pword = pblank + 1;
+    }
+    log_text_put(ptext, pword, nlength);
 }
 
 static void log_record_level(LOG_TEXT* ptext, int nlevel)

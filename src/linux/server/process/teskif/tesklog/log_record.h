@@ -16,7 +16,7 @@ typedef struct {
     unsigned nyear, nmonth, nday; /* month and day from 1 */
     unsigned nhour, nminute, nsecond, nmicro;
     int nzone; /* minutes east of UTC */
-} LOG_TIME, *PLOG_TIME;
+} LOG_TIME;
 
 typedef struct {
     const char* pident;
@@ -28,7 +28,7 @@ typedef struct {
     int64_t nnow; /* nanoseconds since 1970; the system's clock, which may be set back */
     LOG_TIME time;
     LOG_SELF self;
-} LOG_RECORD, *PLOG_RECORD;
+} LOG_RECORD;
 
 /*
  * Fills in when a record is made and by whom.
@@ -43,7 +43,7 @@ void log_record_time(LOG_TEXT* ptext, const LOG_RECORD* precord);
 
 /*
  * Adds what stands before the text of a line: time, level word, process/thread, ident, function and file:line, each
- * followed by one blank.
+ * followed by one blank and with none in itself.
  */
 void log_record_head(LOG_TEXT* ptext, const LOG_RECORD* precord);
 

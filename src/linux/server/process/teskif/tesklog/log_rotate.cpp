@@ -6,12 +6,19 @@
 #include "log_file.h"
 
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <unistd.h>
 
 enum __log_rotate_length__ { LOG_NAME_LEN = LOG_PATH_LEN + 32 }; /* a path with a suffix */
+
+/*
+ * Nanoseconds without another try for the lock after it was taken; a rotation is done in less. The file is followed all
+ * the same, so whoever finds a new one forgets the wait.
+ */
+static constexpr int64_t gbusyinterval = 2000000;
 
 /*
  * Makes the path of an older file.
@@ -56,20 +63,31 @@ static int log_generation_shift(const LOG_FILE* pfile, int ngeneration)
     return nrenamed == 0 || errno == ENOENT ? 0 : errno;
 }
 
+static int log_generation_remove(const LOG_FILE* pfile, int ngeneration)
+{
+    char szname[LOG_NAME_LEN];
+
+    return unlink(log_generation_path(pfile, ngeneration, szname)) == 0 || errno == ENOENT ? 0 : errno;
+}
+
 /*
- * Moves the generations up to the first free number by one. If none is free, the oldest is removed.
+ * Moves the generations up to the first free number by one. If none is free, the oldest is removed; where that is not a
+ * file, the oldest below it.
  */
 static int log_generations_shift(const LOG_FILE* pfile)
 {
-    char szoldest[LOG_NAME_LEN];
     int nfree = 1;
     int ncode = 0;
 
     while (nfree < pfile->ngenerations && log_generation_exists(pfile, nfree)) {
         nfree++;
     }
-    if (nfree == pfile->ngenerations && unlink(log_generation_path(pfile, nfree, szoldest)) != 0 && errno != ENOENT) {
-        ncode = errno;
+    if (nfree == pfile->ngenerations) {
+        ncode = log_generation_remove(pfile, nfree);
+    }
+    while (ncode != 0 && nfree > 1) {
+        nfree--;
+        ncode = log_generation_remove(pfile, nfree);
     }
     for (; nfree > 0 && ncode == 0; nfree--) {
         ncode = log_generation_shift(pfile, nfree - 1);
@@ -115,7 +133,7 @@ static void log_rotate_unlock(LOG_FILE* pfile)
     }
 }
 
-int log_file_rotate(LOG_FILE* pfile)
+int log_file_rotate(LOG_FILE* pfile, int64_t nnow)
 {
     struct stat own = {};
     int ncode = log_file_follow(pfile);
@@ -123,7 +141,13 @@ int log_file_rotate(LOG_FILE* pfile)
     if (ncode != 0 || fstat(pfile->nfd, &own) != 0 || own.st_size < pfile->nlimit) {
         goto monp_exit_func; /* it was rotated already, and the file we write to now is another */
     }
+    if (!log_file_isdue(pfile->nbusy, nnow, gbusyinterval)) {
+        goto monp_exit_func;
+    }
     ncode = log_rotate_lock(pfile);
+    if (ncode == EWOULDBLOCK) {
+        pfile->nbusy = nnow;
+    }
     if (ncode == 0 && log_file_iscurrent(pfile)) {
         ncode = log_generations_shift(pfile);
     }
@@ -135,4 +159,14 @@ int log_file_rotate(LOG_FILE* pfile)
 
 monp_exit_func:
     return ncode;
+}
+
+void log_file_prune(const LOG_FILE* pfile)
+{
+    char szname[LOG_NAME_LEN];
+    int64_t ngeneration = static_cast<int64_t>(pfile->ngenerations) + 1;
+
+    while (ngeneration <= INT_MAX && unlink(log_generation_path(pfile, static_cast<int>(ngeneration), szname)) == 0) {
+        ngeneration++;
+    }
 }

@@ -12,12 +12,12 @@
 typedef struct {
     std::atomic<unsigned> nepoch; /* 0: nothing is remembered */
     std::atomic<pid_t> npid;
-} LOG_PROCESS, *PLOG_PROCESS;
+} LOG_PROCESS;
 
 typedef struct {
     std::atomic<unsigned> nepoch;
     std::atomic<pid_t> ntid;
-} LOG_THREAD, *PLOG_THREAD;
+} LOG_THREAD;
 
 static LOG_PROCESS gunwiped; /* in use as long as there is no page that is emptied */
 static std::atomic<LOG_PROCESS*> gpprocess = &gunwiped;

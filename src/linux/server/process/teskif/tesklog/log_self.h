@@ -10,7 +10,7 @@ typedef struct {
     pid_t npid;
     pid_t ntid;
     unsigned nepoch; /* tells a process from the one that forked it, even if both have the same number: never 0 */
-} LOG_SELF, *PLOG_SELF;
+} LOG_SELF;
 
 /*
  * Prepares the operation below; before it has run, that one makes a system call each time. May be called again.

@@ -9,8 +9,6 @@
 static constexpr char gcutmark[] = "...[cut]";
 static constexpr size_t gtailroom = sizeof(gcutmark) - 1 + 8 + 1; /* mark, end and NUL */
 
-static constexpr char ghexlower[] = "0123456789abcdef";
-
 void log_text_open(LOG_TEXT* ptext, char* parray, size_t nsize, int nescape)
 {
     ptext->ptext = parray;
@@ -31,8 +29,7 @@ void log_text_raw(LOG_TEXT* ptext, const char* pbytes, size_t nbytes)
 }
 
 /*
- * Length of the well-formed UTF-8 sequence of two or more bytes at the start of pbytes; 0 if there is none, or if it is
- * a control character (U+0080 to U+009F), which a terminal would obey.
+ * Length of the well-formed UTF-8 sequence of two or more bytes at the start of pbytes; 0 if there is none.
  */
 static size_t log_utf8_length(const unsigned char* pbytes, size_t nbytes)
 {
@@ -40,9 +37,9 @@ static size_t log_utf8_length(const unsigned char* pbytes, size_t nbytes)
         unsigned char nfirst, nlast, nlow, nhigh; /* range of the first byte and of the second */
         unsigned char nlength;
     } gforms[] = {
-        { 0xc2, 0xc2, 0xa0, 0xbf, 2 }, { 0xc3, 0xdf, 0x80, 0xbf, 2 }, { 0xe0, 0xe0, 0xa0, 0xbf, 3 },
-        { 0xe1, 0xec, 0x80, 0xbf, 3 }, { 0xed, 0xed, 0x80, 0x9f, 3 }, { 0xee, 0xef, 0x80, 0xbf, 3 },
-        { 0xf0, 0xf0, 0x90, 0xbf, 4 }, { 0xf1, 0xf3, 0x80, 0xbf, 4 }, { 0xf4, 0xf4, 0x80, 0x8f, 4 },
+        { 0xc2, 0xdf, 0x80, 0xbf, 2 }, { 0xe0, 0xe0, 0xa0, 0xbf, 3 }, { 0xe1, 0xec, 0x80, 0xbf, 3 },
+        { 0xed, 0xed, 0x80, 0x9f, 3 }, { 0xee, 0xef, 0x80, 0xbf, 3 }, { 0xf0, 0xf0, 0x90, 0xbf, 4 },
+        { 0xf1, 0xf3, 0x80, 0xbf, 4 }, { 0xf4, 0xf4, 0x80, 0x8f, 4 },
     };
     size_t nlength = 0;
     size_t ninx = 0;
@@ -62,36 +59,58 @@ static size_t log_utf8_length(const unsigned char* pbytes, size_t nbytes)
 }
 
 /*
- * Adds the byte at the start of pbytes, which is not a plain one, or the character that begins with it.
+ * Number of the control character of several bytes at the start of pbytes; 0 if there is none. U+0080 to U+009F are
+ * obeyed by terminals; U+2028 and U+2029 end a line for many programs.
+ *   nlength  length of the sequence, as above
+ */
+static unsigned log_utf8_control(const unsigned char* pbytes, size_t nlength)
+{
+    unsigned ncontrol = 0;
+
+    if (nlength == 2 && pbytes[0] == 0xc2 && pbytes[1] < 0xa0) {
+        ncontrol = pbytes[1];
+    } else if (nlength == 3 && pbytes[0] == 0xe2 && pbytes[1] == 0x80 && (pbytes[2] == 0xa8 || pbytes[2] == 0xa9)) {
+        ncontrol = 0x2000U | (pbytes[2] & 0x3fU);
+    }
+    return ncontrol;
+}
+
+/*
+ * Adds the byte at the start of pbytes, which is not a plain one, or the character that begins with it. In a line, a
+ * control character of several bytes is escaped byte by byte: without the first one, the others are none.
  * Result: bytes consumed, at least 1. Out of line, so that a plain text does not pay for its variables.
  */
 static __attribute__((noinline)) size_t log_text_escape(LOG_TEXT* ptext, const unsigned char* pbytes, size_t nbytes)
 {
     static constexpr char gnamed[] = "\n\r\t\\\"";
     static constexpr char gnames[] = "nrt\\\"";
+    static constexpr unsigned greplacement = 0xfffd;
     const bool bjson = ptext->nescape == LOG_ESC_JSON;
     const char* pnamed = pbytes[0] != '\0' ? strchr(gnamed, pbytes[0]) : nullptr;
     size_t nused = log_utf8_length(pbytes, nbytes);
-    char szescape[8] = "\\x";
+    const unsigned ncontrol = log_utf8_control(pbytes, nused);
+    unsigned nvalue = pbytes[0];
+    char szescape[8] = "\\";
     size_t nescape = 2;
+    int nshift = bjson ? 12 : 4;
 
-    if (nused > 0) {
+    if (nused > 0 && ncontrol == 0) {
         log_text_raw(ptext, reinterpret_cast<const char*>(pbytes), nused);
         goto monp_exit_func;
     }
-    nused = 1;
+    if (bjson && ncontrol != 0) {
+        nvalue = ncontrol;
+    } else {
+        nvalue = bjson && nvalue >= 0x80 ? greplacement : nvalue;
+        nused = 1;
+    }
+    szescape[1] = bjson ? 'u' : 'x';
     if (pnamed != nullptr) {
         szescape[1] = gnames[pnamed - gnamed];
-    } else if (bjson && pbytes[0] >= 0x80) {
-        strcpy(szescape, "\\ufffd");
-        nescape = 6;
-    } else {
-        if (bjson) {
-            strcpy(szescape, "\\u00");
-            nescape = 4;
-        }
-        szescape[nescape++] = ghexlower[pbytes[0] >> 4];
-        szescape[nescape++] = ghexlower[pbytes[0] & 0x0f];
+        nshift = -1;
+    }
+    for (; nshift >= 0; nshift -= 4) {
+        szescape[nescape++] = gloghexlower[(nvalue >> nshift) & 0x0f];
     }
     log_text_raw(ptext, szescape, nescape);
 
@@ -126,6 +145,19 @@ static inline bool log_areplain(uint64_t nbytes, int nescape)
 }
 
 /*
+ * Where to cut a text, at nend at the latest, so that no character is torn. What is not UTF-8 is cut anywhere.
+ */
+static size_t log_utf8_floor(const unsigned char* pbytes, size_t nend)
+{
+    const size_t nfirst = nend > 3 ? nend - 3 : 0;
+
+    while (nend > nfirst && (pbytes[nend] & 0xc0) == 0x80) {
+        nend--;
+    }
+    return nend;
+}
+
+/*
  * Adds the plain bytes that pbytes begins with, as many as there is room for.
  * Result: bytes consumed.
  */
@@ -149,8 +181,11 @@ static size_t log_text_plain(LOG_TEXT* ptext, const unsigned char* pbytes, size_
         ptarget[ninx] = static_cast<char>(pbytes[ninx]);
         ninx++;
     }
-    ptext->nlen += ninx;
     ptext->bcut = ninx == nroom && ninx < nbytes;
+    if (ptext->bcut && nescape == LOG_ESC_NONE) {
+        ninx = log_utf8_floor(pbytes, ninx);
+    }
+    ptext->nlen += ninx;
     return ninx;
 }
 
@@ -189,7 +224,7 @@ void log_text_number(LOG_TEXT* ptext, unsigned long nvalue, int ndigits)
 {
     char szdigits[24];
     char* pend = szdigits + sizeof(szdigits);
-    char* pfirst = log_text_digits(pend, nvalue, 10, ghexlower);
+    char* pfirst = log_text_digits(pend, nvalue, 10, gloghexlower);
 
     while (pend - pfirst < ndigits) {
         *--pfirst = '0';

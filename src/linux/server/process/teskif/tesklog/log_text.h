@@ -22,7 +22,8 @@ enum __log_length_value__ {
  */
 enum __log_escape_value__ {
     LOG_ESC_NONE = 0, /* as it is: paths, and texts that are escaped later */
-    LOG_ESC_LINE = 1, /* \n \r \t \\, and \xNN for every other control character and for what is not UTF-8 */
+    LOG_ESC_LINE = 1, /* \n \r \t \\, and \xNN for every other control character, for U+2028 and U+2029, which end a
+                         line, too, and for what is not UTF-8 */
     LOG_ESC_JSON = 2  /* as the inside of a JSON string; what is not UTF-8 becomes U+FFFD */
 };
 
@@ -36,7 +37,7 @@ typedef struct {
     size_t nlimit; /* bytes that may be used by values; the array has room for a mark, a line end and a NUL behind */
     int nescape;   /* __log_escape_value__ */
     bool bcut;
-} LOG_TEXT, *PLOG_TEXT;
+} LOG_TEXT;
 
 /*
  * Starts an empty text.
@@ -72,6 +73,11 @@ void log_text_put(LOG_TEXT* ptext, const char* pbytes, size_t nbytes);
  * Adds a number in decimal, filled up with zeros to at least ndigits.
  */
 void log_text_number(LOG_TEXT* ptext, unsigned long nvalue, int ndigits);
+
+/*
+ * Digits for the operation below and for escapes.
+ */
+inline constexpr char gloghexlower[] = "0123456789abcdef";
 
 /*
  * Writes the digits of a number to the left of pend, which needs room for 24 of them.

@@ -26,14 +26,14 @@ enum __tesklog_limit__ {
 typedef struct {
     std::atomic<bool> btaken;     /* from log_init until the last one has left */
     std::atomic<uintptr_t> nopen; /* number of the opening; 0: closed */
-    std::atomic<int> nlevel;
-    std::atomic<int> nusers; /* one for the open log, one for each writer in it; 0: nobody may enter */
-    uintptr_t nopenings;     /* so far; changed by who has taken the slot */
-    int nzone;               /* minutes east of UTC */
+    std::atomic<int64_t> nlevel;  /* wider than a record's, to have a value below all of them */
+    std::atomic<int> nusers;      /* one for the open log, one for each writer in it; 0: nobody may enter */
+    uintptr_t nopenings;          /* so far; changed by who has taken the slot */
+    int nzone;                    /* minutes east of UTC */
     char szident[TESKLOG_IDENT_LEN];
     LOG_FILE log;
     LOG_FILE events;
-} LOG_SLOT, *PLOG_SLOT;
+} LOG_SLOT;
 
 /* constant, as an initialiser that runs could undo a log_init made by another library's */
 static constinit LOG_SLOT gslots[TESKLOG_SLOTS] = {};
@@ -84,14 +84,23 @@ static LOG_SLOT* log_slot_take()
     return ptaken;
 }
 
+static void log_slot_close(LOG_SLOT* pslot)
+{
+    LOG_RECORD last = {};
+
+    last.pident = pslot->szident;
+    log_record_stamp(&last, pslot->nzone);
+    log_file_close(&pslot->log, &last);
+    log_file_close(&pslot->events, &last);
+}
+
 /*
  * Leaves a slot; the last one closes it and gives it back.
  */
 static void log_slot_leave(LOG_SLOT* pslot)
 {
     if (pslot->nusers.fetch_sub(1, std::memory_order_acq_rel) == 1) {
-        log_file_close(&pslot->log);
-        log_file_close(&pslot->events);
+        log_slot_close(pslot);
         pslot->btaken.store(false, std::memory_order_release);
     }
 }
@@ -127,6 +136,21 @@ static bool log_ident_isvalid(const char* pident)
     return nlength > 0 && nlength < TESKLOG_IDENT_LEN && pident[0] != '.' && strspn(pident, gallowed) == nlength;
 }
 
+/*
+ * The highest level of a record to be kept, from the configured one.
+ */
+static int64_t log_level(int nlevel)
+{
+    int64_t nhighest = nlevel;
+
+    if (nlevel == 0) {
+        nhighest = TESKLOG_DEF_LEVEL;
+    } else if (nlevel < 0) {
+        nhighest = INT64_MIN;
+    }
+    return nhighest;
+}
+
 static int log_zone()
 {
     const time_t nnow = time(nullptr);
@@ -152,8 +176,8 @@ static void log_notice(LOG_TEXT* ptext, const LOG_RECORD* precord, unsigned long
 }
 
 /*
- * Prepares the two files of a slot and opens them. Without the events file the log is open all the same; the events
- * are tried again one by one.
+ * Prepares the two files of a slot and opens them. Without them the log is open all the same: what keeps them from
+ * being opened now may be over soon, so the records try again. Only a path that is too long will never be opened.
  */
 static int log_slot_open(LOG_SLOT* pslot, off_t nsize, int ngenerations)
 {
@@ -176,7 +200,7 @@ static int log_slot_open(LOG_SLOT* pslot, off_t nsize, int ngenerations)
     }
     if (ncode == 0) {
         log_self_get(&self);
-        ncode = log_file_open(&pslot->log, &self);
+        ncode = log_file_open(&pslot->log, &self) == ENAMETOOLONG ? ENAMETOOLONG : 0;
     }
     if (ncode == 0) {
         log_file_open(&pslot->events, &self);
@@ -207,7 +231,7 @@ int log_init(const char* ident, void** handle, int level, int size, int generati
     size = size < TESKLOG_MIN_SIZE ? TESKLOG_MIN_SIZE : size;
     memcpy(pslot->szident, ident, strlen(ident) + 1);
     pslot->nzone = log_zone();
-    pslot->nlevel.store(level == 0 ? TESKLOG_DEF_LEVEL : level, std::memory_order_relaxed);
+    pslot->nlevel.store(log_level(level), std::memory_order_relaxed);
     ncode = log_slot_open(pslot, size, generations <= 0 ? TESKLOG_DEF_GENERATIONS : generations);
     if (ncode != 0) {
         goto monp_exit_release;
@@ -228,11 +252,13 @@ void log_term(void* handle)
 {
     LOG_SLOT* pslot = log_handle_slot(handle);
     uintptr_t nopening = log_handle_opening(handle);
+    const int nerror = errno;
 
     /* of two that close the same handle, one closes it */
     if (nopening != 0 && pslot != nullptr && pslot->nopen.compare_exchange_strong(nopening, 0)) {
         log_slot_leave(pslot);
     }
+    errno = nerror;
 }
 
 /* ---------------------------------------------------------------- writing ---- */

@@ -31,7 +31,7 @@ static int teskxml_missing(const char* pargument)
 
 static int teskxml_checkname(const char* pname)
 {
-    static constexpr char szallowed[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_-";
+    static constexpr char gallowed[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_-";
     int nfuncret = TESKXML_RET_SUCCESS;
     size_t nlen = 0;
 
@@ -40,7 +40,7 @@ static int teskxml_checkname(const char* pname)
         goto monp_exit_func;
     }
     nlen = strnlen(pname, TESKXML_MAX_NAME + 1);
-    if (nlen == 0 || nlen > TESKXML_MAX_NAME || strspn(pname, szallowed) != nlen) {
+    if (nlen == 0 || nlen > TESKXML_MAX_NAME || strspn(pname, gallowed) != nlen) {
         nfuncret = teskxml_fail(TESKXML_RET_FAIL_NAME, nullptr, 0, 0,
                                 "\"%s\" is no section's name: 1 to %d of A-Z, a-z, 0-9, \"_\" and \"-\"",
                                 teskxml_shown(pname).text, TESKXML_MAX_NAME);
