@@ -55,7 +55,7 @@ monp_loop.cpp | start request. (type=%s)", gmonpparam.type | start request. (typ
 monp_loop.cpp | prun->nstat == 0 || gmonpparam.action == MONP_ACT_NONE || | prun->nstat == 0 ||
 monp_loop.cpp | MONP_EVENT(MONP_EVTID_FAIL_INIT, | MONP_EVENT(MONP_EVTID_FAIL_MON,
 monp_loop.cpp | ACT_RESTART, gmonpmonpol.type, prun->nstat | ACT_RESTART, gmonpmonpol.type, prun->npid
-monp_recover.cpp |     MONP_EVTID_FAIL_HALT_SYSTEM, |     MONP_EVTID_FAIL_REBOOT_SYSTEM,
+monp_recover.cpp | MONP_EVTID_FAIL_HALT_SYSTEM, | MONP_EVTID_FAIL_REBOOT_SYSTEM,
 monp_recover.cpp | pcmdline, nstat, errno); | pcmdline, nret, errno);
 monp_recover.cpp |     errno = 0; |     ;
 monp_recover.cpp | if (WTERMSIG(nret) != 0) { | if (nret < 0) {
