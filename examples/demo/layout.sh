@@ -38,7 +38,7 @@ copy_program()
 # Each service gets a copy of its own: the monitor recognises a running service by its executable.
 copy_programs()
 {
-    for program in monp sample_collect sample_redact sample_cl sample_down; do
+    for program in monp monpctl sample_collect sample_redact sample_cl sample_down; do
         copy_program "bin/$program" "bin/$program"
     done
     for service in $services; do

@@ -4,11 +4,23 @@
 #ifndef MONPCTL_COMMANDS_H
 #define MONPCTL_COMMANDS_H
 
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 namespace monpctl {
+
+/*
+ * Exit statuses.
+ */
+enum Exit {
+    EXIT_DONE = 0,   /* done; of status: running */
+    EXIT_FAILED = 1, /* not done, or a check found what would end a monitor; of status: dead, its lock file was left */
+    EXIT_USAGE = 2,  /* the command line is wrong */
+    EXIT_DOWN = 3, /* of status and start: the service is not up; of stop: something survived; of reload: no monitor */
+    EXIT_UNKNOWN = 4 /* of status: cannot be told */
+};
 
 /*
  * What the command line asks for cannot be done; the text is one sentence for the operator.
@@ -49,6 +61,52 @@ struct LogOptions {
     std::string level;
 };
 int log(const LogOptions& given);
+
+/*
+ * Prints what the monitors do, as a table or as JSON; of one type, or all monitors and those that have died.
+ * Result: EXIT_DONE, EXIT_FAILED, EXIT_DOWN or EXIT_UNKNOWN; of several the worst, EXIT_UNKNOWN being worse than
+ * EXIT_FAILED and that worse than EXIT_DOWN.
+ */
+struct StatusOptions {
+    std::string type;
+    bool json = false;
+};
+int status(const StatusOptions& given);
+
+/*
+ * Starts a monitor, or has a waiting one start its service, and waits until the service is up or will not be.
+ *   wait     seconds at most; without a value as many as the policy grants the service, and some
+ *   options  of the monitor's command line
+ * Result: EXIT_DONE, EXIT_FAILED for a policy or options that no monitor would run with, or EXIT_DOWN.
+ */
+struct StartOptions {
+    std::string type;
+    std::optional<int> wait;
+    std::vector<std::string> options;
+};
+int start(const StartOptions& given);
+
+/*
+ * Ends a monitor and its service.
+ *   wait  seconds at most; without a value as many as the policy grants the service, and some
+ *   yes   do not ask when that may halt or reboot the node
+ * Result: EXIT_DONE, also if there was none, EXIT_FAILED when it was refused, or EXIT_DOWN.
+ */
+struct StopOptions {
+    std::string type;
+    std::optional<int> wait;
+    bool yes = false;
+};
+int stop(const StopOptions& given);
+
+/*
+ * Has a monitor read its policy again, if that is one it can run with.
+ * Result: EXIT_DONE, EXIT_FAILED when it was refused or the monitor has ended on it, or EXIT_DOWN.
+ */
+struct ReloadOptions {
+    std::string type;
+};
+int reload(const ReloadOptions& given);
 
 } // namespace monpctl
 

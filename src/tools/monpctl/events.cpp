@@ -86,19 +86,6 @@ std::optional<Event> EventReader::read(const std::string& line)
     return event;
 }
 
-std::vector<Event> read_events(const std::string& type)
-{
-    EventReader reader(type);
-    std::vector<Event> events;
-
-    for_each_line(events_file(), true, false, false, [&](const std::string& line) {
-        if (auto event = reader.read(line)) {
-            events.push_back(std::move(*event));
-        }
-    });
-    return events;
-}
-
 int events(const EventsOptions& given)
 {
     if (!given.type.empty()) {

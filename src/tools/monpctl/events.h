@@ -43,11 +43,6 @@ private:
     std::map<pid_t, std::string> last_; /* the type that each monitor has named last */
 };
 
-/*
- * Every event of a type that the files still have, oldest first.
- */
-std::vector<Event> read_events(const std::string& type);
-
 } // namespace monpctl
 
 #endif

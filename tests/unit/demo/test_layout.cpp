@@ -49,7 +49,7 @@ protected:
             GTEST_SKIP() << "the installation has to belong to root";
         }
         sh("mkdir -p build/bin build/lib; cp built/sample_* build/bin");
-        sh("touch build/bin/monp build/lib/libtesklog.so.1.0 build/lib/libteskxml.so.1.0");
+        sh("touch build/bin/monp build/bin/monpctl build/lib/libtesklog.so.1.0 build/lib/libteskxml.so.1.0");
     }
     std::string value(const std::string& section, const std::string& key) const
     {

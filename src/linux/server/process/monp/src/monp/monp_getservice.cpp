@@ -8,6 +8,7 @@
 #include <climits>
 #include <cstdlib>
 #include <cstring>
+#include <malloc.h>
 #include <unistd.h>
 
 int free_scandir(struct dirent** pplist, int nproc)
@@ -119,6 +120,8 @@ int monp_getservice(char* checkpath, pid_t* pid)
         }
     }
     free_scandir(pplist, nproc);
+    /* The list was as long as the system had processes, and the monitor now sleeps for months. */
+    malloc_trim(0);
 
     if (*pid > 0) {
         nfuncret = MONP_RET_SUCCESS;

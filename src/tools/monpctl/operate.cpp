@@ -1,0 +1,47 @@
+/*
+ * Who may operate, and how the commands speak.
+ */
+#include "operate.h"
+
+#include "commands.h"
+
+#include <iostream>
+#include <unistd.h>
+
+namespace monpctl {
+
+void require_operator(const std::string& type)
+{
+    if (geteuid() != 0) {
+        throw std::runtime_error("only root may start, stop or reload a monitor");
+    }
+    require_known(type);
+}
+
+void say(const std::string& type, const std::string& sentence)
+{
+    std::cout << type << ": " << sentence << ".\n" << std::flush;
+}
+
+void complain(const std::string& type, const std::string& sentence)
+{
+    std::cerr << "monpctl: " << type << ": " << sentence << ".\n";
+}
+
+void show_lines(const std::vector<std::string>& lines)
+{
+    for (const auto& line : lines) {
+        std::cerr << "    " << line << '\n';
+    }
+}
+
+void show_errors(const std::vector<Problem>& problems)
+{
+    for (const auto& problem : problems) {
+        if (problem.severity == Severity::error) {
+            std::cerr << problem.where << ": " << problem.sentence << '\n';
+        }
+    }
+}
+
+} // namespace monpctl

@@ -1,0 +1,39 @@
+/*
+ * What the commands that change something share.
+ */
+#ifndef MONPCTL_OPERATE_H
+#define MONPCTL_OPERATE_H
+
+#include "monitor.h"
+
+#include <string>
+#include <vector>
+
+namespace monpctl {
+
+/* Between two looks at the machine. */
+constexpr auto LOOK_PAUSE = std::chrono::milliseconds(200);
+
+using Clock = std::chrono::steady_clock;
+
+/*
+ * Throws a runtime_error for anybody but root, and a Refusal for a type that is not known.
+ */
+void require_operator(const std::string& type);
+
+/*
+ * Prints a sentence about a type, without its full stop: a result to the standard output, a warning or an error to the
+ * standard error.
+ */
+void say(const std::string& type, const std::string& sentence);
+void complain(const std::string& type, const std::string& sentence);
+
+/*
+ * Prints lines of the log, or problems of a policy that end a monitor, to the standard error.
+ */
+void show_lines(const std::vector<std::string>& lines);
+void show_errors(const std::vector<Problem>& problems);
+
+} // namespace monpctl
+
+#endif

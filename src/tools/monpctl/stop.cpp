@@ -1,0 +1,230 @@
+/*
+ * The command "stop".
+ */
+#include "commands.h"
+#include "operate.h"
+
+#include "monp.h"
+
+#include <algorithm>
+#include <csignal>
+#include <filesystem>
+#include <iostream>
+#include <memory>
+#include <unistd.h>
+
+namespace fs = std::filesystem;
+
+namespace monpctl {
+
+namespace {
+
+/* Added to what the policy grants the service, and the whole limit when the policy sets none. */
+constexpr int SPARE_SECONDS = 10;
+constexpr int UNLIMITED_SECONDS = 60;
+
+/* Between two end requests, and until a killed service is gone. */
+constexpr auto REQUEST_PAUSE = std::chrono::seconds(1);
+constexpr auto KILL_LIMIT = std::chrono::seconds(3);
+
+/*
+ * Whether a monitor may have read another action than the policy has now. One given on its command line is its own.
+ */
+bool action_in_doubt(const Report& report)
+{
+    const auto& explained = report.settings.explained;
+    const std::string key = "monp/service/" + report.type + "/action";
+    std::error_code error;
+
+    const bool given = std::any_of(explained.begin(), explained.end(),
+                                   [&](const Setting& one) { return one.name == key && one.source == "command line"; });
+    if (given) {
+        return false;
+    }
+    const auto changed = fs::last_write_time(home() + "/etc/policy/monp.xml", error);
+    return error || !report.settings.usable() ||
+           fs::file_time_type::clock::to_sys(changed) > report.monitor->process.since();
+}
+
+/*
+ * Why the node may go down with a service; empty if it will not. A monitor that waits has no service to end.
+ */
+std::string danger(const Report& report)
+{
+    const int action = report.settings.action;
+    const bool drastic = action == MONP_ACT_OS_HALT || action == MONP_ACT_OS_REBOOT;
+
+    if (report.state == State::waiting) {
+        return "";
+    }
+    if (!drastic && action_in_doubt(report)) {
+        return "this may halt or reboot the node, as the policy was changed after the monitor had read its action";
+    }
+    if (!drastic) {
+        return "";
+    }
+    const std::string handler =
+        report.service && report.service->dies_of(SIGUSR1) ? " (it has no handler for it, so it will)" : "";
+    return "this may " + action_text(action) + ", as the monitor does when the service dies of its exit signal" +
+           handler + ", has to be killed, or ends with a status other than 0";
+}
+
+bool confirmed(const StopOptions& given, const Report& report)
+{
+    const std::string reason = danger(report);
+    std::string answer;
+
+    if (reason.empty() || given.yes) {
+        return true;
+    }
+    complain(given.type, "warning: " + reason);
+    if (isatty(STDIN_FILENO) == 0 || isatty(STDERR_FILENO) == 0) {
+        complain(given.type, "not stopped; --yes stops it all the same");
+        return false;
+    }
+    std::cerr << "Stop " << given.type << " all the same? [y/N] " << std::flush;
+    std::getline(std::cin, answer);
+    return answer == "y" || answer == "Y" || answer == "yes";
+}
+
+/*
+ * What a service without a handler makes of an end request.
+ */
+void warn_of_recovery(const Report& report)
+{
+    if (!report.service || !report.service->dies_of(SIGUSR1)) {
+        return;
+    }
+    if (report.settings.action == MONP_ACT_RESTART || report.settings.action == MONP_ACT_STOP_CLSDAEMON) {
+        complain(report.type, "warning: the service has no handler for its exit signal, so the monitor takes its end "
+                              "for a failure, and will " +
+                                  action_text(report.settings.action));
+    }
+}
+
+/*
+ * A process that was seen, held until it has ended.
+ */
+struct Held {
+    Process process;
+    std::unique_ptr<Handle> handle;
+};
+
+void hold(std::vector<Held>& held, const Process& process)
+{
+    const bool known =
+        std::any_of(held.begin(), held.end(), [&](const Held& one) { return one.process.same(process); });
+
+    if (!known) {
+        held.push_back({ process, std::make_unique<Handle>(process) });
+    }
+}
+
+/*
+ * Asks every monitor of the type to end, again each second: a request that comes in the middle of a restart is
+ * forgotten. One that has no handlers yet would be killed by it, and is waited for.
+ * Result: what is left of the monitors at the limit.
+ */
+std::vector<Report> request_end(const std::string& type, Clock::time_point limit, std::vector<Held>& services)
+{
+    Observer observer;
+
+    for (;;) {
+        auto reports = observer.look(type);
+        std::erase_if(reports, [](const Report& report) { return !report.monitor; });
+        for (const auto& report : reports) {
+            if (report.service) {
+                hold(services, *report.service);
+            }
+            const Handle monitor(report.monitor->process);
+            if (report.monitor->set_up) {
+                monitor.signal(SIGUSR2);
+            }
+        }
+        if (reports.empty() || Clock::now() > limit) {
+            return reports;
+        }
+        /* Whichever ends first may be the last. */
+        static_cast<void>(Handle(reports.front().monitor->process).ended(std::chrono::milliseconds(REQUEST_PAUSE)));
+    }
+}
+
+/*
+ * What can be done about a service that has outlived its monitor.
+ */
+std::string way_out(const Process& service)
+{
+    return service.replaced() ? "no monitor takes it over, as its program was replaced on disk"
+                              : "a start takes it over, and the next stop then ends it";
+}
+
+/*
+ * Names each process that has outlived the stop.
+ * Result: whether there was none.
+ */
+bool name_survivors(const std::string& type, const std::vector<Report>& monitors, const std::vector<Held>& services)
+{
+    const auto limit = Clock::now() + (monitors.empty() ? KILL_LIMIT : std::chrono::seconds(0));
+    std::map<pid_t, Process> survivors;
+
+    for (const auto& report : monitors) {
+        complain(type, "its monitor, process " + std::to_string(report.monitor->process.pid) + ", is still " +
+                           word(report.state));
+    }
+    for (const auto& service : services) {
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(limit - Clock::now());
+        if (!service.handle->ended(std::max(left, std::chrono::milliseconds(0)))) {
+            survivors[service.process.pid] = service.process;
+        }
+    }
+    for (const auto& report : Observer().look(type)) {
+        for (const auto& copy : report.copies) {
+            survivors[copy.pid] = copy;
+        }
+    }
+    for (const auto& [pid, service] : survivors) {
+        complain(type, "its service, process " + std::to_string(pid) + ", survives" +
+                           (monitors.empty() ? "; " + way_out(service) : ""));
+    }
+    return monitors.empty() && survivors.empty();
+}
+
+int default_seconds(const Settings& settings)
+{
+    return settings.wait_seconds > 0 ? settings.init_seconds + settings.wait_seconds + SPARE_SECONDS
+                                     : UNLIMITED_SECONDS;
+}
+
+} // namespace
+
+int stop(const StopOptions& given)
+{
+    require_operator(given.type);
+    const auto reports = Observer().look(given.type);
+    std::vector<Held> services;
+
+    for (const auto& report : reports) {
+        if (report.monitor && !confirmed(given, report)) {
+            return EXIT_FAILED;
+        }
+        warn_of_recovery(report);
+    }
+    const auto seconds = std::chrono::seconds(given.wait.value_or(default_seconds(reports.front().settings)));
+    const auto monitors =
+        reports.front().monitor ? request_end(given.type, Clock::now() + seconds, services) : std::vector<Report>();
+    if (!reports.front().monitor) {
+        say(given.type, "no monitor runs");
+    }
+    if (!name_survivors(given.type, monitors, services)) {
+        if (!monitors.empty()) {
+            complain(given.type, "not stopped within " + std::to_string(seconds.count()) + " seconds");
+        }
+        return EXIT_DOWN;
+    }
+    if (reports.front().monitor) {
+        say(given.type, "stopped");
+    }
+    return EXIT_DONE;
+}
+
+} // namespace monpctl

@@ -1,0 +1,291 @@
+/*
+ * monpctl status, start, stop and reload, with the monitors that they are for.
+ */
+#include "monpctl_run.h"
+
+#include <algorithm>
+#include <csignal>
+#include <fcntl.h>
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <set>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace fs = std::filesystem;
+using nlohmann::json;
+using sandbox::eventually;
+using sandbox::file_content;
+using sandbox::Installation;
+using sandbox::monpctl;
+
+namespace {
+
+/* NOLINTNEXTLINE(bugprone-exception-escape): the linter doubts that an empty json is made without one */
+struct Status {
+    int result;
+    json report;
+
+    [[nodiscard]] std::string state() const
+    {
+        return report["state"];
+    }
+    [[nodiscard]] pid_t pid(const char* of) const
+    {
+        return report[of].is_null() ? 0 : report[of]["pid"].get<pid_t>();
+    }
+    [[nodiscard]] bool warns(const std::string& text) const
+    {
+        return report["warnings"].dump().find(text) != text.npos;
+    }
+};
+
+Status status_of(const Installation& in)
+{
+    const auto run = monpctl(in, "status " + in.type + " --json");
+
+    return { run.status, json::parse(file_content(in.root / "work/monpctl.out")).at(0) };
+}
+
+Status wait_for_state(const Installation& in, const std::string& state, int result)
+{
+    Status status;
+
+    eventually(state, [&] { return (status = status_of(in)).state() == state; });
+    EXPECT_EQ(result, status.result) << state;
+    return status;
+}
+
+bool tells(const sandbox::Run& run, const std::string& text)
+{
+    return run.errors.find(text) != std::string::npos;
+}
+
+int stop_by_force(const Installation& in)
+{
+    return monpctl(in, "stop --yes " + in.type).status;
+}
+
+/* Until it is reaped it is there; the first process of a sandbox reaps what loses its parent. */
+void reap()
+{
+    while (waitpid(-1, nullptr, WNOHANG) > 0) {}
+}
+
+} // namespace
+
+TEST(Operate, LivesAWholeLife)
+{
+    Installation in("dusko");
+    in.own("action") = "2";
+    in.write();
+
+    EXPECT_EQ(3, status_of(in).result);
+    EXPECT_EQ(0, monpctl(in, "start dusko").status);
+    const Status first = wait_for_state(in, "running", 0);
+    EXPECT_EQ(in.service(), first.pid("service"));
+    EXPECT_TRUE(fs::exists(in.root / "work/lock_trn"));
+    EXPECT_EQ(0, monpctl(in, "start dusko").status);
+
+    in.command("signal KILL");
+    eventually("a restart", [&] { return status_of(in).report["restarts"] == 1; });
+    const Status second = wait_for_state(in, "running", 0);
+    EXPECT_EQ(101, second.report["last_status"]);
+    EXPECT_EQ(first.pid("monitor"), second.pid("monitor"));
+    EXPECT_NE(first.pid("service"), second.pid("service"));
+
+    EXPECT_EQ(0, monpctl(in, "reload dusko").status);
+    EXPECT_EQ(0, monpctl(in, "stop dusko").status);
+    EXPECT_EQ(3, status_of(in).result);
+    EXPECT_EQ(std::vector<pid_t>{}, in.services());
+    EXPECT_FALSE(fs::exists(in.root / "work/lock_trn"));
+    EXPECT_EQ(3, monpctl(in, "reload dusko").status);
+}
+
+/*
+ * The states in between, each held for as long as it takes to see it.
+ */
+TEST(Operate, TellsTheStatesInBetween)
+{
+    Installation in("dusko");
+    in.script("cl", "sleep 2\n");
+    in.own("action") = "3";
+    in.own("waittime") = "2";
+    in.own("param") = "--ctl ../work/ctl sleep 1 end ignored report";
+    in.write();
+
+    EXPECT_EQ(0, monpctl(in, "start --wait 0 dusko").status);
+    wait_for_state(in, "starting", 3);
+    kill(wait_for_state(in, "running", 0).pid("monitor"), SIGUSR2);
+    wait_for_state(in, "ending", 3);
+    wait_for_state(in, "stopped", 3);
+
+    EXPECT_EQ(0, monpctl(in, "start dusko").status);
+    in.command("exit 3");
+    wait_for_state(in, "recovering", 3);
+    eventually("its status", [&] { return status_of(in).report["last_status"] == 3; });
+    EXPECT_EQ("recovering", status_of(in).state());
+    wait_for_state(in, "stopped", 3);
+}
+
+/*
+ * What the starter leaves open, blocks, ignores or has in its environment must reach neither monitor nor service, and a
+ * second start at the same time must not make a second monitor.
+ */
+TEST(Operate, StartsOneMonitorInCleanSurroundings)
+{
+    Installation in("dusko");
+    in.own("param") = "--ctl ../work/ctl sleep 2 report";
+    in.write();
+    setenv("TESK_HOME", in.root.c_str(), 1);
+
+    const std::string odd =
+        "STRAY=1 env --ignore-signal=RTMIN --block-signal=HUP " SANDBOX_MONPCTL " start dusko 9</dev/null";
+    const auto both = monpctl(in, "status; " + odd + " & " + odd + "; a=$?; wait $!; exit $((a + $?))");
+    EXPECT_EQ(0, both.status) << both.errors;
+    ASSERT_EQ(1U, in.services().size());
+
+    const Status status = wait_for_state(in, "running", 0);
+    EXPECT_FALSE(status.warns("monitors of this type"));
+    const std::string proc = "/proc/" + std::to_string(status.pid("monitor"));
+    EXPECT_EQ("PATH=/usr/sbin:/usr/bin:/sbin:/bin" + std::string(1, '\0') + "TESK_HOME=" + in.root.string() + '\0',
+              file_content(proc + "/environ"));
+    for (const auto& fd : fs::directory_iterator(proc + "/fd")) {
+        const std::string target = fs::read_symlink(fd);
+        EXPECT_TRUE(std::stoi(fd.path().filename()) > 2 ? target.find("/log/monp.") != target.npos
+                                                        : target == "/dev/null")
+            << fd << target;
+    }
+    const std::string signals = file_content(proc + "/status");
+    const auto mask = [&](const char* key) { return std::stoull(signals.substr(signals.find(key) + 8), nullptr, 16); };
+    EXPECT_EQ(0U, mask("SigBlk:"));
+    EXPECT_EQ(0U, mask("SigIgn:") >> (SIGRTMIN - 1));
+    EXPECT_EQ(0, monpctl(in, "stop dusko").status);
+}
+
+/*
+ * The monitor waits after a failed start, and nothing that would end it may reach it.
+ */
+TEST(Operate, TellsWhyAStartFailed)
+{
+    Installation in("dusko");
+    in.own("param") = "--ctl ../work/ctl silent";
+    in.own("child_timeout") = "1";
+    in.write();
+
+    for (int attempt = 1; attempt <= 2; attempt++) {
+        const auto start = monpctl(in, "start dusko");
+        EXPECT_EQ(3, start.status);
+        EXPECT_TRUE(tells(start, "its monitor waits")) << start.errors;
+        EXPECT_TRUE(tells(start, "[1 FAIL_INIT]")) << start.errors;
+    }
+    const Status waits = wait_for_state(in, "waiting", 3);
+    EXPECT_TRUE(waits.warns("waits after a failed start"));
+
+    in.own("action") = "none";
+    in.write();
+    const auto refused = monpctl(in, "reload dusko");
+    EXPECT_EQ(1, refused.status);
+    EXPECT_TRUE(tells(refused, "monp.xml:")) << refused.errors;
+    EXPECT_EQ(waits.pid("monitor"), status_of(in).pid("monitor"));
+    EXPECT_EQ(0, monpctl(in, "stop dusko").status);
+    EXPECT_EQ(1, monpctl(in, "start dusko").status);
+    EXPECT_EQ("stopped", status_of(in).state());
+}
+
+/*
+ * Without lines of the level info a report leaves no trace, so the state is told when it is certain and not before.
+ */
+TEST(Operate, CallsUnknownWhatCannotBeTold)
+{
+    Installation in("dusko");
+    in.values["monp/log/level"] = "1";
+    in.own("action") = "2";
+    in.own("child_timeout") = "2";
+    in.write();
+
+    EXPECT_EQ(0, monpctl(in, "start dusko").status);
+    in.command("signal KILL");
+    eventually("a restart", [&] { return status_of(in).report["restarts"] == 1; });
+    EXPECT_EQ(4, wait_for_state(in, "unknown", 4).result);
+    wait_for_state(in, "running", 0);
+
+    setenv("TESK_HOME", in.root.c_str(), 1);
+    const auto others = monpctl(in, "status; setpriv --reuid=65534 --clear-groups " SANDBOX_MONPCTL " status dusko");
+    EXPECT_EQ(4, others.status) << "others than root see that it runs, but not what";
+    EXPECT_EQ(0, stop_by_force(in));
+}
+
+TEST(Operate, WarnsOfWhatMayGoWrong)
+{
+    Installation in("dusko");
+    in.write();
+
+    ASSERT_EQ(0, monpctl(in, "start dusko").status);
+    Status status = status_of(in);
+    EXPECT_EQ(json::array(), status.report["warnings"]);
+    const pid_t service = status.pid("service");
+    const pid_t stray = fork();
+    if (stray == 0) {
+        setsid();
+        execl((in.root / "bin/service").c_str(), "service", "silent", nullptr);
+        _exit(127);
+    }
+    eventually("a second copy", [&] { return in.services().size() == 2; });
+    EXPECT_TRUE(status_of(in).warns("second copy of the service runs, process " + std::to_string(stray)));
+    fs::copy_file(in.root / "bin/service", in.root / "bin/new");
+    fs::rename(in.root / "bin/new", in.root / "bin/service");
+    EXPECT_TRUE(status_of(in).warns("replaced on disk"));
+
+    /* What is left of a monitor that is killed, and how it is taken up again. */
+    kill(stray, SIGKILL);
+    kill(status.pid("monitor"), SIGKILL);
+    eventually("its end", [&] { return reap(), kill(status.pid("monitor"), 0) != 0; });
+    status = wait_for_state(in, "dead", 1);
+    EXPECT_TRUE(status.warns("process " + std::to_string(service))) << status.report;
+    EXPECT_EQ(3, monpctl(in, "stop dusko").status);
+}
+
+/*
+ * A service that does not end is killed in its time; one that dies of its exit signal comes back, and is named.
+ */
+TEST(Operate, NamesWhatSurvivesAStop)
+{
+    Installation in("dusko");
+    in.own("action") = "2";
+    in.own("waittime") = "1";
+    in.own("param") = "--ctl ../work/ctl end ignored report";
+    in.write();
+    EXPECT_EQ(0, monpctl(in, "start dusko").status);
+    EXPECT_EQ(0, monpctl(in, "stop dusko").status);
+    EXPECT_EQ(std::vector<pid_t>{}, in.services());
+
+    EXPECT_EQ(0, monpctl(in, "start dusko -- -o '--ctl ../work/ctl end signal report'").status);
+    const auto stop = monpctl(in, "stop dusko --wait 3");
+    EXPECT_EQ(3, stop.status);
+    EXPECT_TRUE(tells(stop, "process " + std::to_string(status_of(in).pid("monitor")))) << stop.errors;
+}
+
+/*
+ * No terminal, no answer: the node stays up.
+ */
+TEST(Operate, AsksBeforeTheNodeMayGoDown)
+{
+    Installation in("dusko");
+    in.own("action") = "5";
+    in.write();
+
+    EXPECT_EQ(0, monpctl(in, "start dusko").status);
+    const auto refused = monpctl(in, "stop dusko </dev/null");
+    EXPECT_EQ(1, refused.status);
+    EXPECT_TRUE(tells(refused, "reboot")) << refused.errors;
+    EXPECT_EQ("running", status_of(in).state());
+
+    /* The monitor keeps the action that it has read, whatever the policy says by now. */
+    in.own("action") = "1";
+    in.write();
+    EXPECT_EQ(1, monpctl(in, "stop dusko </dev/null").status);
+    EXPECT_EQ(0, stop_by_force(in));
+    EXPECT_EQ(sandbox::Texts{}, in.calls());
+}
