@@ -94,7 +94,7 @@ copy_tree() {
 }
 
 build_copy() {
-    (cd "$tree" && cmake --build --preset debug --target monp_unit monp_flow) >build/mutate.log 2>&1
+    (cd "$tree" && cmake --build --preset debug) >build/mutate.log 2>&1
 }
 
 # Runs the monitor's tests up to the first failure. Where the turn keeps the monitor from ending, the limits do.
