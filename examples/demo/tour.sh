@@ -3,6 +3,7 @@
 # Usage: tour.sh INSTALLATION
 
 set -euo pipefail
+. "$(dirname "$0")/../../scripts/stub.sh"
 
 home=$1
 log=$home/log/monp.log
@@ -19,6 +20,10 @@ fail() {
     printf 'demo: FAILED: %s\n' "$*" >&2
     [ ! -f "$log" ] || tail -n 20 "$log" >&2
     exit 1
+}
+
+die() {
+    fail "$@"
 }
 
 # The monitor's own lines since the last look, without the source position.
@@ -39,21 +44,6 @@ wait_for() {
         sleep 0.1
     done
     fail "no line '$1' within $((tries / 10)) seconds"
-}
-
-# The demo restarts only, but the monitor can halt a node: nothing but a stub may be there for it. The whole directory is
-# covered, since the name in it may be a link to a program that other names share.
-cover_shutdown() {
-    local directory
-
-    [ $$ -eq 1 ] || fail "not in a process namespace of its own"
-    directory=$(realpath /sbin)
-    mount -t tmpfs -o mode=0755 tmpfs "$directory"
-    printf '#!/bin/sh\necho "$*" >>%s/shutdown.called\n' "$directory" >/sbin/shutdown
-    chmod 0755 /sbin/shutdown
-    [ ! -L /sbin/shutdown ] && [ "$(stat -f -c %T /sbin/shutdown)" = tmpfs ] || fail "/sbin/shutdown is not the stub"
-    /sbin/shutdown --help
-    [ "$(cat "$directory/shutdown.called")" = --help ] || fail "/sbin/shutdown does not run the stub"
 }
 
 # The pid of the monitor, told by its executable: the namespace holds no process that the demo did not start.
