@@ -99,7 +99,9 @@ void divert_sanitizers()
 {
     for (const std::string name : { "ASAN_OPTIONS", "TSAN_OPTIONS", "UBSAN_OPTIONS" }) {
         const char* given = std::getenv(name.c_str());
-        const std::string options = (given == nullptr ? "" : given + std::string(":")) + "log_path=";
+        // A library may be preloaded, before the sanitizer's own.
+        const std::string link = name == "ASAN_OPTIONS" ? "verify_asan_link_order=0:" : "";
+        const std::string options = (given == nullptr ? "" : given + std::string(":")) + link + "log_path=";
         setenv(name.c_str(), (options + (gdirectory / "sanitizer").string()).c_str(), 1);
     }
 }

@@ -178,6 +178,10 @@ Monitor::Monitor(const Installation& in, const Texts& arguments, uid_t user) : i
         if (in.recording) {
             setenv("LD_LIBRARY_PATH", SANDBOX_LIBRARIES, 1);
         }
+        if (in.hurried) {
+            setenv("LD_PRELOAD", SANDBOX_HURRY, 1);
+        }
+        in.launcher();
         if (user == 0 || setuid(user) == 0) {
             execv(argv[0], argv.data());
         }

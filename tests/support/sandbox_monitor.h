@@ -60,6 +60,8 @@ struct Installation {
     std::filesystem::path root;
     std::map<std::string, std::string> values; // key path below "/root/", without its leading "/"
     bool recording = false;                    // with the recording libraries in place of the real ones
+    bool hurried = false;                      // seconds pass in 5 ms
+    std::function<void()> launcher = [] {};    // what the launcher's process does before it becomes the monitor
 };
 
 /*

@@ -223,11 +223,15 @@ int sys_system(const char* command)
     return code;
 }
 
-int sys_pthread_create(pthread_t*, const pthread_attr_t* attributes, void* (*)(void*), void*)
+int sys_pthread_create(pthread_t*, const pthread_attr_t* attributes, void* (*)(void*), void* copies)
 {
     int state = -1;
     pthread_attr_getdetachstate(attributes, &state);
-    return journal.call(state == PTHREAD_CREATE_DETACHED ? "pthread_create detached" : "pthread_create joinable");
+    int code = journal.call(state == PTHREAD_CREATE_DETACHED ? "pthread_create detached" : "pthread_create joinable");
+    if (code == 0) {
+        free(copies); // the thread's, which never runs
+    }
+    return code;
 }
 
 // ---- what start-up asks for and changes ----

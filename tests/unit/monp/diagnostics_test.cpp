@@ -1,8 +1,10 @@
 // The number-to-text routine, the collection of error logs and the marker file.
+#include "monp_signal.h"
 #include "stage.h"
 
 #include <climits>
 #include <cstring>
+#include <thread>
 
 TEST_F(Monitor, ItoascWritesOrRefuses)
 {
@@ -102,6 +104,8 @@ TEST_F(Monitor, TheMarkerIsMadeOnceAndFailuresAreTriedAgain)
     for (auto [make, dir, file, made, line] :
          { std::tuple{ true, "none/md", "made", 0, "error: mkdir failed. (dir=/none/md errno=2)" },
            { true, "proc", "none", 0, "error: fopen failed. (file=/proc/none errno=2)" },
+           { true, "proc/version", "made", 0, "error: fopen failed. (file=/proc/version/made errno=20)" },
+           { true, "proc/self/root/dev", "null", YES, "" }, // a link
            { true, "dev", "null", YES, "" },
            { false, "dev", "null", 0, "unlink /dev/null" },
            { false, "proc", "none", 0, "error: Not exist file. (file=/proc/none errno=2)" },
@@ -135,4 +139,14 @@ TEST_F(Monitor, TheMarkerIsMadeOnceAndFailuresAreTriedAgain)
         EXPECT_EQ(0u, journal.count("unlink"));
         EXPECT_EQ(0, gmdfilemaked);
     }
+}
+
+TEST_F(Monitor, TheMarkerIsMadeOnTheMainThreadOnly)
+{
+    break_marker();
+    std::thread(monp_make_mdfile).join();
+    EXPECT_EQ("", journal.only(""));
+    monp_drainsignals();
+    monp_drainsignals();
+    EXPECT_EQ(1u, journal.count("error: mkdir"));
 }

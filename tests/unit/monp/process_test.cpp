@@ -117,13 +117,18 @@ TEST_P(Both, AForcedEndMayMeetAnEndedChild)
 TEST_P(Both, SignalsDoNotShortenTheWait)
 {
     break_marker(); // what a signal causes may fail, too
-    sys.signal_at(0, SIGUSR2);
-    sys.signal_at(0.5, SIGHUP);
-    sys.signal_at(1.5, SIGUSR1);
-    sys.signal_at(1.75, SIGUSR1);
-    EXPECT_EQ(MONP_RET_SUCCESS, launch({}));
-    EXPECT_EQ(3000, sys.clock);
-    EXPECT_EQ(1u, journal.count("kill 4711 9"));
+    for (auto [nwait, end, time] : { std::tuple{ 3, 0.0, 3000 }, { 0, 0.0, 5000 }, { 3, FOREVER, 5000 } }) {
+        sys.events.clear();
+        sys.clock = 0;
+        gbmonpend = 0;
+        end == 0 ? sys.signal_at(0, SIGUSR2) : void();
+        for (int i = 1; i <= 4000; i++) {
+            sys.signal_at(i / 1000.0, i % 2 == 0 ? SIGHUP : SIGUSR1);
+        }
+        EXPECT_EQ(MONP_RET_SUCCESS, launch({ .runs = 5 }, nwait));
+        EXPECT_EQ(time, sys.clock);
+        EXPECT_EQ(time == 3000 ? 1u : 0u, journal.count("kill 4711 9"));
+    }
 }
 
 // A parent of another pid: the launcher is gone, and its pid may be anybody's.

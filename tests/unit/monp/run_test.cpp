@@ -127,10 +127,13 @@ TEST_F(Run, AnEndOfTheServiceIsRecoveredFrom)
         run_monitor("--dusko");
         EXPECT_EQ("kill 900 10; " + exited_by_itself(action, 7) + course, Run::course());
     }
-    journal.fails["pthread_create"] = EAGAIN;
-    services(1, 0);
-    run_monitor("--dusko");
-    EXPECT_EQ(1u, journal.count("info: pthread_create() failed. (type=trn ret=11)"));
+    for (auto [call, error] : { std::pair{ "pthread_create", EAGAIN }, { "calloc", ENOMEM } }) {
+        services(1, 0);
+        sys.at(1, [call = call, error = error] { journal.fails = { { call, error } }; });
+        run_monitor("--dusko");
+        EXPECT_EQ(1u, journal.count(fmt("info: pthread_create() failed. (type=trn ret=%d)", error)));
+        journal.fails.clear();
+    }
 }
 
 TEST_F(Run, RestartsAsOftenAsAllowed)
@@ -151,6 +154,20 @@ TEST_F(Run, RestartsAsOftenAsAllowed)
         EXPECT_EQ("exit 0", run_monitor("--dusko"));
         EXPECT_EQ(6u, journal.count("event: 3 trn 1"));
     }
+}
+
+// Even under a storm of reports and reloads.
+TEST_F(Run, RestartsAtMostOnceASecond)
+{
+    set("action", MONP_ACT_RESTART);
+    set("restarttime", 40);
+    sys.next.assign(41, { .runs = 0, .status = exited(1), .reports = 0 });
+    for (int i = 1; i < 40000; i++) {
+        sys.signal_at(i / 100.0, i % 2 == 0 ? SIGHUP : SIGUSR1);
+    }
+    EXPECT_EQ("exit 0", run_monitor("--dusko"));
+    EXPECT_EQ(40u, journal.count("event: 3 trn 1"));
+    EXPECT_EQ(41000, sys.clock);
 }
 
 // A service whose wait failed may still be there.
@@ -196,17 +213,23 @@ TEST_F(Run, AnswersAnEndRequestWhileTheServiceRuns)
 
 TEST_F(Run, AFailedStartWaitsAndShowsInTheExitStatus)
 {
-    journal.fails["access /opt/x/bin/svc 1"] = EACCES;
-    sys.at(3, [] { journal.fails.clear(); });
-    sys.signal_at(4, SIGUSR1);
-    services(1, 0);
-    EXPECT_EQ("exit 4", run_monitor("--dusko"));
-    EXPECT_EQ("error: access() failed. (type=trn errno=13); "
-              "error: start of processing failed. (type=trn ret=4 path=/opt/x/bin/svc); event: 2 trn -1; "
-              "error: initialize error. (type=trn stat=-1 path=/opt/x/bin/svc); event: 1 trn -1; kill 900 10; "
-              "info: waiting for a service start request. (type=dusko); " +
-                  exited_by_itself(1, 0) + "info: recovery is none. (type=trn pact=1 fact=1); " + END + "4",
-              course());
+    for (auto [call, name, error] : { std::tuple{ "access /opt/x/bin/svc 1", "access", EACCES },
+                                      { "fork", "fork", EAGAIN },
+                                      { "fork", "fork", ENOMEM } }) {
+        journal.when["access /opt/x/bin/svc 1"] = [call = call, error = error] {
+            journal.fails[call] = error; // not for the daemon's own fork
+        };
+        sys.at(3, [] { journal.fails.clear(); });
+        sys.signal_at(4, SIGUSR1);
+        services(1, 0);
+        EXPECT_EQ("exit 4", run_monitor("--dusko"));
+        EXPECT_EQ(fmt("error: %s() failed. (type=trn errno=%d); ", name, error) +
+                      "error: start of processing failed. (type=trn ret=4 path=/opt/x/bin/svc); event: 2 trn -1; "
+                      "error: initialize error. (type=trn stat=-1 path=/opt/x/bin/svc); event: 1 trn -1; kill 900 10; "
+                      "info: waiting for a service start request. (type=dusko); " +
+                      exited_by_itself(1, 0) + "info: recovery is none. (type=trn pact=1 fact=1); " + END + "4",
+                  course());
+    }
 }
 
 TEST_F(Run, RequestsBetweenTwoStepsDoNotStartOrRecover)
@@ -225,6 +248,23 @@ TEST_F(Run, RequestsBetweenTwoStepsDoNotStartOrRecover)
     EXPECT_EQ("event: 1 trn 101", journal.only("event:"));
     EXPECT_EQ(1u, journal.count("execv"));
     EXPECT_EQ(1u, journal.count("info: reload configuration. (type=dusko)"));
+}
+
+TEST_F(Run, AnEndRequestBesideAStartIsKept)
+{
+    journal.fails["access /opt/x/bin/svc 1"] = EACCES;
+    sys.next = { { .reports = 0, .ack = exited(0) } };
+    sys.signal_at(1, SIGHUP);
+    sys.at(1, [] {
+        journal.when["xmllib_term"] = [] {
+            journal.fails.clear();
+            monp_sighup(SIGHUP); // its lines come between the last look at the request and the start
+            journal.when["trace: start - (type=trn sig=1)"] = [] { monp_sighandler1(SIGUSR2); };
+        };
+    });
+    EXPECT_EQ("exit 4", run_monitor("--dusko"));
+    EXPECT_EQ(1u, journal.count("execv"));
+    EXPECT_EQ(1u, journal.count("info: monitor term. (type=trn stat=0 path=/opt/x/bin/svc act=1)"));
 }
 
 TEST_F(Run, HoldsBackSomeTypes)

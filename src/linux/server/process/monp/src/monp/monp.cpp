@@ -16,6 +16,7 @@ int main(int argc, char** argv)
     MONP_RUN_INFO run = {};
     pid_t npid = 0;
 
+    monp_startup_descriptors();
     log_init("monp", &gpmonplog, 0, MONP_DEF_LOGSZ, 0);
     MONP_INFO("****** Start Process Monitor ******");
 

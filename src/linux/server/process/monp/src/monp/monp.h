@@ -197,7 +197,7 @@ typedef struct {
 
 /*
  * All zero at program start. The command line fills the first record; every configuration load fills the others in
- * place, and completes the first. The collection thread reads them; only the main thread writes them.
+ * place, and completes the first. Only the main thread writes them, and a collection reads copies of them.
  */
 extern MONP_PARAM_INFO gmonpparam;
 extern MONP_ALLPOLICY_INFO gmonpallpol;
@@ -314,8 +314,8 @@ int monp_xml_getcprocpolicy(char* ptype, PMONP_CPROCPOLICY_INFO ppol);
 /* ---------------------------------------------------------------- daemon and signals ---- */
 
 /*
- * Forks. The child becomes the daemon: session leader, handlers, limits, working directory, mask; the descriptors stay
- * the launcher's. The launcher's process waits up to parent_initto seconds for SIGUSR1 and ends with status 0; a failed
+ * Forks. The child becomes the daemon: session leader, handlers with no signal blocked, limits, working directory, mask;
+ * the descriptors stay the launcher's. The launcher's process waits up to parent_initto seconds for SIGUSR1 and ends with status 0; a failed
  * fork ends it with status 1. Called once, by start-up.
  * Result: MONP_RET_SUCCESS, in the child; the launcher's process never returns.
  */
@@ -359,9 +359,9 @@ int monp_create_process(char* ppath, char** parg, int nwait, int nsig, pid_t* pp
 /*
  * Starts the service, or adopts a process that already runs its executable, and waits for its end. Arguments, result
  * and status as for monp_create_process, but nsig must be above 0; an adopted process gives status -1, or 0 when the end
- * was requested. Begins by clearing gbmonpinited and gbmonpend: an end request from before is forgotten. A service that
- * does not report within child_initto seconds gets the exit signal, SIGKILL a second later, and is reaped; an end request
- * from those seconds is acted on afterwards.
+ * was requested. Begins by clearing gbmonpinited and gbmonpend: an end request from before is forgotten, but for one that
+ * the loop could not see any more. A service that does not report within child_initto seconds gets the exit signal,
+ * SIGKILL a second later, and is reaped; an end request from those seconds is acted on afterwards.
  * Leaves gbmonpinited set when the service reported in time or was adopted, and clear otherwise. A report or start
  * request that arrives before a failed start has returned is dropped, lest it pass for a service that ran and died,
  * which may cost the node a reboot.
@@ -418,7 +418,8 @@ int monp_elog_collect(void* pparm);
 /*
  * Make and remove the marker file of the service type "pelkant"; nothing for any other type. A path that does not fit
  * is logged and left alone.
- * Result: 0 always, failures are only logged. monp_make_mdfile is entered from the collection thread, too.
+ * Result: 0 always, failures are only logged. Entered from the collection thread, monp_make_mdfile leaves the work to the
+ * main thread's next drain.
  */
 int monp_make_mdfile(void);
 int monp_delete_mdfile(void);

@@ -5,6 +5,7 @@
 
 #include "monp_log.h"
 #include "monp_signal.h"
+#include "monp_view.h"
 
 #include <cerrno>
 #include <climits>
@@ -26,7 +27,7 @@ int monp_child_access(const char* ppath)
 
     if (access(ppath, X_OK) != 0) {
         nfuncret = MONP_RET_FAIL_UNKNOWN;
-        MONP_ERROR("access() failed. (type=%s errno=%d)", gmonpmonpol.type, errno);
+        MONP_ERROR("access() failed. (type=%s errno=%d)", gview.pmonpol->type, errno);
     }
     return nfuncret;
 }
@@ -38,13 +39,13 @@ int monp_child_fork(const char* ppath, char** parg, PMONP_CHILD_INFO pchild)
 
     if (npid < 0) {
         nfuncret = MONP_RET_FAIL_UNKNOWN;
-        MONP_ERROR("fork() failed. (type=%s errno=%d)", gmonpmonpol.type, errno);
+        MONP_ERROR("fork() failed. (type=%s errno=%d)", gview.pmonpol->type, errno);
         goto monp_exit_func;
     }
     if (npid == 0) {
         execv(ppath, parg);
         /* The log library promises to be safe here; nothing else that may take a lock is. */
-        MONP_ERROR("execv() failed. (type=%s path=%s errno=%d)", gmonpmonpol.type, ppath, errno);
+        MONP_ERROR("execv() failed. (type=%s path=%s errno=%d)", gview.pmonpol->type, ppath, errno);
         _exit(MONP_RET_FAIL_UNKNOWN);
     }
     pchild->npid = npid;
@@ -67,7 +68,7 @@ void monp_child_signal(const MONP_CHILD_INFO* pchild, int nsig)
 {
     if (pchild->nsig > 0) {
         kill(pchild->npid, nsig);
-        MONP_INFO("throw exit signal. (type=%s pid=%d sig=%d)", gmonpmonpol.type, pchild->npid, nsig);
+        MONP_INFO("throw exit signal. (type=%s pid=%d sig=%d)", gview.pmonpol->type, pchild->npid, nsig);
     }
 }
 
@@ -76,7 +77,7 @@ int monp_release_launcher(void)
     int bsent = 0;
     pid_t npid = 0;
 
-    if (gmonpppid > 0 && gmonppol.parent_initto > 0) {
+    if (gmonpppid > 0 && gview.ppol->parent_initto > 0) {
         /* Both threads come by here; the exchange lets one of them through. */
         npid = gmonpppid.exchange(0);
         bsent = npid > 0 ? -1 : 0;
@@ -101,7 +102,7 @@ static int monp_child_end(PMONP_CHILD_INFO pchild)
     }
     if (pchild->nwait <= 0) {
         pchild->ntimer = INT_MAX;
-        monp_pause();
+        monp_pausewhole(nullptr);
     } else if (pchild->bkill != 0) {
         bgiveup = -1;
     } else if (pchild->ntimer >= pchild->nwait) {
@@ -140,7 +141,7 @@ void monp_child_wait(PMONP_CHILD_INFO pchild)
             monp_release_launcher();
         }
         if (monp_testflag(gbmonpend) == 0) {
-            monp_pause();
+            monp_pausewhole(&gbmonpend);
         } else if (monp_child_end(pchild) != 0) {
             break;
         }
@@ -156,24 +157,24 @@ int monp_child_decode(const MONP_CHILD_INFO* pchild, int* pstat)
     if (WIFEXITED(nstat)) {
         bnormal = -1;
         *pstat = WEXITSTATUS(nstat);
-        MONP_INFO("process exited. (type=%s pid=%d stat=%d)", gmonpmonpol.type, pchild->npid, *pstat);
+        MONP_INFO("process exited. (type=%s pid=%d stat=%d)", gview.pmonpol->type, pchild->npid, *pstat);
     } else if (WIFSIGNALED(nstat)) {
         if (WTERMSIG(nstat) != SIGUSR1) {
-            MONP_ERROR("process exited for term signal. (type=%s pid=%d stat=%d sig=%d)", gmonpmonpol.type,
+            MONP_ERROR("process exited for term signal. (type=%s pid=%d stat=%d sig=%d)", gview.pmonpol->type,
                        pchild->npid, nstat, WTERMSIG(nstat));
             *pstat = MONP_EXEC_SIGNALED;
         }
         if (WCOREDUMP(nstat)) {
-            MONP_ERROR("process exited for core was outed. (type=%s pid=%d stat=%d sig=%d)", gmonpmonpol.type,
+            MONP_ERROR("process exited for core was outed. (type=%s pid=%d stat=%d sig=%d)", gview.pmonpol->type,
                        pchild->npid, nstat, WTERMSIG(nstat));
             *pstat = MONP_EXEC_CORE;
         }
     } else if (WIFSTOPPED(nstat)) {
-        MONP_ERROR("process exited for stop signal. (type=%s pid=%d stat=%d sig=%d)", gmonpmonpol.type, pchild->npid,
+        MONP_ERROR("process exited for stop signal. (type=%s pid=%d stat=%d sig=%d)", gview.pmonpol->type, pchild->npid,
                    nstat, WSTOPSIG(nstat));
         *pstat = MONP_EXEC_STOPPED;
     } else {
-        MONP_ERROR("process exited, but status is unknown. (type=%s pid=%d stat=%d)", gmonpmonpol.type, pchild->npid,
+        MONP_ERROR("process exited, but status is unknown. (type=%s pid=%d stat=%d)", gview.pmonpol->type, pchild->npid,
                    nstat);
         *pstat = MONP_EXEC_UNKNOWN;
     }

@@ -4,13 +4,14 @@
 #include "monp.h"
 #include "monp_child.h"
 #include "monp_log.h"
+#include "monp_view.h"
 
 int monp_create_process(char* ppath, char** parg, int nwait, int nsig, pid_t* ppid, int* pstat, int bstd)
 {
     int nfuncret = MONP_RET_SUCCESS;
     MONP_CHILD_INFO child;
 
-    MONP_INFO("start - (type=%s path=%s argv=%p wait=%d pid=%p stat=%p std=%d", gmonpmonpol.type, ppath,
+    MONP_INFO("start - (type=%s path=%s argv=%p wait=%d pid=%p stat=%p std=%d", gview.pmonpol->type, ppath,
               static_cast<void*>(parg), nwait, static_cast<void*>(ppid), static_cast<void*>(pstat), bstd);
 
     monp_child_init(&child, nwait, nsig);
@@ -37,7 +38,7 @@ int monp_create_process(char* ppath, char** parg, int nwait, int nsig, pid_t* pp
 
     if (child.nret < 0) {
         nfuncret = MONP_RET_FAIL_UNKNOWN;
-        MONP_WARNING("waitpid() failed. (type=%s errno=%d)", gmonpmonpol.type, child.nerrno);
+        MONP_WARNING("waitpid() failed. (type=%s errno=%d)", gview.pmonpol->type, child.nerrno);
     } else if (child.bkill != 0) {
         *pstat = monp_child_forcedstat();
     } else {
@@ -45,6 +46,6 @@ int monp_create_process(char* ppath, char** parg, int nwait, int nsig, pid_t* pp
     }
 
 monp_exit_func:
-    MONP_INFO("end - (type=%s ret=%d pid=%d stat=%d)", gmonpmonpol.type, nfuncret, child.npid, *pstat);
+    MONP_INFO("end - (type=%s ret=%d pid=%d stat=%d)", gview.pmonpol->type, nfuncret, child.npid, *pstat);
     return nfuncret;
 }

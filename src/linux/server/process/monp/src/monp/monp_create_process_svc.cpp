@@ -104,8 +104,7 @@ int monp_create_process_svc(char* ppath, char** parg, int nwait, int nsig, pid_t
 
     monp_child_init(&child, nwait, nsig);
     *pstat = MONP_EXEC_PROCKILL;
-    gbmonpinited = 0;
-    gbmonpend = 0;
+    monp_clearrequests();
     if (ppid != nullptr) {
         *ppid = 0;
     }

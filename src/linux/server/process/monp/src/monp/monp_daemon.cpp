@@ -47,12 +47,25 @@ static int monp_hasdisposition(int nsig)
 }
 
 /*
+ * Lets every signal through. A launcher that blocks them hands that down, and neither a handshake nor a report nor an
+ * end request would ever arrive.
+ */
+static void monp_unblocksignals(void)
+{
+    sigset_t set;
+
+    sigemptyset(&set);
+    pthread_sigmask(SIG_SETMASK, &set, nullptr);
+}
+
+/*
  * The launcher's process: waits for the daemon's SIGUSR1, and ends with status 0 whether it came or not.
  */
 [[noreturn]] static void monp_waithandshake(void)
 {
     long ninx = 0;
 
+    monp_unblocksignals();
     while (ninx < gmonppol.parent_initto * gnstepspersecond && monp_testflag(gbmonpterm) == 0) {
         usleep(gnhandshakestep);
         ninx++;
@@ -150,6 +163,7 @@ int monp_make_daemon(void)
         MONP_ERROR("setsid() failed. (type=%s errno=%d)", gmonpmonpol.type, errno);
     }
     monp_setdispositions();
+    monp_unblocksignals();
     monp_setcorelimit();
     monp_setstacklimit();
     monp_setdirectory();

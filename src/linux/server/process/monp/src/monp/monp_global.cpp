@@ -2,11 +2,14 @@
  * The process-wide state. It is constant-initialised, so it is there before any code runs and until the process ends.
  */
 #include "monp.h"
+#include "monp_view.h"
 
 MONP_PARAM_INFO gmonpparam;
 MONP_ALLPOLICY_INFO gmonpallpol;
 MONP_MYPOLICY_INFO gmonppol;
 MONP_CPROCPOLICY_INFO gmonpmonpol;
+
+constinit thread_local MONP_VIEW gview = { &gmonpallpol, &gmonppol, &gmonpmonpol };
 
 constinit MONP_FLAG gbmonpinited{ 0 };
 constinit MONP_FLAG gbmonpend{ 0 };

@@ -5,6 +5,7 @@
 #include "monp_run.h"
 
 #include "monp_child.h"
+#include "monp_elog.h"
 #include "monp_log.h"
 #include "monp_mdfile.h"
 #include "monp_signal.h"
@@ -137,26 +138,18 @@ monp_exit_func:
     return nstep;
 }
 
-/* The entry of a thread returns a pointer; the collection has a result that nobody reads. */
-static void* monp_elogthread(void* pparm)
-{
-    monp_elog_collect(pparm);
-    return nullptr;
-}
-
 /*
  * The service ended by itself.
  */
 static void monp_unexpectedend(const MONP_RUN_INFO* prun)
 {
     int nret = 0;
-    pthread_t ntid = {};
 
     MONP_ERROR("process %s exited. recover is %d. (stat=%d path=%s)", gmonpmonpol.type, gmonpparam.action, prun->nstat,
                prun->prog.szpath);
     MONP_EVENT(MONP_EVTID_FAIL_MON, gmonpmonpol.type, prun->nstat);
 
-    nret = pthread_create(&ntid, &gmonpthattr_elog, monp_elogthread, nullptr);
+    nret = monp_elog_start();
     if (nret != 0) {
         MONP_INFO("pthread_create() failed. (type=%s ret=%d)", gmonpmonpol.type, nret);
     }
@@ -168,8 +161,8 @@ static MONP_STEP monp_step_start(PMONP_RUN_INFO prun)
     int nret = 0;
     int binited = 0;
 
-    /* The start forgets end requests that came before it; a reload leaves time for one. */
-    if (monp_testflag(gbmonpend) != 0) {
+    /* The start forgets end requests that came before this; a reload leaves time for one. */
+    if (monp_testendbeforestart() != 0) {
         goto monp_exit_func;
     }
     nret = gmonprecover[prun->ninx].pfunc.pstart(prun->prog.szpath, prun->pargv, gmonpparam.wait, SIGUSR1, &prun->npid,

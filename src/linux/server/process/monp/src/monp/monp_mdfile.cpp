@@ -5,6 +5,8 @@
 
 #include "monp_log.h"
 #include "monp_path.h"
+#include "monp_signal.h"
+#include "monp_view.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -14,30 +16,68 @@
 
 int monp_usesmarker(void)
 {
-    return strcmp(gmonpmonpol.type, "pelkant") == 0 ? -1 : 0;
+    return strcmp(gview.pmonpol->type, "pelkant") == 0 ? -1 : 0;
+}
+
+/* A collection has ended that makes the marker file. */
+static constinit MONP_FLAG gbdue{ 0 };
+
+/*
+ * Makes the directory unless there is an entry of its name.
+ * Result: MONP_RET_SUCCESS or MONP_RET_FAIL_UNKNOWN.
+ */
+static int monp_makedirectory(const char* pdir)
+{
+    int nfuncret = MONP_RET_SUCCESS;
+    int nerrno = 0;
+    struct stat dirstat = {};
+
+    if (stat(pdir, &dirstat) == 0 || mkdir(pdir, 0744) == 0) {
+        goto monp_exit_func;
+    }
+    nerrno = errno;
+    /* Another monitor may have been the first. A link to nowhere is there, too, but no directory. */
+    if (nerrno != EEXIST || stat(pdir, &dirstat) != 0) {
+        nfuncret = MONP_RET_FAIL_UNKNOWN;
+        MONP_ERROR("mkdir failed. (dir=%s errno=%d)", pdir, nerrno);
+    }
+
+monp_exit_func:
+    return nfuncret;
+}
+
+void monp_make_duemdfile(void)
+{
+    if (gbdue.exchange(0) != 0) {
+        monp_make_mdfile();
+    }
 }
 
 int monp_make_mdfile(void)
 {
     char szdir[CS_PRG_CAPTION_LEN] = {};
     char szfile[CS_PRG_CAPTION_LEN] = {};
-    struct stat dirstat = {};
     FILE* pfile = nullptr;
 
     if (gmdfilemaked == -1 || monp_usesmarker() == 0) {
         goto monp_exit_func;
     }
-    MONP_INFO("start - (type=%s)", gmonpmonpol.type);
+    /* One thread makes and deletes: a file made under the old name beside a reload would stay for ever, and a flag set
+       behind its back would stand for a file that is gone. */
+    if (monp_ismainthread() == 0) {
+        gbdue = -1;
+        goto monp_exit_func;
+    }
+    MONP_INFO("start - (type=%s)", gview.pmonpol->type);
 
-    if (monp_join(szdir, sizeof(szdir), "marker directory", "%s%s", gmonpallpol.instpath, gmonppol.mddirpath) !=
+    if (monp_join(szdir, sizeof(szdir), "marker directory", "%s%s", gview.pallpol->instpath, gview.ppol->mddirpath) !=
         MONP_RET_SUCCESS) {
         goto monp_exit_made;
     }
-    if (stat(szdir, &dirstat) != 0 && mkdir(szdir, 0744) != 0) {
-        MONP_ERROR("mkdir failed. (dir=%s errno=%d)", szdir, errno);
+    if (monp_makedirectory(szdir) != MONP_RET_SUCCESS) {
         goto monp_exit_made;
     }
-    if (monp_join(szfile, sizeof(szfile), "marker file", "%s/%s", szdir, gmonppol.mdfilename) != MONP_RET_SUCCESS) {
+    if (monp_join(szfile, sizeof(szfile), "marker file", "%s/%s", szdir, gview.ppol->mdfilename) != MONP_RET_SUCCESS) {
         goto monp_exit_made;
     }
     /* Close-on-exec: the other thread may be starting a program right now. */
@@ -50,7 +90,7 @@ int monp_make_mdfile(void)
     fclose(pfile);
 
 monp_exit_made:
-    MONP_INFO("end - (type=%s)", gmonpmonpol.type);
+    MONP_INFO("end - (type=%s)", gview.pmonpol->type);
 
 monp_exit_func:
     return MONP_RET_SUCCESS;
@@ -64,10 +104,10 @@ int monp_delete_mdfile(void)
     if (monp_usesmarker() == 0) {
         goto monp_exit_func;
     }
-    MONP_INFO("start - (type=%s)", gmonpmonpol.type);
+    MONP_INFO("start - (type=%s)", gview.pmonpol->type);
 
-    if (monp_join(szfile, sizeof(szfile), "marker file", "%s%s/%s", gmonpallpol.instpath, gmonppol.mddirpath,
-                  gmonppol.mdfilename) != MONP_RET_SUCCESS) {
+    if (monp_join(szfile, sizeof(szfile), "marker file", "%s%s/%s", gview.pallpol->instpath, gview.ppol->mddirpath,
+                  gview.ppol->mdfilename) != MONP_RET_SUCCESS) {
         goto monp_exit_deleted;
     }
     if (stat(szfile, &filestat) != 0) {
@@ -77,7 +117,7 @@ int monp_delete_mdfile(void)
     }
 
 monp_exit_deleted:
-    MONP_INFO("end - (type=%s)", gmonpmonpol.type);
+    MONP_INFO("end - (type=%s)", gview.pmonpol->type);
 
 monp_exit_func:
     return MONP_RET_SUCCESS;

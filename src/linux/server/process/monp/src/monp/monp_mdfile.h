@@ -11,4 +11,9 @@
  */
 int monp_usesmarker(void);
 
+/*
+ * Makes the marker file when a collection thread has asked for it since the last call. Called with each drain.
+ */
+void monp_make_duemdfile(void);
+
 #endif

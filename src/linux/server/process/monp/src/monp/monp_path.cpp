@@ -4,6 +4,7 @@
 #include "monp_path.h"
 
 #include "monp_log.h"
+#include "monp_view.h"
 
 #include <cstdarg>
 #include <cstdio>
@@ -22,7 +23,7 @@ int monp_join(char* pdest, size_t nsize, const char* pwhat, const char* pformat,
 
     if (nlen < 0 || static_cast<size_t>(nlen) >= nsize) {
         nfuncret = MONP_RET_FAIL_UNKNOWN;
-        MONP_ERROR("%s does not fit. (type=%s len=%d max=%d)", pwhat, gmonpmonpol.type, nlen,
+        MONP_ERROR("%s does not fit. (type=%s len=%d max=%d)", pwhat, gview.pmonpol->type, nlen,
                    static_cast<int>(nsize) - 1);
         memset(pdest, 0, nsize);
     }
@@ -34,7 +35,7 @@ void monp_programpath(const char* prelative, PMONP_PROGRAM_INFO pprog)
     char szcopy[CS_PRG_CAPTION_LEN] = {};
 
     memset(pprog, 0, sizeof(*pprog));
-    if (monp_join(pprog->szpath, sizeof(pprog->szpath), "program path", "%s%s", gmonpallpol.instpath, prelative) !=
+    if (monp_join(pprog->szpath, sizeof(pprog->szpath), "program path", "%s%s", gview.pallpol->instpath, prelative) !=
         MONP_RET_SUCCESS) {
         goto monp_exit_func;
     }

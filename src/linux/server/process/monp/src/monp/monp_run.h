@@ -27,6 +27,11 @@ typedef struct {
 int monp_findrow(int naction);
 
 /*
+ * Opens /dev/null as each of the standard descriptors that the launcher has closed. Before any other file is opened.
+ */
+void monp_startup_descriptors(void);
+
+/*
  * Checks for root, reads the command line and loads the configuration; what ends the monitor here is also written to
  * standard error. After a failed load no lock file is left to be removed, for the path may still be another type's.
  * Result: the exit status so far, MONP_RET_SUCCESS to go on.

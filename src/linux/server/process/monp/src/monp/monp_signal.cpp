@@ -5,6 +5,7 @@
 #include "monp_signal.h"
 
 #include "monp_log.h"
+#include "monp_mdfile.h"
 
 #include <cerrno>
 #include <csignal>
@@ -48,9 +49,20 @@ static constinit std::atomic<int> gnunrecorded{ 0 };
 static_assert((gnslots & (gnslots - 1)) == 0, "the counters wrap around");
 static_assert(std::atomic<unsigned>::is_always_lock_free);
 
+/* End requests whose handlers have begun, and have ended: one that is not counted as ended may set its flag yet. */
+static constinit std::atomic<unsigned> gnendbegun{ 0 };
+static constinit std::atomic<unsigned> gnendended{ 0 };
+static unsigned gnendseen = 0;
+static int gbendseen = 0;
+
 static constexpr int gnhandlershift = 8;
 
 static const pthread_t gmainthread = pthread_self();
+
+int monp_ismainthread(void)
+{
+    return pthread_equal(pthread_self(), gmainthread) != 0 ? -1 : 0;
+}
 
 static const MONP_SIGNAL_ITEMS* monp_findsignal(MONP_HANDLER nhandler, int nsig)
 {
@@ -98,7 +110,9 @@ static void monp_catchsignal(MONP_HANDLER nhandler, int nsig)
 
 void monp_sighandler1(int nsig)
 {
+    gnendbegun += nsig == SIGUSR2 ? 1U : 0U;
     monp_catchsignal(MONP_HANDLER_1, nsig);
+    gnendended += nsig == SIGUSR2 ? 1U : 0U;
 }
 
 void monp_sigusr1(int nsig)
@@ -135,7 +149,7 @@ void monp_drainsignals(void)
     int nlost = 0;
     std::atomic<int>* pslot = nullptr;
 
-    if (pthread_equal(pthread_self(), gmainthread) == 0) {
+    if (monp_ismainthread() == 0) {
         goto monp_exit_func;
     }
     while (gndrained.load() != gnrecorded.load()) {
@@ -155,6 +169,7 @@ void monp_drainsignals(void)
             monp_make_mdfile();
         }
     }
+    monp_make_duemdfile();
 
 monp_exit_func:
     return;
@@ -166,6 +181,23 @@ int monp_testflag(const MONP_FLAG& bflag)
 
     monp_drainsignals();
     return bval;
+}
+
+int monp_testendbeforestart(void)
+{
+    gnendseen = gnendended.load();
+    gbendseen = -1;
+    return monp_testflag(gbmonpend);
+}
+
+void monp_clearrequests(void)
+{
+    gbmonpinited = 0;
+    gbmonpend = 0;
+    if (gbendseen != 0 && gnendbegun.load() != gnendseen) {
+        gbmonpend = -1;
+    }
+    gbendseen = 0;
 }
 
 void monp_pause(void)

@@ -7,8 +7,13 @@
 #include "monp.h"
 
 /*
+ * Result: -1 on the main thread, else 0. Any thread.
+ */
+int monp_ismainthread(void);
+
+/*
  * Writes the lines of every signal caught since the last call, in the order of their arrival, and makes the marker file
- * where one of them asks for it. On any other thread than the main one it does nothing.
+ * where one of them, or a collection that has ended, asks for it. On any other thread than the main one it does nothing.
  */
 void monp_drainsignals(void);
 
@@ -20,13 +25,25 @@ void monp_drainsignals(void);
 int monp_testflag(const MONP_FLAG& bflag);
 
 /*
+ * Tests gbmonpend like monp_testflag, for the last time before a start, and notes which end requests were there by then.
+ * Main thread.
+ */
+int monp_testendbeforestart(void);
+
+/*
+ * Clears gbmonpinited and gbmonpend at the begin of a start, but sets the latter again when an end request has come since
+ * monp_testendbeforestart: nobody has looked at that one. Without such a test before it, it forgets all. Main thread.
+ */
+void monp_clearrequests(void);
+
+/*
  * Sleeps one second, less when a signal arrives, and drains. Any thread.
  */
 void monp_pause(void);
 
 /*
- * Sleeps one whole second, whatever signals arrive, and drains: for pauses that are counted, which signals must not
- * shorten. A service would else lose the time that it was given to start or to stop.
+ * Sleeps one whole second, whatever signals arrive, and drains: for pauses that are counted or keep two restarts apart,
+ * which signals must not shorten. A service would else lose the time that it was given to start or to stop.
  *   pflag  may be null: a flag that ends the pause early once it is set
  * Any thread.
  */

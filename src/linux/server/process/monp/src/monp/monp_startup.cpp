@@ -9,6 +9,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <iterator>
 #include <unistd.h>
 
@@ -25,6 +26,22 @@ static constexpr MONP_LOCKSUFFIX gsuffixes[] = {
     { "pelkant", "_md" }, { "sorvin", "_sorvin" }, { "tamzile", "_tamzsync" },
     { "goru", "_ib" },    { "lenk", "_api" },      { "nm", "_nm" },
 };
+
+/*
+ * The log would take the lowest free number; as the standard error it would get what is printed there.
+ */
+void monp_startup_descriptors(void)
+{
+    int nfd = 0;
+
+    /* Handed down like those that were open. */
+    do {
+        nfd = open("/dev/null", O_RDWR);
+    } while (nfd >= 0 && nfd <= STDERR_FILENO);
+    if (nfd > STDERR_FILENO) {
+        close(nfd);
+    }
+}
 
 static void monp_logdirectory(void)
 {

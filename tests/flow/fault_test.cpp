@@ -1,0 +1,313 @@
+/*
+ * Faults that bring supervisors down: storms, failures in great number, an environment or an installation in disorder.
+ * MONP_ROUNDS in the environment is how often a test repeats what takes turns, for a soak.
+ */
+#include "sandbox_monitor.h"
+
+#include <algorithm>
+#include <csignal>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <sys/mount.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+namespace fs = std::filesystem;
+using sandbox::eventually;
+using sandbox::Installation;
+using sandbox::Monitor;
+using sandbox::Texts;
+
+namespace {
+
+int rounds(int usual)
+{
+    const char* given = std::getenv("MONP_ROUNDS");
+
+    return given == nullptr ? usual : std::atoi(given);
+}
+
+/*
+ * An executable file that is no program, in the place of one.
+ */
+void spoil(const fs::path& program)
+{
+    fs::rename(program, program.string() + ".good");
+    std::ofstream(program) << "garbage";
+    fs::permissions(program, fs::perms(0755));
+}
+
+/*
+ * A service that reports and ends, with what it does in between.
+ */
+void dying_service(const Installation& in, const std::string& between = "")
+{
+    in.script("service", "kill -USR1 $PPID\n" + between + "\nexit 3\n");
+}
+
+} // namespace
+
+/*
+ * At about 1 kHz, while the service runs and while the monitor waits. Each delivered signal leaves its three lines, and
+ * the end request is not lost among them.
+ */
+TEST(Fault, StormOfSignals)
+{
+    for (const Texts& arguments : { Texts{}, Texts{ "-n" } }) {
+        Installation in("dusko");
+        in.write();
+        Monitor monp(in, arguments);
+        ASSERT_EQ(0, monp.launched());
+        for (int i = 0; i < rounds(700); i++) {
+            monp.signal(i % 2 == 0 ? SIGHUP : SIGUSR1);
+            usleep(1000);
+        }
+        monp.signal(SIGUSR2);
+        EXPECT_EQ(0, monp.ended());
+
+        Texts pending;
+        int caught = 0;
+        for (const auto& line : monp.lines()) {
+            if (std::stoi(line.thread) == monp.daemon() && line.function.starts_with("monp_sig")) {
+                pending.push_back(line.function + ' ' + line.text);
+            }
+            if (pending.size() == 3) {
+                const std::string number = pending[0].substr(pending[0].find("sig=")); // with the parenthesis
+                const std::string type =
+                    line.function + (number == "sig=1)" ? " (monp_sighup)" : " (monp_sighandler1)");
+                EXPECT_EQ(line.function + " start - (type=dusko_policy " + number, pending[0]) << type;
+                EXPECT_EQ(line.function + " catch signal. (type=dusko_policy " + number, pending[1]);
+                EXPECT_EQ(line.function + " end - (type=dusko_policy)", pending[2]);
+                pending.clear();
+                caught++;
+            }
+        }
+        EXPECT_EQ(Texts{}, pending);
+        EXPECT_GT(caught, rounds(700) / 10);
+        EXPECT_EQ(0, monp.count("warning *"));
+    }
+}
+
+/*
+ * Each round the service dies, the restart cannot start it, and a reload changes every text of the collector while the
+ * collection begins and goes on: it keeps to those of the moment when the service died.
+ */
+TEST(Fault, ReloadBesideACollection)
+{
+    Installation in("dusko");
+    const auto collector = [](int round) { return std::string(200, round % 2 == 0 ? 'a' : 'b'); };
+    const auto configure = [&](int round) {
+        const std::string name = collector(round);
+        in.values["monp/elog/path"] = "bin/" + name;
+        in.values["monp/elog/arcpath"] = "work/" + name;
+        in.values["monp/type"] = name.substr(0, 10);
+        in.values["dusko/type"] = name.substr(0, 15);
+        in.write();
+    };
+    in.hurried = true;
+    in.own("action") = "2";
+    in.own("child_timeout") = "4000";
+    in.script(collector(0), "");
+    in.script(collector(1), "");
+    dying_service(in, "chmod 644 \"$0\"\nwhile [ ! -e ../work/go ]; do sleep 0.01; done\nkill -HUP $PPID");
+    configure(0);
+    Monitor monp(in);
+    ASSERT_EQ(0, monp.launched());
+    for (int round = 0; round < rounds(15); round++) {
+        monp.wait_for_report(2 * round + 1);
+        configure(round + 1);
+        std::ofstream(in.root / "work/go").flush();
+        monp.wait_for("info end - (* stat=0)", round + 1, "monp_elog_collect");
+        monp.wait_for("error access() failed. *", 2 * round + 2);
+        fs::remove(in.root / "work/go");
+        fs::permissions(in.root / "bin/service", fs::perms(0755));
+        monp.signal(SIGUSR1);
+        monp.wait_for("trace catch signal. (* sig=10)", 2 * round + 2, "monp_sighandler1");
+    }
+    monp.wait_for_report(2 * rounds(15) + 1);
+    std::ofstream(in.root / "work/go").flush();
+    monp.wait_for("error access() failed. *", 2 * rounds(15) + 2);
+    monp.signal(SIGUSR2);
+    EXPECT_EQ(4, monp.ended());
+
+    int round = 0;
+    for (const auto& call : in.calls()) {
+        if (!call.starts_with("service ")) {
+            const std::string name = collector(round);
+            EXPECT_EQ(name + " [-t] [" + name.substr(0, 10) + '-' + name.substr(0, 15) + "] [-l] [-o] [" +
+                          (in.root / "work" / name).string() + "] [-r] [5]",
+                      call);
+            round++;
+        }
+    }
+    EXPECT_GE(round, rounds(15));
+}
+
+/*
+ * A service that reports and dies, again and again, with a collector that cannot be executed: each instance notes the
+ * descriptors, children, threads and memory of its monitor.
+ */
+TEST(Fault, RestartStorm)
+{
+    const int restarts = rounds(80);
+    Installation in("dusko");
+    in.hurried = true;
+    in.own("action") = "2";
+    in.own("restarttime") = std::to_string(restarts);
+    in.own("child_timeout") = "4000";
+    spoil(in.root / "bin/collect");
+    dying_service(in, "set -- /proc/$PPID/fd/*\n"
+                      "echo $# $(wc -w </proc/$PPID/task/$PPID/children) "
+                      "$(awk '/^(Threads|VmRSS)/ { print $2 }' /proc/$PPID/status) >>../work/held");
+    in.write();
+    Monitor monp(in);
+    ASSERT_EQ(0, monp.launched());
+    eventually("the last restart", [&] { return monp.count("event3 *") == restarts; });
+    EXPECT_EQ(0, monp.ended());
+    EXPECT_EQ(restarts + 1, monp.count("event2 *"));
+    EXPECT_TRUE(monp.logged({ "info recovery reached maximum. *" }));
+
+    const Texts held = sandbox::file_lines(in.root / "work/held");
+    ASSERT_EQ(static_cast<size_t>(restarts) + 1, held.size());
+    int then[4];
+    int now[4];
+    std::istringstream(held[9]) >> then[0] >> then[1] >> then[2] >> then[3];
+    std::istringstream(held.back()) >> now[0] >> now[1] >> now[2] >> now[3];
+    EXPECT_EQ(then[0], now[0]) << "descriptors";
+    EXPECT_LE(now[1], 2) << "children";
+    EXPECT_LE(now[3], 2) << "threads";
+    EXPECT_LT(now[2], then[2] * 5 / 4) << "memory";
+
+    // Each child that could not be executed leaves one line, and its collection the status; the last may be cut off.
+    const int failed = monp.count("error execv() failed. *");
+    const int told = monp.count("info end - (* ret=0 stat=4)", "monp_elog_collect");
+    EXPECT_GT(told, restarts / 4);
+    EXPECT_TRUE(failed == told || failed == told + 1) << failed << " and " << told;
+}
+
+/*
+ * The monitor ends while the collection has just begun, after a recovery command that cannot be executed or without one.
+ */
+TEST(Fault, EndsBesideACollection)
+{
+    for (int round = 0; round < rounds(10); round++) {
+        const bool stops = round % 2 == 0;
+        Installation in("dusko");
+        in.hurried = true;
+        in.own("action") = stops ? "3" : "1";
+        in.own("child_timeout") = "4000";
+        spoil(in.root / "bin/cl");
+        dying_service(in);
+        in.write();
+        Monitor monp(in);
+        ASSERT_EQ(0, monp.launched());
+        EXPECT_EQ(stops ? 4 : 0, monp.ended());
+        EXPECT_EQ(stops ? 1 : 0, monp.count("error execv() failed. (*/cl errno=8)"));
+        EXPECT_EQ(stops ? 1 : 0, monp.count("error stop of cluster failed. (* stat=0x4)"));
+        Texts own;
+        for (const auto& line : monp.lines()) {
+            if (std::stoi(line.thread) == monp.daemon()) {
+                own.push_back(line.text);
+            }
+        }
+        EXPECT_EQ(stops ? "end - (type=dusko_policy ret=4)" : "end - (type=dusko_policy ret=0)", own.back());
+    }
+}
+
+/*
+ * A launcher that leaves nothing as it should be, and an installation path that is gone.
+ */
+TEST(Fault, StartsInDisorder)
+{
+    Installation in("dusko");
+    in.launcher = [&in] {
+        sigset_t all;
+        sigfillset(&all);
+        sigprocmask(SIG_SETMASK, &all, nullptr);
+        signal(SIGCHLD, SIG_IGN);
+        fs::create_directory(in.root / "gone");
+        fs::current_path(in.root / "gone");
+        fs::remove(in.root / "gone");
+        for (const int standard : { 0, 1, 2 }) {
+            close(standard);
+        }
+    };
+    in.write();
+    Monitor monp(in);
+    ASSERT_EQ(0, monp.launched());
+    EXPECT_LT(monp.seconds(), 8.0) << "the handshake was blocked";
+    EXPECT_TRUE(monp.logged({ "error getcwd() failed. (errno=2)" }));
+    for (const char* standard : { "0", "1", "2" }) {
+        EXPECT_EQ("/dev/null", fs::read_symlink("/proc/" + std::to_string(monp.daemon()) + "/fd/" + standard));
+    }
+    monp.signal(SIGUSR2);
+    EXPECT_EQ(0, monp.ended());
+    EXPECT_TRUE(monp.logged({ "info process exited. (* stat=0)", "info monitor term. *" }));
+}
+
+/*
+ * The executable is replaced while the service runs, by something that is no program; then the program is back.
+ */
+TEST(Fault, ReplacedExecutable)
+{
+    Installation in("dusko");
+    in.hurried = true;
+    in.own("action") = "2";
+    in.own("child_timeout") = "300"; // one and a half seconds
+    in.own("param") = "report";
+    in.write();
+    Monitor monp(in);
+    ASSERT_EQ(0, monp.launched());
+    const pid_t service = in.service();
+    spoil(in.root / "bin/service");
+    kill(service, SIGKILL);
+    monp.wait_for("event1 *");
+    EXPECT_TRUE(monp.logged({ "event3 *", "error execv() failed. (* errno=8)", "info process exited. (* stat=4)",
+                              "error initialize error. (* stat=4 *)", "event1 *(status 4)*" }));
+    fs::rename(in.root / "bin/service.good", in.root / "bin/service");
+    monp.signal(SIGUSR1);
+    monp.wait_for_report(3);
+    monp.signal(SIGUSR2);
+    EXPECT_EQ(0, monp.ended());
+    EXPECT_EQ(1, monp.count("error execv() failed. *"));
+}
+
+/*
+ * What is in the way of the marker and of the lock file.
+ */
+TEST(Fault, Obstacles)
+{
+    const struct {
+        const char* directory; // of the marker file
+        const char* line;
+    } cases[] = {
+        { "work/none/marker", "error mkdir failed. (* errno=2)" },
+        { "work/file", "error fopen failed. (* errno=20)" },
+        { "work/nowhere", "error mkdir failed. (* errno=17)" },
+        { "work/readonly", "error fopen failed. (* errno=30)" },
+        { "work/link", "" },
+    };
+
+    for (const auto& c : cases) {
+        Installation in("pelkant");
+        in.hurried = true;
+        in.values["monp/md/dirpath"] = c.directory;
+        std::ofstream(in.root / "work/file").flush();
+        fs::create_symlink("none", in.root / "work/nowhere");
+        fs::create_directory(in.root / "work/readonly");
+        fs::create_directory_symlink("../log", in.root / "work/link");
+        const std::string readonly = in.root / "work/readonly";
+        ASSERT_EQ(0, mount("none", readonly.c_str(), "tmpfs", MS_RDONLY, nullptr));
+        fs::create_directory(in.root / "work/lock_md");
+        in.write();
+        Monitor monp(in, { "-n" });
+        ASSERT_EQ(0, monp.launched());
+        monp.wait_for(*c.line == '\0' ? "info end - (type=pelkant)" : c.line, 2);
+        EXPECT_EQ(*c.line == '\0', fs::exists(in.root / "log/made"));
+        monp.signal(SIGUSR2);
+        EXPECT_EQ(0, monp.ended());
+        EXPECT_TRUE(monp.logged({ "error unlink() failed. (* err=21)", "info end - (type=pelkant ret=0)" }));
+        umount(readonly.c_str());
+    }
+}
