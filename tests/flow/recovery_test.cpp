@@ -5,6 +5,7 @@
 #include "sandbox_monitor.h"
 
 #include <csignal>
+#include <fstream>
 
 using sandbox::Installation;
 using sandbox::Monitor;
@@ -13,6 +14,7 @@ using sandbox::Texts;
 namespace {
 
 constexpr int CANNOT_RUN = -1;
+constexpr int NO_PROGRAM = -2;
 constexpr const char* ENDS = "report exit 3";
 
 struct Ending {
@@ -51,6 +53,9 @@ TEST_P(Recovery, Follows)
         if (ending.command == CANNOT_RUN) {
             std::filesystem::permissions(in.root / "bin" / name, std::filesystem::perms(0644));
         }
+        if (ending.command == NO_PROGRAM) {
+            std::ofstream(in.root / "bin" / name) << "no program\n";
+        }
     }
     sandbox::shutdown_status(ending.shutdown);
     in.write();
@@ -86,6 +91,8 @@ INSTANTIATE_TEST_SUITE_P(, Recovery, testing::Values(
     Ending{ "StopCluster", 3, ENDS, 0, 0, 0, 0, { CL }, { "event4 *dusko_policy*" } },
     Ending{ "StopClusterFails", 3, ENDS, 0, 3, 0, 4, { CL }, { "event4 *", "event5 *(status 3)." } },
     Ending{ "StopClusterCannotRun", 3, ENDS, 0, CANNOT_RUN, 0, 4, {}, { "event4 *", "event5 *(status -1)." } },
+    Ending{ "StopClusterIsNoProgram", 3, ENDS, 0, NO_PROGRAM, 0, 4, {},
+        { "error execv() failed. (type=dusko_policy path=*/bin/cl errno=8)", "event5 *(status 4)." } },
     Ending{ "Halt", 4, ENDS, 0, 0, 1, 0, { HALT }, { "event6 *dusko_policy*" } },
     Ending{ "HaltFallsBack", 4, ENDS, 0, 3, 0, 0, { HALT, "/sbin/shutdown -h now" },
         { "event6 *", "info cmd(/sbin/shutdown -h now) success." } },

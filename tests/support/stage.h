@@ -57,6 +57,7 @@ struct Sys {
     std::string resolved;                              // by realpath; empty: paths are what they are
     std::map<int, sighandler_t> handlers;
     pid_t ppid = 900; // the launcher, as long as it lives
+    uid_t uid = 0;
     int systemresult = 0;
     std::multimap<int, std::function<void()>> events;
 

@@ -218,8 +218,9 @@ int sys_kill(pid_t pid, int signal)
 
 int sys_system(const char* command)
 {
-    errno = EPERM;
-    return result(std::string("system ") + command) != 0 ? -1 : sys.systemresult;
+    int code = result(std::string("system ") + command) != 0 ? -1 : sys.systemresult;
+    errno = code == -1 ? EPERM : errno; // which a command that merely fails leaves alone
+    return code;
 }
 
 int sys_pthread_create(pthread_t*, const pthread_attr_t* attributes, void* (*)(void*), void* copies)
@@ -247,7 +248,7 @@ pid_t sys_getppid()
 
 uid_t sys_getuid()
 {
-    return 0;
+    return sys.uid;
 }
 
 pid_t sys_setsid()
@@ -268,7 +269,7 @@ mode_t sys_umask(mode_t mask)
 
 int sys_getrlimit(int resource, rlimit* limit)
 {
-    *limit = { 8192, RLIM_INFINITY };
+    *limit = { RLIM_INFINITY, 8192 };
     return result(fmt("getrlimit %d", resource));
 }
 

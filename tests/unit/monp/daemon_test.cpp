@@ -58,7 +58,7 @@ TEST_F(Daemon, TheChildIsSetUpWithTheLimitsOfTheSettings)
     EXPECT_EQ(begun + ended, daemon());
     gmonpallpol.core = 1;
     gmonpallpol.stacksize = 65536;
-    EXPECT_EQ(begun + core + get + "error: getrlimit(stacksize:cur=8192,max=-1); " + set +
+    EXPECT_EQ(begun + core + get + "error: getrlimit(stacksize:cur=-1,max=8192); " + set +
                   "error: setrlimit(stacksize=65536) OK.; " + ended,
               daemon());
     journal.fails = { { "setsid", EPERM }, { "setrlimit", EPERM }, { "getrlimit", EFAULT }, { "chdir", ENOENT } };
@@ -115,7 +115,11 @@ TEST_F(Monitor, AStormOfSignalsLosesLinesOnly)
     }
     monp_sighandler1(SIGUSR1);
     EXPECT_EQ(YES, gbmonpinited);
-    monp_drainsignals();
+    // A request behind the last record that is looked at has no lines yet, so its flag is not seen either.
+    journal.when["warning: signals without a record. (type=pelkant num=1)"] = [] { monp_sighandler1(SIGUSR2); };
+    EXPECT_EQ(0, monp_testflag(gbmonpend));
+    EXPECT_EQ(YES, monp_testflag(gbmonpend));
+    EXPECT_EQ(1u, journal.count("trace: catch signal. (type=pelkant sig=12)"));
     EXPECT_EQ(1024u, journal.count("trace: catch signal. (type=pelkant sig=1)"));
     EXPECT_EQ(1u, journal.count("warning: signals without a record. (type=pelkant num=1)"));
     EXPECT_EQ(1u, journal.count("error: mkdir"));

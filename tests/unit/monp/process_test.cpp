@@ -294,6 +294,7 @@ TEST_F(Service, TheSearchComparesResolvedPathsThatFit)
         EXPECT_EQ(found ? MONP_RET_SUCCESS : MONP_RET_FAIL_UNKNOWN, monp_getservice(arg("/bin/svc"), &pid)) << exe;
         EXPECT_EQ(found ? 99 : 0, pid);
         EXPECT_EQ(found ? 0u : 1u, journal.count("info: service process is not found."));
+        EXPECT_EQ(exe == x(1024) ? 1u : 0u, journal.count("error: executable path does not fit."));
     }
     sys.processes.clear();
     journal.entries.clear();

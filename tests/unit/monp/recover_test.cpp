@@ -84,10 +84,11 @@ TEST_P(Recover, RunsTheCommandWhateverItTakes)
 TEST_P(Recover, AFailedFallbackKeepsTheStatusOfTheCommand)
 {
     for (const auto& [result, line] :
-         { std::pair{ exited(5), fmt("error: cmd(%s) failed (ret=5 errno=1).", c.shutdown) },
-           { SIGKILL, fmt("error: system(%s) failed. (ret:9,errno:1)", c.shutdown) },
+         { std::pair{ exited(5), fmt("error: cmd(%s) failed (ret=5 errno=0).", c.shutdown) },
+           { SIGKILL, fmt("error: system(%s) failed. (ret:9,errno:0)", c.shutdown) },
            { -1, fmt("error: system(%s) failed. (ret:-1,errno:1)", c.shutdown) } }) {
         sys.systemresult = result;
+        journal.when[fmt("info: retry, path=%s", c.shutdown)] = [] { errno = EEXIST; }; // an older one
         sys.next = { { .runs = 1, .status = SIGUSR1 } };
         expect(MONP_RET_FAIL_UNKNOWN,
                "trace: end - (type=trn ret=0); " + run + complaint(0, -1) + retry(line) + bad(-1));

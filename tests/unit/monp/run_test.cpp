@@ -78,6 +78,13 @@ TEST_F(Run, FailuresOfStartUpAndExitAreTolerated)
     sys.signal_at(1, SIGUSR2);
     EXPECT_EQ("exit 0", run_monitor("--dusko|-n"));
     EXPECT_EQ("log_init monp 0 5000000 0; log_term; log_init monp 4 70000 0", journal.only("log_init log_term"));
+    xml.values["/root/all/env/path"] = xml.values["/root/all/env/lang"] = "";
+    sys.signal_at(1, SIGUSR2);
+    EXPECT_EQ("exit 0", run_monitor("--dusko|-n"));
+    EXPECT_EQ("setenv MALLOC_CHECK_=3 1", journal.only("setenv"));
+    sys.uid = static_cast<uid_t>(-2);
+    EXPECT_EQ("exit 1", run_monitor("--dusko"));
+    EXPECT_EQ("error: permission denied. (ret=-2)", journal.only("error:"));
 }
 
 TEST_F(Run, LockFilesOfTheTypes)
@@ -297,7 +304,11 @@ TEST_F(Run, TheMarkerFollowsThePhases)
 
     xml.values["/root/dusko/type"] = "pelkant";
     xml.values["/root/all/path"] = "/nonexistent";
-    journal.when["umask 0"] = [] { monp_sighandler1(SIGUSR1); }; // before the phase begins
+    journal.when["umask 0"] = [] { // before the phase begins
+        monp_sighandler1(SIGUSR1);
+        monp_sighandler1(SIGUSR2);
+    };
+    journal.when["error: Not exist file. (file=/nonexistent/md/made errno=2)"] = [] { gmdfilemaked = YES; };
     sys.signal_at(2, SIGHUP);
     sys.signal_at(3, SIGUSR2);
     EXPECT_EQ("exit 0", run_monitor("--dusko|-n"));
