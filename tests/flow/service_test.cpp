@@ -3,6 +3,7 @@
  */
 #include "sandbox_monitor.h"
 
+#include <algorithm>
 #include <csignal>
 #include <fstream>
 #include <sys/wait.h>
@@ -59,7 +60,8 @@ TEST(GuideService, WrapperTellsHowItsProgramEnded)
         use_service(in, "guide_wrapper", "./program a");
         Monitor monp(in);
         monp.wait_for(line);
-        EXPECT_EQ(Texts{ "program [a]" }, in.calls());
+        const sandbox::Texts calls = in.calls(); // the collector's may be among them
+        EXPECT_EQ(1, std::count(calls.begin(), calls.end(), "program [a]"));
     }
 }
 
