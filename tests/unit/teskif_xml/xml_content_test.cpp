@@ -170,6 +170,7 @@ TEST_F(XmlHome, FindsKeysByWholeNames)
     EXPECT_EQ("1", text("/root/all/envy"));
     EXPECT_EQ("NOVALUE", text("/root"));
     EXPECT_EQ("NOVALUE", text("/root/all/env"));
+    EXPECT_TRUE(told("all.xml:1:12: /root/all/env: ")) << teskxml_lasterror();
     for (const char* missing : { "", "/", "root/all/envy", "//root/all/envy", "/root//all/envy", "/root/all/envy/",
                                  "/root/all/env/pat", "/root/all/env/path2", "/root/all/envy/x", "/root/pm", "/roo",
                                  "/root/*/envy", "/root/all/envy[1]", "/root/all/env/../envy" }) {
