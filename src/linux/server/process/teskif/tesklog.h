@@ -47,7 +47,7 @@ TESKLOG_API int log_init(const char* ident, void** handle, int level, int size, 
 
 /*
  * Writes one record: a line of the log file, in one piece. Does nothing with a null handle and with one that was closed.
- * May be called by several threads at once, in a signal handler (up to 10 KiB of its stack) and in a forked child, but
+ * May be called by several threads at once, in a signal handler (up to 12 KiB of its stack) and in a forked child, but
  * not in a vfork()ed one. Takes no lock, allocates nothing, never blocks, and leaves errno as it is. A record that cannot
  * be written is dropped and counted; the line that can be written next, by this process or one that it shares the log
  * with by a fork, is preceded by their number.
