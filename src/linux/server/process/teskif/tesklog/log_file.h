@@ -54,7 +54,7 @@ typedef struct {
 
 /*
  * Prepares a file without opening it, which the first record does. If the record was last used for the same path, what
- * could not be reported then is still due. Not for a signal handler.
+ * could not be reported then is still due; else it is forgotten. Not for a signal handler.
  *   pdirectory, pident, psuffix  the path's parts: <pdirectory>/<pident><psuffix>
  *   nsize, ngenerations, pfnotice  as in the record above
  * Result: 0, or ENAMETOOLONG.
