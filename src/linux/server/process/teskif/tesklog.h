@@ -68,9 +68,9 @@ TESKLOG_API void log_write(void* handle, int level, int event, const char* file,
  * Closes a log. Does nothing with a null handle and with one that was closed. Others may still be writing, and may write
  * later: who was first is written, who comes later is ignored. Reports the number of dropped records if that is
  * possible; else it is kept for a log_init of the same log by this process, unless one of another log comes first. May
- * be called where log_write may, and leaves errno as it is. In a child that was forked while another thread was writing,
- * that writer never leaves: nothing is written any more, but the descriptors stay open, and the place of the log taken,
- * until an exec or the end.
+ * be called where log_write may, and leaves errno as it is. In a child that was forked while another thread was
+ * writing, that writer never leaves: nothing is written any more, but the descriptors stay open, and the place of the
+ * log taken, until an exec or the end.
  */
 TESKLOG_API void log_term(void* handle);
 
