@@ -81,6 +81,11 @@ TEST_F(LogFormat, LongLineIsCutWithAMark)
     WRITE("%999999999d|%.999999999d", 1, 1);
     EXPECT_TRUE(lines().at(0).ends_with("\\x1b...[cut]")); // never in the middle of an escape
     EXPECT_TRUE(lines()[0].size() > 4000 && lines().at(1).size() < 4096);
+    WRITE("%s", "");
+    const int text = 4079 - static_cast<int>(lines().back().size());
+    WRITE("%*d", text, 7);
+    WRITE("%*d", text + 1, 7);
+    EXPECT_TRUE(lines().at(3).ends_with(" 7") && lines()[4].ends_with(" ...[cut]"));
 }
 
 TEST_F(LogFormat, LevelDecidesWhatIsKept)

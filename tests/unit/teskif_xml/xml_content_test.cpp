@@ -44,7 +44,9 @@ TEST_F(XmlHome, TakesOrRefusesAFileWhole)
         { value("\xe9t\xe9"), "SYNTAX", ":1:15: " },
         { "<?xml version='1.0' encoding='ISO-8859-1'?>" + value("1"), "SYNTAX", "ISO-8859-1, not UTF-8" },
         { "\xef\xbb\xbf<?xml version='1.0' encoding='utf-8'?>" + value("1"), "OK", "" },
-        { "<!DOCTYPE root [<!ENTITY a 'aa'><!ENTITY b '&a;&a;'>]>" + value("&b;"), "FORBIDDEN", "a DOCTYPE" },
+        { "<!DOCTYPE root [<!ENTITY a 'aa'><!ENTITY b '&a;&a;'>]>" + value("&b;"), "FORBIDDEN", ":1:1: a DOCTYPE" },
+        { "<!--\n<!DOCTYPE--> <!DOCTYPE\nroot SYSTEM '<!DOCTYPE'>" + value("1"), "FORBIDDEN", ":2:14: a DOCTYPE" },
+        { value("<![CDATA[<!DOCTYPE]]>&#60;!DOCTYPE"), "OK", "" },
         { all("\n  <x unit='s'>1</x>"), "FORBIDDEN", ":2:3: the element x has the attribute unit" },
         { all("<?run x?>"), "FORBIDDEN", ":1:12: the processing instruction run" },
         { value("\xc3\xa9<y/>"), "FORBIDDEN", ":1:17: the element y follows a text" },
@@ -168,6 +170,7 @@ TEST_F(XmlHome, FindsKeysByWholeNames)
     EXPECT_EQ("1", text("/root/all/envy"));
     EXPECT_EQ("NOVALUE", text("/root"));
     EXPECT_EQ("NOVALUE", text("/root/all/env"));
+    EXPECT_TRUE(told("all.xml:1:12: /root/all/env: ")) << teskxml_lasterror();
     for (const char* missing : { "", "/", "root/all/envy", "//root/all/envy", "/root//all/envy", "/root/all/envy/",
                                  "/root/all/env/pat", "/root/all/env/path2", "/root/all/envy/x", "/root/pm", "/roo",
                                  "/root/*/envy", "/root/all/envy[1]", "/root/all/env/../envy" }) {

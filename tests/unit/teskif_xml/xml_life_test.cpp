@@ -65,10 +65,13 @@ TEST_F(XmlHome, CountsLoadsOfTheSameFile)
         EXPECT_EQ(code, word(xmllib_unload_config()));
         EXPECT_EQ(code, word(xmllib_unload_pathconfig(first)));
     }
+    for (void** handle : { &first, &second }) { // the only file, each time
+        EXPECT_EQ("OK", word(xmllib_load_pathconfig(other.c_str(), handle)));
+        EXPECT_EQ(handle == &first ? "OK" : "NOTLOADED",
+                  word(xmllib_unload_pathconfig(first))); // stale the second time
+    }
     EXPECT_EQ("OK", word(xmllib_load_policy("all")));
     EXPECT_EQ("2", text("/root/all/x"));
-    EXPECT_EQ("OK", word(xmllib_load_pathconfig(other.c_str(), &second)));
-    EXPECT_EQ("NOTLOADED", word(xmllib_unload_pathconfig(first))); // stale, though the file is loaded again
 }
 
 TEST_F(XmlHome, LetsNoTwoFilesAnswerOneKey)

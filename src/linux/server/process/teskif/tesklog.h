@@ -47,7 +47,7 @@ TESKLOG_API int log_init(const char* ident, void** handle, int level, int size, 
 
 /*
  * Writes one record: a line of the log file, in one piece. Does nothing with a null handle and with one that was closed.
- * May be called by several threads at once, in a signal handler (up to 10 KiB of its stack) and in a forked child, but
+ * May be called by several threads at once, in a signal handler (up to 12 KiB of its stack) and in a forked child, but
  * not in a vfork()ed one. Takes no lock, allocates nothing, never blocks, and leaves errno as it is. A record that cannot
  * be written is dropped and counted; the line that can be written next, by this process or one that it shares the log
  * with by a fork, is preceded by their number.
@@ -67,8 +67,10 @@ TESKLOG_API void log_write(void* handle, int level, int event, const char* file,
 /*
  * Closes a log. Does nothing with a null handle and with one that was closed. Others may still be writing, and may write
  * later: who was first is written, who comes later is ignored. Reports the number of dropped records if that is
- * possible; else it is kept for a log_init of the same log by this process. May be called where log_write may, and
- * leaves errno as it is.
+ * possible; else it is kept for a log_init of the same log by this process, unless one of another log comes first. May
+ * be called where log_write may, and leaves errno as it is. In a child that was forked while another thread was
+ * writing, that writer never leaves: nothing is written any more, but the descriptors stay open, and the place of the
+ * log taken, until an exec or the end.
  */
 TESKLOG_API void log_term(void* handle);
 

@@ -214,10 +214,16 @@ static bool log_file_append(LOG_FILE* pfile, const LOG_RECORD* precord, const LO
  */
 static void log_file_bound(LOG_FILE* pfile, const LOG_RECORD* precord, size_t nwritten)
 {
+    int ncode = 0;
+
     if (log_file_isfull(pfile, precord->nnow, nwritten) &&
         log_file_isdue(pfile->nfailed, precord->nnow, glookinterval) && log_file_enter(pfile, precord->self.nepoch)) {
-        if (log_file_rotate(pfile, precord->nnow) != 0) {
+        ncode = log_file_rotate(pfile, precord->nnow);
+        if (ncode != 0) {
             pfile->nfailed.store(precord->nnow, std::memory_order_relaxed);
+        }
+        if (ncode == 0 || pfile->nrefused.load(std::memory_order_relaxed) == 0) {
+            pfile->nrefused.store(ncode, std::memory_order_relaxed);
         }
         log_file_leave(pfile);
     }
@@ -245,6 +251,13 @@ void log_file_write(LOG_FILE* pfile, const LOG_RECORD* precord, const LOG_TEXT* 
     if (!bkept) {
         ++*pfile->pnlost;
     }
+}
+
+int log_file_refusal(LOG_FILE* pfile)
+{
+    int ncode = pfile->nrefused.load(std::memory_order_relaxed);
+
+    return ncode > 0 && pfile->nrefused.compare_exchange_strong(ncode, -ncode) ? ncode : 0;
 }
 
 void log_file_close(LOG_FILE* pfile, const LOG_RECORD* precord)

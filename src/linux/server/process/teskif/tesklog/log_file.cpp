@@ -59,6 +59,7 @@ int log_file_init(LOG_FILE* pfile, const char* pdirectory, const char* pident, c
     pfile->nmeasured = 0;
     pfile->nfailed = 0;
     pfile->nbusy = 0;
+    pfile->nrefused = 0;
     return path.bcut ? ENAMETOOLONG : 0;
 }
 

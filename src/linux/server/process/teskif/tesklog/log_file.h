@@ -49,11 +49,12 @@ typedef struct {
     std::atomic<int64_t> nmeasured;   /* LOG_RECORD.nnow of the last look at the size */
     std::atomic<int64_t> nfailed;     /* LOG_RECORD.nnow of the last rotation that failed */
     std::atomic<int64_t> nbusy;       /* LOG_RECORD.nnow of the last rotation that another process was at */
+    std::atomic<int> nrefused;        /* errno of the last rotation; negative once log_file_refusal has told it */
 } LOG_FILE;
 
 /*
  * Prepares a file without opening it, which the first record does. If the record was last used for the same path, what
- * could not be reported then is still due. Not for a signal handler.
+ * could not be reported then is still due; else it is forgotten. Not for a signal handler.
  *   pdirectory, pident, psuffix  the path's parts: <pdirectory>/<pident><psuffix>
  *   nsize, ngenerations, pfnotice  as in the record above
  * Result: 0, or ENAMETOOLONG.
@@ -74,6 +75,13 @@ int log_file_open(LOG_FILE* pfile, const LOG_SELF* pself);
  *   pline    the line with its end
  */
 void log_file_write(LOG_FILE* pfile, const LOG_RECORD* precord, const LOG_TEXT* pline);
+
+/*
+ * Tells once that rotation began to fail, to the first caller after that. For any thread, signal handler and forked
+ * child.
+ * Result: the errno for which the file cannot be rotated; 0: it can, or that was told already.
+ */
+int log_file_refusal(LOG_FILE* pfile);
 
 /*
  * Reports what was dropped, if that is possible now, and gives the descriptor back. Nobody else may be using the file.

@@ -13,7 +13,7 @@
  * Sizes of character arrays in bytes, the terminating NUL included.
  */
 enum __log_length_value__ {
-    LOG_LINE_LEN = 4096, /* a record in a file, its line end included */
+    LOG_LINE_LEN = 4096, /* a record in a file; its text ends 17 bytes before, for a mark, a line end and a NUL */
     LOG_PATH_LEN = 1024  /* a path, short enough for three of them on a signal handler's stack */
 };
 

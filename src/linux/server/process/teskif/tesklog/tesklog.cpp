@@ -161,17 +161,27 @@ static int log_zone()
 }
 
 /*
+ * Begins a line of the library's own.
+ *   precord  the record that is written just now
+ *   nline    where the line is made
+ */
+static void log_warning_head(LOG_TEXT* ptext, const LOG_RECORD* precord, int nline)
+{
+    LOG_RECORD warning = *precord;
+
+    warning.nlevel = TESKLOG_WARNING;
+    warning.pfile = __FILE__;
+    warning.nline = nline;
+    warning.pfunction = "log_write";
+    log_record_head(ptext, &warning);
+}
+
+/*
  * Makes the line that says that records are missing: a PFLOGNOTICE.
  */
 static void log_notice(LOG_TEXT* ptext, const LOG_RECORD* precord, unsigned long nlost)
 {
-    LOG_RECORD notice = *precord;
-
-    notice.nlevel = TESKLOG_WARNING;
-    notice.pfile = __FILE__;
-    notice.nline = __LINE__;
-    notice.pfunction = "log_write";
-    log_record_head(ptext, &notice);
+    log_warning_head(ptext, precord, __LINE__);
     log_text_format(ptext, "%lu records lost.", nlost);
 }
 
@@ -263,7 +273,10 @@ void log_term(void* handle)
 
 /* ---------------------------------------------------------------- writing ---- */
 
-static void log_write_line(LOG_SLOT* pslot, const LOG_RECORD* precord, const char* pformat, va_list pargs)
+/* The three below each have a line on the stack; inlined, they would have them at the same time. */
+
+static __attribute__((noinline)) void log_write_line(LOG_SLOT* pslot, const LOG_RECORD* precord, const char* pformat,
+                                                     va_list pargs)
 {
     char szline[LOG_LINE_LEN];
     LOG_TEXT line = {};
@@ -277,12 +290,29 @@ static void log_write_line(LOG_SLOT* pslot, const LOG_RECORD* precord, const cha
     log_file_write(&pslot->log, precord, &line);
 }
 
-static void log_write_event(LOG_SLOT* pslot, const LOG_RECORD* precord, const char* pformat, va_list pargs)
+static __attribute__((noinline)) void log_write_event(LOG_SLOT* pslot, const LOG_RECORD* precord, const char* pformat,
+                                                      va_list pargs)
 {
     LOG_EVENT event;
 
     log_event_make(&event, precord, pformat, pargs);
     log_event_write(&event, &pslot->log, &pslot->events);
+}
+
+/*
+ * Says that a file has begun to grow without a limit, behind the record that found it full.
+ */
+static __attribute__((noinline)) void log_write_refusal(LOG_SLOT* pslot, const LOG_RECORD* precord,
+                                                        const LOG_FILE* pfile, int ncode)
+{
+    char szline[LOG_LINE_LEN];
+    LOG_TEXT line = {};
+
+    log_text_open(&line, szline, sizeof(szline), LOG_ESC_LINE);
+    log_warning_head(&line, precord, __LINE__);
+    log_text_format(&line, "log cannot be rotated. (path=%s errno=%d)", pfile->szpath, ncode);
+    log_text_close(&line, "\n");
+    log_file_write(&pslot->log, precord, &line);
 }
 
 /*
@@ -293,6 +323,7 @@ static __attribute__((noinline)) void log_write_kept(LOG_SLOT* pslot, const void
                                                      const char* pformat, va_list pargs)
 {
     const int nerror = errno;
+    int ncode = 0;
 
     if (log_slot_enter(pslot, phandle)) {
         precord->pident = pslot->szident;
@@ -301,6 +332,12 @@ static __attribute__((noinline)) void log_write_kept(LOG_SLOT* pslot, const void
             log_write_event(pslot, precord, pformat, pargs);
         } else {
             log_write_line(pslot, precord, pformat, pargs);
+        }
+        for (LOG_FILE* pfile : { &pslot->log, &pslot->events }) {
+            ncode = log_file_refusal(pfile);
+            if (ncode != 0) {
+                log_write_refusal(pslot, precord, pfile, ncode);
+            }
         }
         log_slot_leave(pslot);
     }

@@ -150,7 +150,10 @@ int teskxml_set_lookup(const char* pkey, const TESKXML_DOC** ppdoc, uint32_t* pn
             *pnode = nnode;
         }
     }
-    if (nfuncret != TESKXML_RET_SUCCESS) {
+    if (nfuncret == TESKXML_RET_FAIL_NOVALUE) {
+        teskxml_fail(nfuncret, (*ppdoc)->pfile, (*ppdoc)->pnode[*pnode].line, (*ppdoc)->pnode[*pnode].column, "%s: %s",
+                     pkey, teskxml_codetext(nfuncret));
+    } else if (nfuncret == TESKXML_RET_FAIL_NOKEY) {
         teskxml_fail(nfuncret, nullptr, 0, 0, "%s: %s", pkey, teskxml_codetext(nfuncret));
     }
     return nfuncret;
