@@ -8,10 +8,14 @@
 #include <csignal>
 #include <cstdlib>
 #include <fstream>
+#include <set>
 #include <sstream>
 #include <sys/mount.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include <linux/sched.h>
 
 namespace fs = std::filesystem;
 using sandbox::eventually;
@@ -44,6 +48,29 @@ void spoil(const fs::path& program)
 void dying_service(const Installation& in, const std::string& between = "")
 {
     in.script("service", "kill -USR1 $PPID\n" + between + "\nexit 3\n");
+}
+
+/*
+ * How often a program could not be executed. Each time a child of its own says so, in this one line, and ends.
+ */
+int failed_executions(Monitor& monp, const std::string& name)
+{
+    std::multiset<int> writers;
+    int failed = 0;
+
+    for (const auto& line : monp.lines()) {
+        writers.insert(std::stoi(line.thread));
+    }
+    for (const auto& line : monp.lines()) {
+        if (line.text.starts_with("execv() failed.") && line.text.ends_with('/' + name + " errno=8)")) {
+            const int writer = std::stoi(line.thread);
+            EXPECT_EQ(std::to_string(writer) + '/' + std::to_string(writer), line.thread) << monp.daemon();
+            EXPECT_EQ(1U, writers.count(writer)) << line.thread << ' ' << monp.daemon();
+            eventually("the child's end", [&] { return waitpid(writer, nullptr, WNOHANG), kill(writer, 0) != 0; });
+            failed++;
+        }
+    }
+    return failed;
 }
 
 } // namespace
@@ -180,10 +207,37 @@ TEST(Fault, RestartStorm)
     EXPECT_LT(now[2], then[2] * 5 / 4) << "memory";
 
     // Each child that could not be executed leaves one line, and its collection the status; the last may be cut off.
-    const int failed = monp.count("error execv() failed. *");
+    const int failed = failed_executions(monp, "collect");
     const int told = monp.count("info end - (* ret=0 stat=4)", "monp_elog_collect");
     EXPECT_GT(told, restarts / 4);
     EXPECT_TRUE(failed == told || failed == told + 1) << failed << " and " << told;
+}
+
+/*
+ * A service that cannot be executed either, beside the collection of its last failure: somebody else reports for it.
+ */
+TEST(Fault, FailedExecutions)
+{
+    const int starts = rounds(40);
+    Installation in("dusko");
+    in.hurried = true;
+    in.own("action") = "2";
+    in.own("restarttime") = std::to_string(starts - 1);
+    in.own("child_timeout") = "4000";
+    spoil(in.root / "bin/service");
+    spoil(in.root / "bin/collect");
+    in.write();
+    Monitor monp(in);
+    for (int round = 1; round <= starts; round++) {
+        monp.wait_for("info monp_getservice(*", round);
+        monp.signal(SIGUSR1);
+    }
+    EXPECT_EQ(0, monp.launched());
+    EXPECT_EQ(0, monp.ended());
+    EXPECT_EQ(starts, failed_executions(monp, "service"));
+    EXPECT_GE(failed_executions(monp, "collect"), starts / 4);
+    EXPECT_EQ(starts, monp.count("info end - (* ret=0 pid=* stat=4)", "monp_create_process_svc"));
+    EXPECT_EQ(starts, monp.count("event2 *(status 4)*"));
 }
 
 /*
