@@ -214,33 +214,6 @@ TEST(Fault, RestartStorm)
 }
 
 /*
- * A service that cannot be executed either, beside the collection of its last failure: somebody else reports for it.
- */
-TEST(Fault, FailedExecutions)
-{
-    const int starts = rounds(40);
-    Installation in("dusko");
-    in.hurried = true;
-    in.own("action") = "2";
-    in.own("restarttime") = std::to_string(starts - 1);
-    in.own("child_timeout") = "4000";
-    spoil(in.root / "bin/service");
-    spoil(in.root / "bin/collect");
-    in.write();
-    Monitor monp(in);
-    for (int round = 1; round <= starts; round++) {
-        monp.wait_for("info monp_getservice(*", round);
-        monp.signal(SIGUSR1);
-    }
-    EXPECT_EQ(0, monp.launched());
-    EXPECT_EQ(0, monp.ended());
-    EXPECT_EQ(starts, failed_executions(monp, "service"));
-    EXPECT_GE(failed_executions(monp, "collect"), starts / 4);
-    EXPECT_EQ(starts, monp.count("info end - (* ret=0 pid=* stat=4)", "monp_create_process_svc"));
-    EXPECT_EQ(starts, monp.count("event2 *(status 4)*"));
-}
-
-/*
  * The monitor ends while the collection has just begun, after a recovery command that cannot be executed or without one.
  */
 TEST(Fault, EndsBesideACollection)
@@ -301,30 +274,39 @@ TEST(Fault, StartsInDisorder)
 }
 
 /*
- * The executable is replaced while the service runs, by something that is no program; then the program is back.
+ * The executable is replaced while the service runs, by something that is no program, and so is the collector; somebody
+ * else reports for it, but for the last time. Then the program is back.
  */
 TEST(Fault, ReplacedExecutable)
 {
+    const int starts = rounds(40);
     Installation in("dusko");
     in.hurried = true;
     in.own("action") = "2";
-    in.own("child_timeout") = "300"; // one and a half seconds
+    in.own("child_timeout") = "400"; // two seconds
     in.own("param") = "report";
     in.write();
     Monitor monp(in);
     ASSERT_EQ(0, monp.launched());
     const pid_t service = in.service();
+    spoil(in.root / "bin/collect");
     spoil(in.root / "bin/service");
     kill(service, SIGKILL);
+    for (int start = 1; start < starts; start++) {
+        monp.wait_for("info monp_getservice(*", start + 1);
+        monp.signal(SIGUSR1);
+    }
     monp.wait_for("event1 *");
     EXPECT_TRUE(monp.logged({ "event3 *", "error execv() failed. (* errno=8)", "info process exited. (* stat=4)",
                               "error initialize error. (* stat=4 *)", "event1 *(status 4)*" }));
+    EXPECT_EQ(starts, failed_executions(monp, "service"));
+    EXPECT_EQ(starts, monp.count("info end - (* ret=0 pid=* stat=4)", "monp_create_process_svc"));
+    EXPECT_EQ(starts - 1, monp.count("event2 *(status 4)*"));
     fs::rename(in.root / "bin/service.good", in.root / "bin/service");
     monp.signal(SIGUSR1);
-    monp.wait_for_report(3);
+    monp.wait_for_report(starts + 2);
     monp.signal(SIGUSR2);
     EXPECT_EQ(0, monp.ended());
-    EXPECT_EQ(1, monp.count("error execv() failed. *"));
 }
 
 /*
@@ -364,4 +346,148 @@ TEST(Fault, Obstacles)
         EXPECT_TRUE(monp.logged({ "error unlink() failed. (* err=21)", "info end - (type=pelkant ret=0)" }));
         umount(readonly.c_str());
     }
+}
+
+/*
+ * The launcher is killed, and somebody else has its pid when it would be told.
+ */
+TEST(Fault, LauncherIsGone)
+{
+    static volatile sig_atomic_t told = 0; // process 1, the daemon's parent now
+    signal(SIGUSR1, [](int) { told = 1; });
+    Installation in("dusko");
+    in.launcher = [&in] { std::ofstream(in.root / "work/launcher") << getpid(); };
+    in.own("param") = "--ctl ../work/ctl silent";
+    in.write();
+    Monitor monp(in);
+    in.service();
+    pid_t launcher = std::stoi(sandbox::file_content(in.root / "work/launcher"));
+    kill(launcher, SIGKILL);
+    EXPECT_EQ(128 + SIGKILL, monp.launched());
+    clone_args args = {};
+    args.exit_signal = SIGCHLD;
+    args.set_tid = reinterpret_cast<uintptr_t>(&launcher);
+    args.set_tid_size = 1;
+    const long bystander = syscall(SYS_clone3, &args, sizeof(args));
+    if (bystander == 0) {
+        _exit(pause());
+    }
+    ASSERT_EQ(launcher, bystander);
+    in.command("report");
+    monp.wait_for_report();
+    monp.signal(SIGUSR2);
+    EXPECT_EQ(0, monp.ended());
+    EXPECT_TRUE(monp.logged({ "info monitor term. *", "info end - (type=dusko_policy ret=0)" }));
+    EXPECT_EQ(0, told);
+    EXPECT_EQ(0, waitpid(launcher, nullptr, WNOHANG)) << "the bystander was signalled";
+    kill(launcher, SIGKILL);
+}
+
+/*
+ * A service that becomes a daemon is found by the next start and by a second monitor, which kills it as it is stopped.
+ */
+TEST(Fault, ServiceLeavesItsMonitor)
+{
+    const auto adopted = [](const Monitor& monp, int times) {
+        monp.wait_for("info service process is already started. *", times);
+    };
+    Installation in("dusko");
+    in.hurried = true;
+    in.own("action") = "2";
+    in.own("child_timeout") = "4000";
+    in.own("waittime") = "20";
+    in.own("param") = "--ctl ../work/ctl report daemon";
+    in.write();
+    Monitor first(in);
+    ASSERT_EQ(0, first.launched());
+    adopted(first, 1);
+    Monitor second(in);
+    ASSERT_EQ(0, second.launched());
+    adopted(second, 2);
+    const pid_t service = in.service();
+    in.command("stop");
+    eventually("a stop", [=] {
+        return sandbox::file_content("/proc/" + std::to_string(service) + "/stat").find(" T ") != std::string::npos;
+    });
+    second.signal(SIGUSR2);
+    EXPECT_EQ(0, second.ended());
+    EXPECT_TRUE(second.logged({ "info throw exit signal. (* sig=10)", "info throw exit signal. (* sig=9)",
+                                "info monitor term. (* stat=0 *)" }));
+    eventually("its end", [=] { return waitpid(service, nullptr, WNOHANG) == service; });
+    adopted(first, 3);
+    EXPECT_TRUE(first.logged({ "event2 *(status 0)*", "event2 *(status -1)*", "event3 *", "event2 *(status 0)*" }));
+    first.signal(SIGUSR2);
+    EXPECT_EQ(0, first.ended());
+}
+
+/*
+ * Texts as long as they may be, and longer by one. Some leave no room for the service's path.
+ */
+TEST(Fault, LongTexts)
+{
+    const struct {
+        const char* key;
+        size_t most;
+        int refused; // status
+        int status;
+    } cases[] = {
+        { "all/path", 1022, 1, 4 },        { "all/env/path", 1023, 0, 0 },      { "monp/path", 1023, 1, 0 },
+        { "monp/elog/path", 1023, 1, 0 },  { "monp/elog/arcpath", 1023, 1, 0 }, { "pm/lockf", 1023, 0, 0 },
+        { "monp/md/dirpath", 1023, 0, 0 }, { "pelkant/path", 1023, 1, 4 },
+    };
+
+    for (const auto& c : cases) {
+        for (const size_t length : { 1022U, 1023U, 1024U }) {
+            const bool fits = length <= c.most;
+            Installation in("pelkant");
+            in.hurried = true;
+            in.own("child_timeout") = "4000";
+            in.values[c.key].resize(length, '/');
+            in.write();
+            Monitor monp(in);
+            EXPECT_EQ(fits ? 0 : c.refused, monp.launched()) << c.key << length;
+            EXPECT_EQ(fits ? 0 : 1, monp.count("[ew]*/root/" + std::string(c.key) + "[ )]*"));
+            if (fits || c.refused == 0) {
+                monp.signal(SIGUSR2);
+                EXPECT_EQ(c.status, monp.ended()) << c.key << length;
+            }
+        }
+    }
+}
+
+/*
+ * Names that a shell or a format would read in another way, and numbers that overflow where they are multiplied.
+ */
+TEST(Fault, OddNamesAndNumbers)
+{
+    const std::string odd = "a %s%n \"'\\$(x);*";
+    Installation in("pelkant");
+    const fs::path work = in.root / "work" / odd;
+    in.hurried = true;
+    for (const char* key : { "parent_timeout", "child_timeout", "restarttime", "waittime" }) {
+        in.own(key) = "2147483647";
+    }
+    for (const char* key : { "pelkant/path", "monp/elog/path", "cl/path" }) {
+        in.values[key] = "bin/" + odd + key[0];
+        in.script(odd + key[0], key[0] == 'p' ? "kill -USR1 $PPID\nexit 3\n" : "");
+    }
+    in.own("param") = in.values["monp/md/filename"] = odd;
+    in.own("action") = "3";
+    in.values["monp/elog/arcpath"] = in.values["monp/md/dirpath"] = "work/" + odd;
+    in.values["monp/elog/rotate"] = "-2147483648";
+    in.values["pm/lockf"] = work;
+    std::ofstream(work.string() + "_md").flush();
+    in.write();
+    Monitor monp(in);
+    ASSERT_EQ(0, monp.launched());
+    EXPECT_EQ(0, monp.ended());
+    EXPECT_TRUE(fs::exists(work / odd));
+    EXPECT_FALSE(fs::exists(work.string() + "_md"));
+    Texts calls;
+    eventually("the collector", [&] { return (calls = in.calls()).size() == 3; });
+    std::sort(calls.begin(), calls.end());
+    EXPECT_EQ((Texts{ odd + "c [-t] [--type] [monitor] [--nochk]",
+                      odd + "m [-t] [monitor-pelkant] [-l] [-o] [" + work.string() + ']',
+                      odd + "p [a] [%s%n] [\"'\\$(x);*]" }),
+              calls);
 }

@@ -17,7 +17,8 @@ using sandbox::Monitor;
 using sandbox::Texts;
 
 /*
- * A run that ends before it becomes a daemon tells its launcher why.
+ * A run that ends before it becomes a daemon tells its launcher why, and removes no lock file: whose it is it knows only
+ * with the whole configuration.
  */
 TEST(Launch, IsRefusedInTheForeground)
 {
@@ -37,11 +38,14 @@ TEST(Launch, IsRefusedInTheForeground)
         Installation in("dusko");
         in.values.erase(refusal.missing);
         in.write();
-        std::ofstream(in.root / "work/stderr").flush();
+        for (const char* file : { "stderr", "lock", "lock_trn" }) {
+            std::ofstream(in.root / "work" / file).flush();
+        }
         EXPECT_EQ(refusal.status, Monitor(in, refusal.arguments, refusal.user).launched()) << refusal.message;
         const std::string error = sandbox::file_content(in.root / "work/stderr");
         EXPECT_EQ(0, fnmatch(refusal.message, error.c_str(), 0)) << refusal.message << error;
         EXPECT_EQ(std::vector<pid_t>{}, in.services());
+        EXPECT_TRUE(fs::exists(in.root / "work/lock") && fs::exists(in.root / "work/lock_trn"));
     }
 }
 
