@@ -8,10 +8,14 @@
 #include <csignal>
 #include <cstdlib>
 #include <fstream>
+#include <set>
 #include <sstream>
 #include <sys/mount.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
+
+#include <linux/sched.h>
 
 namespace fs = std::filesystem;
 using sandbox::eventually;
@@ -44,6 +48,24 @@ void spoil(const fs::path& program)
 void dying_service(const Installation& in, const std::string& between = "")
 {
     in.script("service", "kill -USR1 $PPID\n" + between + "\nexit 3\n");
+}
+
+/*
+ * How often a program could not be executed. Each time a child of its own says so, once, and ends.
+ */
+int failed_executions(Monitor& monp, const std::string& name)
+{
+    std::set<int> writers = { monp.daemon() };
+
+    for (const auto& line : monp.lines()) {
+        if (line.text.starts_with("execv() failed.") && line.text.ends_with('/' + name + " errno=8)")) {
+            const int writer = std::stoi(line.thread);
+            EXPECT_EQ(std::to_string(writer) + '/' + std::to_string(writer), line.thread);
+            EXPECT_TRUE(writers.insert(writer).second) << writer << " of " << monp.daemon();
+            eventually("the child's end", [&] { return waitpid(writer, nullptr, WNOHANG), kill(writer, 0) != 0; });
+        }
+    }
+    return static_cast<int>(writers.size()) - 1;
 }
 
 } // namespace
@@ -152,6 +174,9 @@ TEST(Fault, RestartStorm)
 {
     const int restarts = rounds(80);
     Installation in("dusko");
+    in.launcher = [] { // what was freed, a sanitizer would count as held
+        setenv("ASAN_OPTIONS", (std::getenv("ASAN_OPTIONS") + std::string(":quarantine_size_mb=1")).c_str(), 1);
+    };
     in.hurried = true;
     in.own("action") = "2";
     in.own("restarttime") = std::to_string(restarts);
@@ -180,7 +205,7 @@ TEST(Fault, RestartStorm)
     EXPECT_LT(now[2], then[2] * 5 / 4) << "memory";
 
     // Each child that could not be executed leaves one line, and its collection the status; the last may be cut off.
-    const int failed = monp.count("error execv() failed. *");
+    const int failed = failed_executions(monp, "collect");
     const int told = monp.count("info end - (* ret=0 stat=4)", "monp_elog_collect");
     EXPECT_GT(told, restarts / 4);
     EXPECT_TRUE(failed == told || failed == told + 1) << failed << " and " << told;
@@ -247,30 +272,39 @@ TEST(Fault, StartsInDisorder)
 }
 
 /*
- * The executable is replaced while the service runs, by something that is no program; then the program is back.
+ * The executable is replaced while the service runs, by something that is no program, and so is the collector; somebody
+ * else reports for it, but for the last time. Then the program is back.
  */
 TEST(Fault, ReplacedExecutable)
 {
+    const int starts = rounds(40);
     Installation in("dusko");
     in.hurried = true;
     in.own("action") = "2";
-    in.own("child_timeout") = "300"; // one and a half seconds
+    in.own("child_timeout") = "400"; // two seconds
     in.own("param") = "report";
     in.write();
     Monitor monp(in);
     ASSERT_EQ(0, monp.launched());
     const pid_t service = in.service();
+    spoil(in.root / "bin/collect");
     spoil(in.root / "bin/service");
     kill(service, SIGKILL);
+    for (int start = 1; start < starts; start++) {
+        monp.wait_for("info monp_getservice(*", start + 1);
+        monp.signal(SIGUSR1);
+    }
     monp.wait_for("event1 *");
     EXPECT_TRUE(monp.logged({ "event3 *", "error execv() failed. (* errno=8)", "info process exited. (* stat=4)",
                               "error initialize error. (* stat=4 *)", "event1 *(status 4)*" }));
+    EXPECT_EQ(starts, failed_executions(monp, "service"));
+    EXPECT_EQ(starts, monp.count("info end - (* ret=0 pid=* stat=4)", "monp_create_process_svc"));
+    EXPECT_EQ(starts - 1, monp.count("event2 *(status 4)*"));
     fs::rename(in.root / "bin/service.good", in.root / "bin/service");
     monp.signal(SIGUSR1);
-    monp.wait_for_report(3);
+    monp.wait_for_report(starts + 2);
     monp.signal(SIGUSR2);
     EXPECT_EQ(0, monp.ended());
-    EXPECT_EQ(1, monp.count("error execv() failed. *"));
 }
 
 /*
@@ -293,6 +327,7 @@ TEST(Fault, Obstacles)
         Installation in("pelkant");
         in.hurried = true;
         in.values["monp/md/dirpath"] = c.directory;
+        in.values["all/stacksize"] = "4096"; // what it has by then stays
         std::ofstream(in.root / "work/file").flush();
         fs::create_symlink("none", in.root / "work/nowhere");
         fs::create_directory(in.root / "work/readonly");
@@ -307,7 +342,101 @@ TEST(Fault, Obstacles)
         EXPECT_EQ(*c.line == '\0', fs::exists(in.root / "log/made"));
         monp.signal(SIGUSR2);
         EXPECT_EQ(0, monp.ended());
-        EXPECT_TRUE(monp.logged({ "error unlink() failed. (* err=21)", "info end - (type=pelkant ret=0)" }));
+        EXPECT_TRUE(monp.logged({ "error setrlimit(stacksize=4096) OK.", "error unlink() failed. (* err=21)",
+                                  "info end - (type=pelkant ret=0)" }));
         umount(readonly.c_str());
     }
+}
+
+/*
+ * The launcher is killed, and somebody else has its pid when it would be told.
+ */
+TEST(Fault, LauncherIsGone)
+{
+    static volatile sig_atomic_t told = 0; // process 1, the daemon's parent now
+    signal(SIGUSR1, [](int) { told = 1; });
+    Installation in("dusko");
+    in.launcher = [&in] { std::ofstream(in.root / "work/launcher") << getpid(); };
+    in.own("param") = "--ctl ../work/ctl silent";
+    in.write();
+    Monitor monp(in);
+    in.service();
+    pid_t launcher = std::stoi(sandbox::file_content(in.root / "work/launcher"));
+    kill(launcher, SIGKILL);
+    EXPECT_EQ(128 + SIGKILL, monp.launched());
+    clone_args args = {};
+    args.exit_signal = SIGCHLD;
+    args.set_tid = reinterpret_cast<uintptr_t>(&launcher);
+    args.set_tid_size = 1;
+    if (syscall(SYS_clone3, &args, sizeof(args)) == 0) {
+        _exit(pause());
+    }
+    in.command("report");
+    monp.wait_for_report();
+    monp.signal(SIGUSR2);
+    EXPECT_EQ(0, monp.ended());
+    EXPECT_EQ(0, told);
+    EXPECT_EQ(0, waitpid(launcher, nullptr, WNOHANG)) << "the bystander was signalled";
+    kill(launcher, SIGKILL);
+}
+
+/*
+ * Texts as long as they may be, and longer by one.
+ */
+TEST(Fault, LongTexts)
+{
+    const Texts optional = { "all/env/path", "pm/lockf", "monp/md/dirpath" };
+
+    for (const std::string key : { "all/path", "monp/path", "monp/elog/path", "monp/elog/arcpath", "pelkant/path",
+                                   "all/env/path", "pm/lockf", "monp/md/dirpath" }) {
+        for (const size_t length : { 1022U, 1023U, 1024U }) {
+            const bool fits = length < (key == "all/path" ? 1023 : 1024);
+            const bool runs = fits || std::find(optional.begin(), optional.end(), key) != optional.end();
+            Installation in("pelkant");
+            in.values[key].resize(length, '/');
+            in.write();
+            Monitor monp(in, { "-n" });
+            EXPECT_EQ(runs ? 0 : 1, monp.launched()) << key << length;
+            EXPECT_EQ(fits ? 0 : 1, monp.count("[ew]*/root/" + key + "[ )]*"));
+            runs ? monp.signal(SIGUSR2) : void();
+            EXPECT_EQ(0, runs ? monp.ended() : 0) << key << length;
+        }
+    }
+}
+
+/*
+ * Names that a shell or a format would read in another way, and numbers that overflow where they are multiplied.
+ */
+TEST(Fault, OddNamesAndNumbers)
+{
+    const std::string odd = "a %s%n \"'\\$(x);*";
+    Installation in("pelkant");
+    const fs::path work = in.root / "work" / odd;
+    in.hurried = true;
+    for (const char* key : { "parent_timeout", "child_timeout", "restarttime", "waittime" }) {
+        in.own(key) = "2147483647";
+    }
+    for (const char* key : { "pelkant/path", "monp/elog/path", "cl/path" }) {
+        in.values[key] = "bin/" + odd + key[0];
+        in.script(odd + key[0], key[0] == 'p' ? "kill -USR1 $PPID\nexit 3\n" : "");
+    }
+    in.own("param") = in.values["monp/md/filename"] = odd;
+    in.own("action") = "3";
+    in.values["monp/elog/arcpath"] = in.values["monp/md/dirpath"] = "work/" + odd;
+    in.values["monp/elog/rotate"] = "-2147483648";
+    in.values["pm/lockf"] = work;
+    std::ofstream(work.string() + "_md").flush();
+    in.write();
+    Monitor monp(in);
+    ASSERT_EQ(0, monp.launched());
+    EXPECT_EQ(0, monp.ended());
+    EXPECT_TRUE(fs::exists(work / odd));
+    EXPECT_FALSE(fs::exists(work.string() + "_md"));
+    Texts calls;
+    eventually("the collector", [&] { return (calls = in.calls()).size() == 3; });
+    std::sort(calls.begin(), calls.end());
+    EXPECT_EQ((Texts{ odd + "c [-t] [--type] [monitor] [--nochk]",
+                      odd + "m [-t] [monitor-pelkant] [-l] [-o] [" + work.string() + ']',
+                      odd + "p [a] [%s%n] [\"'\\$(x);*]" }),
+              calls);
 }

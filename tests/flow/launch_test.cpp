@@ -17,7 +17,8 @@ using sandbox::Monitor;
 using sandbox::Texts;
 
 /*
- * A run that ends before it becomes a daemon tells its launcher why.
+ * A run that ends before it becomes a daemon tells its launcher why, and removes no lock file: whose it is it knows only
+ * with the whole configuration.
  */
 TEST(Launch, IsRefusedInTheForeground)
 {
@@ -37,11 +38,14 @@ TEST(Launch, IsRefusedInTheForeground)
         Installation in("dusko");
         in.values.erase(refusal.missing);
         in.write();
-        std::ofstream(in.root / "work/stderr").flush();
+        for (const char* file : { "stderr", "lock", "lock_trn" }) {
+            std::ofstream(in.root / "work" / file).flush();
+        }
         EXPECT_EQ(refusal.status, Monitor(in, refusal.arguments, refusal.user).launched()) << refusal.message;
         const std::string error = sandbox::file_content(in.root / "work/stderr");
         EXPECT_EQ(0, fnmatch(refusal.message, error.c_str(), 0)) << refusal.message << error;
         EXPECT_EQ(std::vector<pid_t>{}, in.services());
+        EXPECT_TRUE(fs::exists(in.root / "work/lock") && fs::exists(in.root / "work/lock_trn"));
     }
 }
 
@@ -117,17 +121,23 @@ TEST(Launch, HandsDownToTheService)
 }
 
 /*
- * SIGTERM ends the monitor without its exit path. The service lives on, and the next monitor takes it over and
- * passes on an end request.
+ * SIGTERM ends the monitor without its exit path. The service, which has become a daemon, lives on, and the next monitors
+ * take it over. One of them kills it as it is stopped, the other starts it again.
  */
 TEST(Launch, AdoptsTheServiceOfItsPredecessor)
 {
+    const char* const adopted = "info service process is already started. *";
     Installation in("dusko");
+    in.hurried = true;
     in.own("action") = "2";
+    in.own("child_timeout") = "4000";
+    in.own("waittime") = "20";
+    in.own("param") = "report daemon";
     in.write();
     std::ofstream(in.root / "work/lock_trn").flush();
     Monitor first(in);
     ASSERT_EQ(0, first.launched());
+    first.wait_for(adopted);
     const pid_t service = in.service();
     first.signal(SIGTERM);
     EXPECT_EQ(128 + SIGTERM, first.ended());
@@ -136,13 +146,23 @@ TEST(Launch, AdoptsTheServiceOfItsPredecessor)
     Monitor second(in);
     EXPECT_EQ(0, second.launched());
     EXPECT_LT(second.seconds(), 5.0);
-    EXPECT_TRUE(second.logged({ "info service process is found. (pid=" + std::to_string(service) + ")" }));
-    second.signal(SIGUSR2);
-    eventually("the end of the service", [service] { return waitpid(service, nullptr, WNOHANG) == service; });
-    EXPECT_EQ(0, second.ended());
-    EXPECT_TRUE(second.logged({ "info throw exit signal. (* pid=" + std::to_string(service) + " sig=10)",
-                                "info monitor term. (type=dusko_policy stat=0 path=* act=2)" }));
+    EXPECT_TRUE(second.logged(
+        { "event2 *(status 0)*", adopted, "info service process is found. (pid=" + std::to_string(service) + ")" }));
+    Monitor third(in);
+    EXPECT_EQ(0, third.launched());
+    third.wait_for(adopted, 3);
+    kill(service, SIGSTOP);
+    third.signal(SIGUSR2);
+    EXPECT_EQ(0, third.ended());
+    EXPECT_TRUE(third.logged({ "info throw exit signal. (* pid=" + std::to_string(service) + " sig=10)",
+                               "info throw exit signal. (* pid=" + std::to_string(service) + " sig=9)",
+                               "info monitor term. (type=dusko_policy stat=0 path=* act=2)" }));
     EXPECT_FALSE(fs::exists(in.root / "work/lock_trn"));
+    eventually("the end of the service", [service] { return waitpid(service, nullptr, WNOHANG) == service; });
+    second.wait_for(adopted, 4);
+    EXPECT_TRUE(second.logged({ "event2 *(status -1)*", "event3 *", "event2 *(status 0)*" }));
+    second.signal(SIGUSR2);
+    EXPECT_EQ(0, second.ended());
 }
 
 /*

@@ -5,6 +5,8 @@
 
 #include <csignal>
 #include <fstream>
+#include <sys/wait.h>
+#include <unistd.h>
 
 namespace fs = std::filesystem;
 using sandbox::eventually;
@@ -13,7 +15,7 @@ using sandbox::Monitor;
 
 /*
  * Restarts are counted up to the limit. A collection that is still running turns the next ones away, and lives on when
- * the monitor ends.
+ * the monitor ends. None of many zombies is taken for the service, be it one of its own, while they vanish.
  */
 TEST(Supervise, RestartsUpToTheLimitAndCollectsOnce)
 {
@@ -23,10 +25,24 @@ TEST(Supervise, RestartsUpToTheLimitAndCollectsOnce)
     in.own("param") = "report exit 3";
     in.script("collect", "echo $$ >../work/collector\nexec sleep 1000\n");
     in.write();
+    std::vector<pid_t> zombies(300);
+    for (pid_t& pid : zombies) {
+        pid = fork();
+        if (pid == 0) {
+            _exit(&pid != &zombies[0] ? 0 : execl((in.root / "bin/service").c_str(), "", "exit", "0", nullptr));
+        }
+        siginfo_t ended;
+        waitid(P_PID, static_cast<id_t>(pid), &ended, WEXITED | WNOWAIT);
+    }
     Monitor monp(in);
     ASSERT_EQ(0, monp.launched());
+    for (const pid_t pid : zombies) {
+        waitpid(pid, nullptr, 0);
+        usleep(5000);
+    }
 
     EXPECT_EQ(0, monp.ended());
+    EXPECT_EQ(3, monp.count("info service process is not found."));
     EXPECT_EQ(3, monp.count("error process dusko_policy exited. recover is 2. (stat=3 path=*"));
     EXPECT_EQ(2, monp.count("event3 *"));
     EXPECT_TRUE(monp.logged({ "info recovery reached maximum. (type=dusko_policy time=3 max=2)" }));

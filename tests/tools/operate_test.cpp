@@ -79,6 +79,7 @@ TEST(Operate, LivesAWholeLife)
 {
     Installation in("dusko");
     in.own("action") = "2";
+    in.script("collect", "exec sleep 60\n"); // hangs, and is no service
     in.write();
 
     EXPECT_EQ(3, status_of(in).result);

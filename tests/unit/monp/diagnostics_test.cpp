@@ -52,13 +52,14 @@ TEST_F(Elog, ArgumentsFollowTheSettings)
     for (auto [pattern, rotate, arguments] : { std::tuple{ 1, 5, "-l -o /opt/x/e.tgz -r 5" },
                                                { 2, -5, "-d -o /opt/x/e.tgz -r -5" },
                                                { 7, 9999999, "-l -d -o /opt/x/e.tgz -r 9999999" },
-                                               { 4, 10000000, "-o /opt/x/e.tgz" } }) {
+                                               { 4, 12345678, "-o /opt/x/e.tgz" },
+                                               { 4, INT_MIN, "-o /opt/x/e.tgz" } }) {
         gmonppol.elog.pattern = pattern;
         gmonppol.elog.rotate = rotate;
         EXPECT_EQ(MONP_RET_SUCCESS, collect()) << "whatever the collector says";
         EXPECT_EQ(std::string("execv /opt/x/sbin/elog elog -t own-trn ") + arguments, journal.only("execv"));
     }
-    EXPECT_EQ(1u, journal.count("info: cs_itoasc() failed. (ret=6 rotate=10000000)"));
+    EXPECT_EQ(1u, journal.count("info: cs_itoasc() failed. (ret=6 rotate=-2147483648)"));
     EXPECT_EQ("info: end - (type=trn ret=0 stat=1)", journal.entries.back());
 }
 
