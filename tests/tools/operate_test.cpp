@@ -62,9 +62,9 @@ bool tells(const sandbox::Run& run, const std::string& text)
     return run.errors.find(text) != std::string::npos;
 }
 
-int stop_by_force(const Installation& in)
+sandbox::Run stop_by_force(const Installation& in)
 {
-    return monpctl(in, "stop --yes " + in.type).status;
+    return monpctl(in, "stop --yes " + in.type);
 }
 
 /* Until it is reaped it is there; the first process of a sandbox reaps what loses its parent. */
@@ -82,11 +82,11 @@ TEST(Operate, LivesAWholeLife)
     in.write();
 
     EXPECT_EQ(3, status_of(in).result);
-    EXPECT_EQ(0, monpctl(in, "start dusko").status);
+    EXPECT_EQ(0, monpctl(in, "start dusko"));
     const Status first = wait_for_state(in, "running", 0);
     EXPECT_EQ(in.service(), first.pid("service"));
     EXPECT_TRUE(fs::exists(in.root / "work/lock_trn"));
-    EXPECT_EQ(0, monpctl(in, "start dusko").status);
+    EXPECT_EQ(0, monpctl(in, "start dusko"));
 
     in.command("signal KILL");
     eventually("a restart", [&] { return status_of(in).report["restarts"] == 1; });
@@ -95,12 +95,12 @@ TEST(Operate, LivesAWholeLife)
     EXPECT_EQ(first.pid("monitor"), second.pid("monitor"));
     EXPECT_NE(first.pid("service"), second.pid("service"));
 
-    EXPECT_EQ(0, monpctl(in, "reload dusko").status);
-    EXPECT_EQ(0, monpctl(in, "stop dusko").status);
+    EXPECT_EQ(0, monpctl(in, "reload dusko"));
+    EXPECT_EQ(0, monpctl(in, "stop dusko"));
     EXPECT_EQ(3, status_of(in).result);
     EXPECT_EQ(std::vector<pid_t>{}, in.services());
     EXPECT_FALSE(fs::exists(in.root / "work/lock_trn"));
-    EXPECT_EQ(3, monpctl(in, "reload dusko").status);
+    EXPECT_EQ(3, monpctl(in, "reload dusko"));
 }
 
 /*
@@ -115,13 +115,13 @@ TEST(Operate, TellsTheStatesInBetween)
     in.own("param") = "--ctl ../work/ctl sleep 1 end ignored report";
     in.write();
 
-    EXPECT_EQ(0, monpctl(in, "start --wait 0 dusko").status);
+    EXPECT_EQ(0, monpctl(in, "start --wait 0 dusko"));
     wait_for_state(in, "starting", 3);
     kill(wait_for_state(in, "running", 0).pid("monitor"), SIGUSR2);
     wait_for_state(in, "ending", 3);
     wait_for_state(in, "stopped", 3);
 
-    EXPECT_EQ(0, monpctl(in, "start dusko").status);
+    EXPECT_EQ(0, monpctl(in, "start dusko"));
     in.command("exit 3");
     wait_for_state(in, "recovering", 3);
     eventually("its status", [&] { return status_of(in).report["last_status"] == 3; });
@@ -161,7 +161,7 @@ TEST(Operate, StartsOneMonitorInCleanSurroundings)
     const auto mask = [&](const char* key) { return std::stoull(signals.substr(signals.find(key) + 8), nullptr, 16); };
     EXPECT_EQ(0U, mask("SigBlk:"));
     EXPECT_EQ(0U, mask("SigIgn:") >> (SIGRTMIN - 1));
-    EXPECT_EQ(0, monpctl(in, "stop dusko").status);
+    EXPECT_EQ(0, monpctl(in, "stop dusko"));
 }
 
 /*
@@ -189,8 +189,8 @@ TEST(Operate, TellsWhyAStartFailed)
     EXPECT_EQ(1, refused.status);
     EXPECT_TRUE(tells(refused, "monp.xml:")) << refused.errors;
     EXPECT_EQ(waits.pid("monitor"), status_of(in).pid("monitor"));
-    EXPECT_EQ(0, monpctl(in, "stop dusko").status);
-    EXPECT_EQ(1, monpctl(in, "start dusko").status);
+    EXPECT_EQ(0, monpctl(in, "stop dusko"));
+    EXPECT_EQ(1, monpctl(in, "start dusko"));
     EXPECT_EQ("stopped", status_of(in).state());
 }
 
@@ -205,7 +205,7 @@ TEST(Operate, CallsUnknownWhatCannotBeTold)
     in.own("child_timeout") = "2";
     in.write();
 
-    EXPECT_EQ(0, monpctl(in, "start dusko").status);
+    EXPECT_EQ(0, monpctl(in, "start dusko"));
     in.command("signal KILL");
     eventually("a restart", [&] { return status_of(in).report["restarts"] == 1; });
     EXPECT_EQ(4, wait_for_state(in, "unknown", 4).result);
@@ -222,7 +222,7 @@ TEST(Operate, WarnsOfWhatMayGoWrong)
     Installation in("dusko");
     in.write();
 
-    ASSERT_EQ(0, monpctl(in, "start dusko").status);
+    ASSERT_EQ(0, monpctl(in, "start dusko"));
     Status status = status_of(in);
     EXPECT_EQ(json::array(), status.report["warnings"]);
     const pid_t service = status.pid("service");
@@ -244,7 +244,7 @@ TEST(Operate, WarnsOfWhatMayGoWrong)
     eventually("its end", [&] { return reap(), kill(status.pid("monitor"), 0) != 0; });
     status = wait_for_state(in, "dead", 1);
     EXPECT_TRUE(status.warns("process " + std::to_string(service))) << status.report;
-    EXPECT_EQ(3, monpctl(in, "stop dusko").status);
+    EXPECT_EQ(3, monpctl(in, "stop dusko"));
 }
 
 /*
@@ -257,11 +257,11 @@ TEST(Operate, NamesWhatSurvivesAStop)
     in.own("waittime") = "1";
     in.own("param") = "--ctl ../work/ctl end ignored report";
     in.write();
-    EXPECT_EQ(0, monpctl(in, "start dusko").status);
-    EXPECT_EQ(0, monpctl(in, "stop dusko").status);
+    EXPECT_EQ(0, monpctl(in, "start dusko"));
+    EXPECT_EQ(0, monpctl(in, "stop dusko"));
     EXPECT_EQ(std::vector<pid_t>{}, in.services());
 
-    EXPECT_EQ(0, monpctl(in, "start dusko -- -o '--ctl ../work/ctl end signal report'").status);
+    EXPECT_EQ(0, monpctl(in, "start dusko -- -o '--ctl ../work/ctl end signal report'"));
     const auto stop = monpctl(in, "stop dusko --wait 3");
     EXPECT_EQ(3, stop.status);
     EXPECT_TRUE(tells(stop, "process " + std::to_string(status_of(in).pid("monitor")))) << stop.errors;
@@ -276,7 +276,7 @@ TEST(Operate, AsksBeforeTheNodeMayGoDown)
     in.own("action") = "5";
     in.write();
 
-    EXPECT_EQ(0, monpctl(in, "start dusko").status);
+    EXPECT_EQ(0, monpctl(in, "start dusko"));
     const auto refused = monpctl(in, "stop dusko </dev/null");
     EXPECT_EQ(1, refused.status);
     EXPECT_TRUE(tells(refused, "reboot")) << refused.errors;
@@ -285,7 +285,7 @@ TEST(Operate, AsksBeforeTheNodeMayGoDown)
     /* The monitor keeps the action that it has read, whatever the policy says by now. */
     in.own("action") = "1";
     in.write();
-    EXPECT_EQ(1, monpctl(in, "stop dusko </dev/null").status);
+    EXPECT_EQ(1, monpctl(in, "stop dusko </dev/null"));
     EXPECT_EQ(0, stop_by_force(in));
     EXPECT_EQ(sandbox::Texts{}, in.calls());
 }

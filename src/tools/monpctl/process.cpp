@@ -32,6 +32,9 @@ namespace {
 
 constexpr std::string_view DELETED = " (deleted)";
 
+/* In which a process that has given up its memory becomes a zombie. */
+constexpr auto EXIT_LIMIT = std::chrono::seconds(1);
+
 std::string proc(pid_t pid, const std::string& file)
 {
     return "/proc/" + std::to_string(pid) + '/' + file;
@@ -238,7 +241,8 @@ Handle::Handle(const Process& process) : process_(process)
         throw std::invalid_argument("process " + std::to_string(process.pid) + " is none to be held");
     }
     fd_ = pidfd_open(process.pid, 0);
-    if (fd_ < 0 && errno != ESRCH) {
+    /* The kernel calls one that is just being reaped invalid. */
+    if (fd_ < 0 && errno != ESRCH && errno != EINVAL) {
         fail("process " + std::to_string(process.pid) + " cannot be held");
     }
     const auto now = read_process(process.pid);
@@ -267,8 +271,13 @@ bool Handle::signal(int number) const
     if (!now || now->zombie()) {
         return false;
     }
-    if (!now->same(process_) || now->command != process_.command || now->device != process_.device ||
-        now->inode != process_.inode) {
+    const bool kept = now->same(process_) && now->command == process_.command && now->device == process_.device &&
+                      now->inode == process_.inode;
+    /* One that is exiting has neither executable nor arguments any more. */
+    if (!kept && ended(EXIT_LIMIT)) {
+        return false;
+    }
+    if (!kept) {
         throw std::runtime_error(name + " has become another program and gets no signal");
     }
     if (!now->catches(number)) {
