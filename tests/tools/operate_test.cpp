@@ -141,10 +141,11 @@ TEST(Operate, StartsOneMonitorInCleanSurroundings)
     setenv("TESK_HOME", in.root.c_str(), 1);
 
     const std::string odd =
-        "STRAY=1 env --ignore-signal=RTMIN --block-signal=HUP " SANDBOX_MONPCTL " start dusko 9</dev/null";
+        "umask 0; STRAY=1 env --ignore-signal=RTMIN --ignore-signal=CHLD --block-signal=HUP " SANDBOX_MONPCTL " start dusko 9</dev/null";
     const auto both = monpctl(in, "status; " + odd + " & " + odd + "; a=$?; wait $!; exit $((a + $?))");
     EXPECT_EQ(0, both.status) << both.errors;
     ASSERT_EQ(1U, in.services().size());
+    EXPECT_EQ(fs::perms(0755), fs::status(in.root / "run").permissions());
 
     const Status status = wait_for_state(in, "running", 0);
     EXPECT_FALSE(status.warns("monitors of this type"));
