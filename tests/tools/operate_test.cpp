@@ -141,7 +141,8 @@ TEST(Operate, StartsOneMonitorInCleanSurroundings)
     setenv("TESK_HOME", in.root.c_str(), 1);
 
     const std::string odd =
-        "umask 0; STRAY=1 env --ignore-signal=RTMIN --ignore-signal=CHLD --block-signal=HUP " SANDBOX_MONPCTL " start dusko 9</dev/null";
+        "umask 0; STRAY=1 env --ignore-signal=RTMIN --ignore-signal=CHLD --block-signal=HUP " SANDBOX_MONPCTL
+        " start dusko 9</dev/null";
     const auto both = monpctl(in, "status; " + odd + " & " + odd + "; a=$?; wait $!; exit $((a + $?))");
     EXPECT_EQ(0, both.status) << both.errors;
     ASSERT_EQ(1U, in.services().size());

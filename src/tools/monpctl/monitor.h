@@ -37,6 +37,7 @@ struct Monitor {
     bool set_up = false;              /* it has its signal handlers; without them a signal would kill it */
     bool launching = false;           /* its first process still waits for it */
     bool no_start = false;            /* it is never to start the service */
+    bool replaced = false;            /* its program is not the one that a start would run now */
     std::vector<std::string> options; /* of its command line */
 };
 

@@ -68,12 +68,16 @@ bool read_stat(Process& process)
     return static_cast<bool>(words >> process.started);
 }
 
-void read_signals(Process& process)
+void read_status(Process& process)
 {
     std::ifstream status(proc(process.pid, "status"));
     std::uint64_t mask = 0;
 
     for (std::string line; std::getline(status, line);) {
+        if (line.starts_with("Uid:")) {
+            /* The real one, then the effective one. */
+            std::istringstream(line.substr(4)) >> process.user >> process.user;
+        }
         if (!line.starts_with("Sig") || line.size() < 8) {
             continue;
         }
@@ -141,16 +145,20 @@ bool Process::dies_of(int signal) const
 bool Process::runs(const std::string& path) const
 {
     std::error_code missing;
-    struct stat file = {};
 
     /* No path and a link that cannot be read would be equal. */
     if (path.empty() || executable.empty()) {
         return false;
     }
-    if (stat(path.c_str(), &file) == 0 && file.st_dev == device && file.st_ino == inode) {
-        return true;
-    }
-    return executable == fs::weakly_canonical(path, missing).string().append(DELETED);
+    const std::string resolved = fs::weakly_canonical(path, missing).string();
+    return executable == resolved || executable == resolved + std::string(DELETED);
+}
+
+bool Process::runs_file(const std::string& path) const
+{
+    struct stat file = {};
+
+    return !executable.empty() && stat(path.c_str(), &file) == 0 && file.st_dev == device && file.st_ino == inode;
 }
 
 bool Process::replaced() const
@@ -184,10 +192,34 @@ std::optional<Process> read_process(pid_t pid)
     if (!read_stat(process)) {
         return std::nullopt;
     }
-    read_signals(process);
+    read_status(process);
     read_executable(process);
     read_command(process);
     return process;
+}
+
+std::optional<std::string> start_variable(pid_t pid, const std::string& name)
+{
+    std::ifstream file(proc(pid, "environ"));
+
+    if (!file) {
+        return std::nullopt;
+    }
+    for (std::string variable; std::getline(file, variable, '\0');) {
+        if (variable.starts_with(name + '=')) {
+            return variable.substr(name.size() + 1);
+        }
+    }
+    return "";
+}
+
+bool shares_numbers(pid_t pid)
+{
+    std::error_code hidden;
+    const auto own = fs::read_symlink("/proc/self/ns/pid", hidden);
+    const auto other = fs::read_symlink(proc(pid, "ns/pid"), hidden);
+
+    return hidden || own == other;
 }
 
 std::vector<Process> read_processes()

@@ -58,6 +58,13 @@ std::string home()
     return given.substr(0, given.find_last_not_of('/') + 1);
 }
 
+bool same_home(const std::string& value)
+{
+    std::error_code error;
+
+    return fs::weakly_canonical(tesk_home_of(value.c_str()), error) == fs::weakly_canonical(tesk_home(), error);
+}
+
 std::string action_text(int action)
 {
     switch (action) {
