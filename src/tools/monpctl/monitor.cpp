@@ -312,6 +312,15 @@ std::string monitor_program()
     return fs::read_symlink("/proc/self/exe").replace_filename("monp").string();
 }
 
+void require_known_or_running(const std::string& type)
+{
+    const auto monitors = find_monitors(read_processes());
+
+    if (std::none_of(monitors.begin(), monitors.end(), [&](const Monitor& one) { return one.type == type; })) {
+        require_known(type);
+    }
+}
+
 Verdict judge(const Evidence& evidence)
 {
     if (!evidence.set_up) {

@@ -105,6 +105,12 @@ private:
 };
 
 /*
+ * Throws a Refusal for a type that is neither known nor that of a running monitor, which must be told and stopped also
+ * when its section was moved away.
+ */
+void require_known_or_running(const std::string& type);
+
+/*
  * The path of the monitor's program: the one beside this program.
  */
 std::string monitor_program();

@@ -61,7 +61,8 @@ int reload(const ReloadOptions& given)
 {
     int result = EXIT_DONE;
 
-    require_operator(given.type);
+    require_root();
+    require_known_or_running(given.type);
     for (const auto& report : Observer().look(given.type)) {
         if (!report.monitor) {
             complain(given.type, "no monitor runs");

@@ -365,7 +365,8 @@ int Attempt::up(const Report& report, const std::string& how)
 
 int start(const StartOptions& given)
 {
-    require_operator(given.type);
+    require_root();
+    require_known(given.type);
     /* Ignored, as a caller may have it, the kernel would reap the first process and nobody could tell how it ended. */
     std::signal(SIGCHLD, SIG_DFL);
     /* The caller's could open what is made here, and what the monitor makes, to others. */

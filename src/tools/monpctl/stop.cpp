@@ -199,7 +199,8 @@ int default_seconds(const Settings& settings)
 
 int stop(const StopOptions& given)
 {
-    require_operator(given.type);
+    require_root();
+    require_known_or_running(given.type);
     const auto reports = Observer().look(given.type);
     std::vector<Held> services;
 
