@@ -185,13 +185,16 @@ TEST(Operate, TellsWhyAStartFailed)
     const Status waits = wait_for_state(in, "waiting", 3);
     EXPECT_TRUE(waits.warns("waits after a failed start"));
 
-    in.own("action") = "none";
+    in.own("action") = "none"; /* matters to a start only */
+    in.write();
+    EXPECT_EQ(0, monpctl(in, "reload dusko"));
+    in.values["monp/log/level"] = "none";
     in.write();
     const auto refused = monpctl(in, "reload dusko");
     EXPECT_EQ(1, refused.status);
     EXPECT_TRUE(tells(refused, "monp.xml:")) << refused.errors;
     EXPECT_EQ(waits.pid("monitor"), status_of(in).pid("monitor"));
-    EXPECT_EQ(0, monpctl(in, "stop dusko"));
+    EXPECT_EQ(0, stop_by_force(in));
     EXPECT_EQ(1, monpctl(in, "start dusko"));
     EXPECT_EQ("stopped", status_of(in).state());
 }

@@ -32,12 +32,10 @@ void show_lines(const std::vector<std::string>& lines)
     }
 }
 
-void show_errors(const std::vector<Problem>& problems)
+void show_problems(const std::vector<Problem>& problems)
 {
     for (const auto& problem : problems) {
-        if (problem.severity == Severity::error) {
-            std::cerr << problem.where << ": " << problem.sentence << '\n';
-        }
+        std::cerr << problem.where << ": " << problem.sentence << '\n';
     }
 }
 

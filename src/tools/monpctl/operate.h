@@ -29,10 +29,10 @@ void say(const std::string& type, const std::string& sentence);
 void complain(const std::string& type, const std::string& sentence);
 
 /*
- * Prints lines of the log, or problems of a policy that end a monitor, to the standard error.
+ * Prints lines of the log, or problems of a policy, to the standard error.
  */
 void show_lines(const std::vector<std::string>& lines);
-void show_errors(const std::vector<Problem>& problems);
+void show_problems(const std::vector<Problem>& problems);
 
 } // namespace monpctl
 

@@ -239,7 +239,7 @@ int Attempt::begin(const Report& report)
 int Attempt::begin_launch()
 {
     if (!settings_.usable()) {
-        show_errors(settings_.problems);
+        show_problems(settings_.errors());
         complain(given_.type, "not started, as the monitor would end on its policy or options");
         return EXIT_FAILED;
     }
