@@ -290,7 +290,11 @@ TEST(Operate, AsksBeforeTheNodeMayGoDown)
     /* The monitor keeps the action that it has read, whatever the policy says by now. */
     in.own("action") = "1";
     in.write();
+    for (const char* file : { "monp.xml", "" }) { /* as restored from an old copy */
+        fs::last_write_time(in.root / "etc/policy" / file, fs::file_time_type::clock::now() - std::chrono::hours(1));
+    }
     EXPECT_EQ(1, monpctl(in, "stop dusko </dev/null"));
+    fs::remove(in.root / "etc/policy/dusko.xml");
     EXPECT_EQ(0, stop_by_force(in));
     EXPECT_EQ(sandbox::Texts{}, in.calls());
 }

@@ -8,12 +8,10 @@
 
 #include <algorithm>
 #include <csignal>
-#include <filesystem>
 #include <iostream>
 #include <memory>
+#include <sys/stat.h>
 #include <unistd.h>
-
-namespace fs = std::filesystem;
 
 namespace monpctl {
 
@@ -28,36 +26,49 @@ constexpr auto REQUEST_PAUSE = std::chrono::seconds(1);
 constexpr auto KILL_LIMIT = std::chrono::seconds(3);
 
 /*
- * Whether a monitor may have read another action than the policy has now. One given on its command line is its own.
+ * Whether a file or directory is not the one that a monitor has read: by the time of its last change in any way, as
+ * copies and moves keep that of the content.
  */
-bool action_in_doubt(const Report& report)
+bool changed_since(const Process& monitor, const std::string& path)
 {
-    const auto& explained = report.settings.explained;
-    const std::string key = "monp/service/" + report.type + "/action";
-    std::error_code error;
+    using std::chrono::system_clock;
+    struct stat status = {};
 
-    const bool given = std::any_of(explained.begin(), explained.end(),
-                                   [&](const Setting& one) { return one.name == key && one.source == "command line"; });
-    if (given) {
-        return false;
+    if (stat(path.c_str(), &status) != 0) {
+        return true;
     }
-    const auto changed = fs::last_write_time(home() + "/etc/policy/monp.xml", error);
-    return error || !report.settings.usable() ||
-           fs::file_time_type::clock::to_sys(changed) > report.monitor->process.since();
+    const auto changed = std::chrono::seconds(status.st_ctim.tv_sec) + std::chrono::nanoseconds(status.st_ctim.tv_nsec);
+    return Time(std::chrono::duration_cast<system_clock::duration>(changed)) > monitor.since();
 }
 
 /*
- * Why the node may go down with a service; empty if it will not. A monitor that waits has no service to end.
+ * Whether a monitor may have read another action than the policy has now. One given on its command line is its own.
+ */
+bool action_in_doubt(const Process& monitor, const Settings& settings)
+{
+    const std::string key = "monp/service/" + settings.type + "/action";
+    const std::string directory = home() + "/etc/policy";
+
+    const bool given = std::any_of(settings.explained.begin(), settings.explained.end(),
+                                   [&](const Setting& one) { return one.name == key && one.source == "command line"; });
+    /* The directory has changed with a file that was put in the place of another. */
+    return !given &&
+           (!settings.usable() || changed_since(monitor, directory + "/monp.xml") || changed_since(monitor, directory));
+}
+
+/*
+ * Why the node may go down with a service; empty if it will not. A monitor that waits has no service to end. The policy
+ * is read anew: it may have been changed since that of another monitor was read.
  */
 std::string danger(const Report& report)
 {
-    const int action = report.settings.action;
-    const bool drastic = action == MONP_ACT_OS_HALT || action == MONP_ACT_OS_REBOOT;
-
     if (report.state == State::waiting) {
         return "";
     }
-    if (!drastic && action_in_doubt(report)) {
+    const Settings settings = read_settings(report.type, report.monitor->options);
+    const int action = settings.action;
+    const bool drastic = action == MONP_ACT_OS_HALT || action == MONP_ACT_OS_REBOOT;
+    if (!drastic && action_in_doubt(report.monitor->process, settings)) {
         return "this may halt or reboot the node, as the policy was changed after the monitor had read its action";
     }
     if (!drastic) {
