@@ -132,31 +132,63 @@ void hold(std::vector<Held>& held, const Process& process)
 }
 
 /*
- * Asks every monitor of the type to end, again each second: a request that comes in the middle of a restart is
- * forgotten. One that has no handlers yet would be killed by it, and is waited for.
- * Result: what is left of the monitors at the limit.
+ * Which monitors may be signalled. Each is asked about once, also one that comes while others are being stopped.
  */
-std::vector<Report> request_end(const std::string& type, Clock::time_point limit, std::vector<Held>& services)
+class Consent {
+public:
+    explicit Consent(const StopOptions& given) : given_(given) {}
+
+    bool to_stop(const Report& report)
+    {
+        const Process& monitor = report.monitor->process;
+        const auto asked =
+            std::find_if(answers_.begin(), answers_.end(), [&](const auto& one) { return one.first.same(monitor); });
+
+        return asked != answers_.end() ? asked->second
+                                       : answers_.emplace_back(monitor, confirmed(given_, report)).second;
+    }
+
+private:
+    const StopOptions& given_;
+    std::vector<std::pair<Process, bool>> answers_;
+};
+
+void request_once(const Report& report, std::vector<Held>& services)
+{
+    if (report.service) {
+        hold(services, *report.service);
+    }
+    const Handle monitor(report.monitor->process);
+    if (report.monitor->set_up) {
+        monitor.signal(SIGUSR2);
+    }
+}
+
+/*
+ * Asks every monitor of the type to end, again each second: a request that comes in the middle of a restart is
+ * forgotten. One that has no handlers yet would be killed by it, and is waited for; one without consent is not.
+ * Result: what is left of the monitors when nothing more comes of it, or at the limit.
+ */
+std::vector<Report> request_end(const std::string& type, Clock::time_point limit, Consent& consent,
+                                std::vector<Held>& services)
 {
     Observer observer;
 
     for (;;) {
+        const Report* awaited = nullptr;
         auto reports = observer.look(type);
         std::erase_if(reports, [](const Report& report) { return !report.monitor; });
         for (const auto& report : reports) {
-            if (report.service) {
-                hold(services, *report.service);
-            }
-            const Handle monitor(report.monitor->process);
-            if (report.monitor->set_up) {
-                monitor.signal(SIGUSR2);
+            if (consent.to_stop(report)) {
+                request_once(report, services);
+                awaited = &report;
             }
         }
-        if (reports.empty() || Clock::now() > limit) {
+        if (awaited == nullptr || Clock::now() > limit) {
             return reports;
         }
         /* Whichever ends first may be the last. */
-        static_cast<void>(Handle(reports.front().monitor->process).ended(std::chrono::milliseconds(REQUEST_PAUSE)));
+        static_cast<void>(Handle(awaited->monitor->process).ended(std::chrono::milliseconds(REQUEST_PAUSE)));
     }
 }
 
@@ -214,21 +246,23 @@ int stop(const StopOptions& given)
     require_known_or_running(given.type);
     const auto reports = Observer().look(given.type);
     std::vector<Held> services;
+    Consent consent(given);
 
     for (const auto& report : reports) {
-        if (report.monitor && !confirmed(given, report)) {
+        if (report.monitor && !consent.to_stop(report)) {
             return EXIT_FAILED;
         }
         warn_of_recovery(report);
     }
     const auto seconds = std::chrono::seconds(given.wait.value_or(default_seconds(reports.front().settings)));
+    const auto limit = Clock::now() + seconds;
     const auto monitors =
-        reports.front().monitor ? request_end(given.type, Clock::now() + seconds, services) : std::vector<Report>();
+        reports.front().monitor ? request_end(given.type, limit, consent, services) : std::vector<Report>();
     if (!reports.front().monitor) {
         say(given.type, "no monitor runs");
     }
     if (!name_survivors(given.type, monitors, services)) {
-        if (!monitors.empty()) {
+        if (!monitors.empty() && Clock::now() > limit) {
             complain(given.type, "not stopped within " + std::to_string(seconds.count()) + " seconds");
         }
         return EXIT_DOWN;
