@@ -150,6 +150,9 @@ TEST(Operate, StartsOneMonitorInCleanSurroundings)
 
     const Status status = wait_for_state(in, "running", 0);
     EXPECT_FALSE(status.warns("monitors of this type"));
+    Installation other("dusko");
+    other.write();
+    EXPECT_EQ("stopped", status_of(other).state()) << "of another home";
     const std::string proc = "/proc/" + std::to_string(status.pid("monitor"));
     EXPECT_EQ("PATH=/usr/sbin:/usr/bin:/sbin:/bin" + std::string(1, '\0') + "TESK_HOME=" + in.root.string() + '\0',
               file_content(proc + "/environ"));
@@ -231,6 +234,15 @@ TEST(Operate, WarnsOfWhatMayGoWrong)
     Status status = status_of(in);
     EXPECT_EQ(json::array(), status.report["warnings"]);
     const pid_t service = status.pid("service");
+    kill(service, SIGSTOP);
+    sandbox::Monitor second(in, { "-n" });
+    second.launched();
+    status = status_of(in);
+    EXPECT_TRUE(status.warns("process " + std::to_string(service) + ", is held")) << status.report;
+    EXPECT_TRUE(status.warns("2 monitors of this type run")) << status.report;
+    kill(service, SIGCONT);
+    second.signal(SIGKILL); /* would else remove the lock file of both */
+    second.ended();
     const pid_t stray = fork();
     if (stray == 0) {
         setsid();

@@ -280,11 +280,20 @@ void warn(Report& report)
     if (report.monitor && report.monitor->replaced) {
         tell("the monitor's own program was replaced on disk since it started");
     }
+    if (report.monitor && report.monitor->process.held()) {
+        tell("the monitor is held by a signal or a debugger");
+    }
     if (report.state == State::waiting && report.record.last_event == MONP_EVTID_FAIL_INIT) {
         tell("the monitor waits after a failed start");
     }
     if (report.service && report.service->zombie()) {
         tell("the service, " + process_text(*report.service) + ", is a zombie");
+    }
+    if (report.service && report.service->held()) {
+        tell("the service, " + process_text(*report.service) + ", is held by a signal or a debugger");
+    }
+    if (report.monitor && report.service && report.service->parent != report.monitor->process.pid) {
+        tell("the service, " + process_text(*report.service) + ", is no child of its monitor, which has adopted it");
     }
     if (report.service && report.service->replaced()) {
         tell("the service's program was replaced on disk since it started");

@@ -132,6 +132,11 @@ bool Process::zombie() const
     return state == 'Z' || state == 'X';
 }
 
+bool Process::held() const
+{
+    return state == 'T' || state == 't';
+}
+
 bool Process::catches(int signal) const
 {
     return (caught >> (signal - 1) & 1) != 0;

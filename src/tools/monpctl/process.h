@@ -30,6 +30,8 @@ struct Process {
     std::uint64_t unharmful = 0;      /* signals that are blocked or ignored */
 
     [[nodiscard]] bool zombie() const;
+    /* Whether it is held by a signal or a debugger. */
+    [[nodiscard]] bool held() const;
     [[nodiscard]] bool catches(int signal) const;
     /* Whether it would die of a signal whose default is the end. */
     [[nodiscard]] bool dies_of(int signal) const;
