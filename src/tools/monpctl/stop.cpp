@@ -25,6 +25,9 @@ constexpr int UNLIMITED_SECONDS = 60;
 constexpr auto REQUEST_PAUSE = std::chrono::seconds(1);
 constexpr auto KILL_LIMIT = std::chrono::seconds(3);
 
+/* To which the start of a process is known, and always given too early. */
+constexpr auto TICK = std::chrono::milliseconds(10);
+
 /*
  * Whether a file or directory is not the one that a monitor has read: by the time of its last change in any way, as
  * copies and moves keep that of the content.
@@ -38,7 +41,7 @@ bool changed_since(const Process& monitor, const std::string& path)
         return true;
     }
     const auto changed = std::chrono::seconds(status.st_ctim.tv_sec) + std::chrono::nanoseconds(status.st_ctim.tv_nsec);
-    return Time(std::chrono::duration_cast<system_clock::duration>(changed)) > monitor.since();
+    return Time(std::chrono::duration_cast<system_clock::duration>(changed)) > monitor.since() + TICK;
 }
 
 /*
