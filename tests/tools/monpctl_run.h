@@ -7,6 +7,7 @@
 #include "sandbox_monitor.h"
 
 #include <cstdlib>
+#include <ostream>
 
 namespace sandbox {
 
@@ -14,6 +15,16 @@ struct Run {
     int status;
     Texts lines;
     std::string errors;
+
+    /* Compared with a status, a failure shows the errors, too. */
+    friend bool operator==(int expected, const Run& run)
+    {
+        return expected == run.status;
+    }
+    friend void PrintTo(const Run& run, std::ostream* out)
+    {
+        *out << run.status << ", having said:\n" << run.errors;
+    }
 };
 
 /*

@@ -62,9 +62,9 @@ bool tells(const sandbox::Run& run, const std::string& text)
     return run.errors.find(text) != std::string::npos;
 }
 
-int stop_by_force(const Installation& in)
+sandbox::Run stop_by_force(const Installation& in)
 {
-    return monpctl(in, "stop --yes " + in.type).status;
+    return monpctl(in, "stop --yes " + in.type);
 }
 
 /* Until it is reaped it is there; the first process of a sandbox reaps what loses its parent. */
@@ -83,11 +83,11 @@ TEST(Operate, LivesAWholeLife)
     in.write();
 
     EXPECT_EQ(3, status_of(in).result);
-    EXPECT_EQ(0, monpctl(in, "start dusko").status);
+    EXPECT_EQ(0, monpctl(in, "start dusko"));
     const Status first = wait_for_state(in, "running", 0);
     EXPECT_EQ(in.service(), first.pid("service"));
     EXPECT_TRUE(fs::exists(in.root / "work/lock_trn"));
-    EXPECT_EQ(0, monpctl(in, "start dusko").status);
+    EXPECT_EQ(0, monpctl(in, "start dusko"));
 
     in.command("signal KILL");
     eventually("a restart", [&] { return status_of(in).report["restarts"] == 1; });
@@ -96,12 +96,12 @@ TEST(Operate, LivesAWholeLife)
     EXPECT_EQ(first.pid("monitor"), second.pid("monitor"));
     EXPECT_NE(first.pid("service"), second.pid("service"));
 
-    EXPECT_EQ(0, monpctl(in, "reload dusko").status);
-    EXPECT_EQ(0, monpctl(in, "stop dusko").status);
+    EXPECT_EQ(0, monpctl(in, "reload dusko"));
+    EXPECT_EQ(0, monpctl(in, "stop dusko"));
     EXPECT_EQ(3, status_of(in).result);
     EXPECT_EQ(std::vector<pid_t>{}, in.services());
     EXPECT_FALSE(fs::exists(in.root / "work/lock_trn"));
-    EXPECT_EQ(3, monpctl(in, "reload dusko").status);
+    EXPECT_EQ(3, monpctl(in, "reload dusko"));
 }
 
 /*
@@ -116,13 +116,13 @@ TEST(Operate, TellsTheStatesInBetween)
     in.own("param") = "--ctl ../work/ctl sleep 1 end ignored report";
     in.write();
 
-    EXPECT_EQ(0, monpctl(in, "start --wait 0 dusko").status);
+    EXPECT_EQ(0, monpctl(in, "start --wait 0 dusko"));
     wait_for_state(in, "starting", 3);
     kill(wait_for_state(in, "running", 0).pid("monitor"), SIGUSR2);
     wait_for_state(in, "ending", 3);
     wait_for_state(in, "stopped", 3);
 
-    EXPECT_EQ(0, monpctl(in, "start dusko").status);
+    EXPECT_EQ(0, monpctl(in, "start dusko"));
     in.command("exit 3");
     wait_for_state(in, "recovering", 3);
     eventually("its status", [&] { return status_of(in).report["last_status"] == 3; });
@@ -142,13 +142,18 @@ TEST(Operate, StartsOneMonitorInCleanSurroundings)
     setenv("TESK_HOME", in.root.c_str(), 1);
 
     const std::string odd =
-        "STRAY=1 env --ignore-signal=RTMIN --block-signal=HUP " SANDBOX_MONPCTL " start dusko 9</dev/null";
+        "umask 0; STRAY=1 env --ignore-signal=RTMIN --ignore-signal=CHLD --block-signal=HUP " SANDBOX_MONPCTL
+        " start dusko 9</dev/null";
     const auto both = monpctl(in, "status; " + odd + " & " + odd + "; a=$?; wait $!; exit $((a + $?))");
     EXPECT_EQ(0, both.status) << both.errors;
     ASSERT_EQ(1U, in.services().size());
+    EXPECT_EQ(fs::perms(0755), fs::status(in.root / "run").permissions());
 
     const Status status = wait_for_state(in, "running", 0);
     EXPECT_FALSE(status.warns("monitors of this type"));
+    Installation other("dusko");
+    other.write();
+    EXPECT_EQ("stopped", status_of(other).state()) << "of another home";
     const std::string proc = "/proc/" + std::to_string(status.pid("monitor"));
     EXPECT_EQ("PATH=/usr/sbin:/usr/bin:/sbin:/bin" + std::string(1, '\0') + "TESK_HOME=" + in.root.string() + '\0',
               file_content(proc + "/environ"));
@@ -162,7 +167,7 @@ TEST(Operate, StartsOneMonitorInCleanSurroundings)
     const auto mask = [&](const char* key) { return std::stoull(signals.substr(signals.find(key) + 8), nullptr, 16); };
     EXPECT_EQ(0U, mask("SigBlk:"));
     EXPECT_EQ(0U, mask("SigIgn:") >> (SIGRTMIN - 1));
-    EXPECT_EQ(0, monpctl(in, "stop dusko").status);
+    EXPECT_EQ(0, monpctl(in, "stop dusko"));
 }
 
 /*
@@ -184,14 +189,17 @@ TEST(Operate, TellsWhyAStartFailed)
     const Status waits = wait_for_state(in, "waiting", 3);
     EXPECT_TRUE(waits.warns("waits after a failed start"));
 
-    in.own("action") = "none";
+    in.own("action") = "none"; /* matters to a start only */
+    in.write();
+    EXPECT_EQ(0, monpctl(in, "reload dusko"));
+    in.values["monp/log/level"] = "none";
     in.write();
     const auto refused = monpctl(in, "reload dusko");
     EXPECT_EQ(1, refused.status);
     EXPECT_TRUE(tells(refused, "monp.xml:")) << refused.errors;
     EXPECT_EQ(waits.pid("monitor"), status_of(in).pid("monitor"));
-    EXPECT_EQ(0, monpctl(in, "stop dusko").status);
-    EXPECT_EQ(1, monpctl(in, "start dusko").status);
+    EXPECT_EQ(0, stop_by_force(in));
+    EXPECT_EQ(1, monpctl(in, "start dusko"));
     EXPECT_EQ("stopped", status_of(in).state());
 }
 
@@ -206,7 +214,7 @@ TEST(Operate, CallsUnknownWhatCannotBeTold)
     in.own("child_timeout") = "2";
     in.write();
 
-    EXPECT_EQ(0, monpctl(in, "start dusko").status);
+    EXPECT_EQ(0, monpctl(in, "start dusko"));
     in.command("signal KILL");
     eventually("a restart", [&] { return status_of(in).report["restarts"] == 1; });
     EXPECT_EQ(4, wait_for_state(in, "unknown", 4).result);
@@ -223,10 +231,19 @@ TEST(Operate, WarnsOfWhatMayGoWrong)
     Installation in("dusko");
     in.write();
 
-    ASSERT_EQ(0, monpctl(in, "start dusko").status);
+    ASSERT_EQ(0, monpctl(in, "start dusko"));
     Status status = status_of(in);
     EXPECT_EQ(json::array(), status.report["warnings"]);
     const pid_t service = status.pid("service");
+    kill(service, SIGSTOP);
+    sandbox::Monitor second(in, { "-n" });
+    second.launched();
+    status = status_of(in);
+    EXPECT_TRUE(status.warns("process " + std::to_string(service) + ", is held")) << status.report;
+    EXPECT_TRUE(status.warns("2 monitors of this type run")) << status.report;
+    kill(service, SIGCONT);
+    second.signal(SIGKILL); /* would else remove the lock file of both */
+    second.ended();
     const pid_t stray = fork();
     if (stray == 0) {
         setsid();
@@ -245,7 +262,7 @@ TEST(Operate, WarnsOfWhatMayGoWrong)
     eventually("its end", [&] { return reap(), kill(status.pid("monitor"), 0) != 0; });
     status = wait_for_state(in, "dead", 1);
     EXPECT_TRUE(status.warns("process " + std::to_string(service))) << status.report;
-    EXPECT_EQ(3, monpctl(in, "stop dusko").status);
+    EXPECT_EQ(3, monpctl(in, "stop dusko"));
 }
 
 /*
@@ -258,11 +275,11 @@ TEST(Operate, NamesWhatSurvivesAStop)
     in.own("waittime") = "1";
     in.own("param") = "--ctl ../work/ctl end ignored report";
     in.write();
-    EXPECT_EQ(0, monpctl(in, "start dusko").status);
-    EXPECT_EQ(0, monpctl(in, "stop dusko").status);
+    EXPECT_EQ(0, monpctl(in, "start dusko"));
+    EXPECT_EQ(0, monpctl(in, "stop dusko"));
     EXPECT_EQ(std::vector<pid_t>{}, in.services());
 
-    EXPECT_EQ(0, monpctl(in, "start dusko -- -o '--ctl ../work/ctl end signal report'").status);
+    EXPECT_EQ(0, monpctl(in, "start dusko -- -o '--ctl ../work/ctl end signal report'"));
     const auto stop = monpctl(in, "stop dusko --wait 3");
     EXPECT_EQ(3, stop.status);
     EXPECT_TRUE(tells(stop, "process " + std::to_string(status_of(in).pid("monitor")))) << stop.errors;
@@ -277,7 +294,7 @@ TEST(Operate, AsksBeforeTheNodeMayGoDown)
     in.own("action") = "5";
     in.write();
 
-    EXPECT_EQ(0, monpctl(in, "start dusko").status);
+    EXPECT_EQ(0, monpctl(in, "start dusko"));
     const auto refused = monpctl(in, "stop dusko </dev/null");
     EXPECT_EQ(1, refused.status);
     EXPECT_TRUE(tells(refused, "reboot")) << refused.errors;
@@ -286,7 +303,11 @@ TEST(Operate, AsksBeforeTheNodeMayGoDown)
     /* The monitor keeps the action that it has read, whatever the policy says by now. */
     in.own("action") = "1";
     in.write();
-    EXPECT_EQ(1, monpctl(in, "stop dusko </dev/null").status);
+    for (const char* file : { "monp.xml", "" }) { /* as restored from an old copy */
+        fs::last_write_time(in.root / "etc/policy" / file, fs::file_time_type::clock::now() - std::chrono::hours(1));
+    }
+    EXPECT_EQ(1, monpctl(in, "stop dusko </dev/null"));
+    fs::remove(in.root / "etc/policy/dusko.xml");
     EXPECT_EQ(0, stop_by_force(in));
     EXPECT_EQ(sandbox::Texts{}, in.calls());
 }

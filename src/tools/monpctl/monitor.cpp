@@ -6,6 +6,7 @@
 #include "monitor_log.h"
 
 #include "monp.h"
+#include "tesk_home.h"
 
 #include <algorithm>
 #include <csignal>
@@ -47,14 +48,37 @@ bool read_command(Monitor& monitor)
 }
 
 /*
+ * Whether a process was started as the monitor of this installation, though its program bears another name by now, as
+ * after a replacement by renaming. Others than root could call any program so.
+ */
+bool was_started_as(const Process& process, const std::string& program)
+{
+    std::error_code missing;
+
+    return process.user == 0 && !process.executable.empty() && process.command.front().starts_with('/') &&
+           fs::weakly_canonical(process.command.front(), missing) == fs::weakly_canonical(program, missing);
+}
+
+/*
  * Whether a process is a monitor as far as can be seen: others than root see no process of root's clearly.
  */
 bool runs_monitor(const Process& process, const std::string& program)
 {
-    const bool hidden = process.executable.empty() && !process.command.empty() &&
-                        fs::path(process.command.front()).filename() == fs::path(program).filename();
+    if (process.zombie() || process.command.empty()) {
+        return false;
+    }
+    const bool hidden =
+        process.executable.empty() && fs::path(process.command.front()).filename() == fs::path(program).filename();
 
-    return !process.zombie() && (process.runs(program) || hidden);
+    return hidden || process.runs_file(program) || process.runs(program) || was_started_as(process, program);
+}
+
+/*
+ * Whether a monitor works for our home directory, and not inside a container. What is hidden may be ours.
+ */
+bool is_ours(const Process& process)
+{
+    return shares_numbers(process.pid) && same_home(start_variable(process.pid, gtesk_homevariable).value_or(home()));
 }
 
 /*
@@ -72,7 +96,8 @@ std::vector<Monitor> find_monitors(const std::vector<Process>& all)
         Monitor monitor;
         monitor.process = process;
         monitor.set_up = process.catches(SIGUSR2) && process.catches(SIGHUP);
-        if (runs_monitor(process, program) && read_command(monitor)) {
+        monitor.replaced = !process.executable.empty() && !process.runs_file(program);
+        if (runs_monitor(process, program) && is_ours(process) && read_command(monitor)) {
             found[process.pid] = monitor;
         }
     }
@@ -252,14 +277,23 @@ void warn(Report& report)
 {
     const auto tell = [&](const std::string& text) { report.warnings.push_back(text); };
 
-    if (report.monitor && report.monitor->process.replaced()) {
+    if (report.monitor && report.monitor->replaced) {
         tell("the monitor's own program was replaced on disk since it started");
+    }
+    if (report.monitor && report.monitor->process.held()) {
+        tell("the monitor is held by a signal or a debugger");
     }
     if (report.state == State::waiting && report.record.last_event == MONP_EVTID_FAIL_INIT) {
         tell("the monitor waits after a failed start");
     }
     if (report.service && report.service->zombie()) {
         tell("the service, " + process_text(*report.service) + ", is a zombie");
+    }
+    if (report.service && report.service->held()) {
+        tell("the service, " + process_text(*report.service) + ", is held by a signal or a debugger");
+    }
+    if (report.monitor && report.service && report.service->parent != report.monitor->process.pid) {
+        tell("the service, " + process_text(*report.service) + ", is no child of its monitor, which has adopted it");
     }
     if (report.service && report.service->replaced()) {
         tell("the service's program was replaced on disk since it started");
@@ -285,6 +319,15 @@ const char* word(State state)
 std::string monitor_program()
 {
     return fs::read_symlink("/proc/self/exe").replace_filename("monp").string();
+}
+
+void require_known_or_running(const std::string& type)
+{
+    const auto monitors = find_monitors(read_processes());
+
+    if (std::none_of(monitors.begin(), monitors.end(), [&](const Monitor& one) { return one.type == type; })) {
+        require_known(type);
+    }
 }
 
 Verdict judge(const Evidence& evidence)

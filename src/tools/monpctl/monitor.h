@@ -37,6 +37,7 @@ struct Monitor {
     bool set_up = false;              /* it has its signal handlers; without them a signal would kill it */
     bool launching = false;           /* its first process still waits for it */
     bool no_start = false;            /* it is never to start the service */
+    bool replaced = false;            /* its program is not the one that a start would run now */
     std::vector<std::string> options; /* of its command line */
 };
 
@@ -102,6 +103,12 @@ private:
     Journal journal_;
     std::map<std::vector<std::string>, Settings> settings_;
 };
+
+/*
+ * Throws a Refusal for a type that is neither known nor that of a running monitor, which must be told and stopped also
+ * when its section was moved away.
+ */
+void require_known_or_running(const std::string& type);
 
 /*
  * The path of the monitor's program: the one beside this program.

@@ -3,19 +3,16 @@
  */
 #include "operate.h"
 
-#include "commands.h"
-
 #include <iostream>
 #include <unistd.h>
 
 namespace monpctl {
 
-void require_operator(const std::string& type)
+void require_root()
 {
     if (geteuid() != 0) {
         throw std::runtime_error("only root may start, stop or reload a monitor");
     }
-    require_known(type);
 }
 
 void say(const std::string& type, const std::string& sentence)
@@ -35,12 +32,10 @@ void show_lines(const std::vector<std::string>& lines)
     }
 }
 
-void show_errors(const std::vector<Problem>& problems)
+void show_problems(const std::vector<Problem>& problems)
 {
     for (const auto& problem : problems) {
-        if (problem.severity == Severity::error) {
-            std::cerr << problem.where << ": " << problem.sentence << '\n';
-        }
+        std::cerr << problem.where << ": " << problem.sentence << '\n';
     }
 }
 

@@ -17,9 +17,9 @@ constexpr auto LOOK_PAUSE = std::chrono::milliseconds(200);
 using Clock = std::chrono::steady_clock;
 
 /*
- * Throws a runtime_error for anybody but root, and a Refusal for a type that is not known.
+ * Throws a runtime_error for anybody but root.
  */
-void require_operator(const std::string& type);
+void require_root();
 
 /*
  * Prints a sentence about a type, without its full stop: a result to the standard output, a warning or an error to the
@@ -29,10 +29,10 @@ void say(const std::string& type, const std::string& sentence);
 void complain(const std::string& type, const std::string& sentence);
 
 /*
- * Prints lines of the log, or problems of a policy that end a monitor, to the standard error.
+ * Prints lines of the log, or problems of a policy, to the standard error.
  */
 void show_lines(const std::vector<std::string>& lines);
-void show_errors(const std::vector<Problem>& problems);
+void show_problems(const std::vector<Problem>& problems);
 
 } // namespace monpctl
 

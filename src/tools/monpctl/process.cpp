@@ -32,6 +32,9 @@ namespace {
 
 constexpr std::string_view DELETED = " (deleted)";
 
+/* In which a process that has given up its memory becomes a zombie. */
+constexpr auto EXIT_LIMIT = std::chrono::seconds(1);
+
 std::string proc(pid_t pid, const std::string& file)
 {
     return "/proc/" + std::to_string(pid) + '/' + file;
@@ -65,12 +68,16 @@ bool read_stat(Process& process)
     return static_cast<bool>(words >> process.started);
 }
 
-void read_signals(Process& process)
+void read_status(Process& process)
 {
     std::ifstream status(proc(process.pid, "status"));
     std::uint64_t mask = 0;
 
     for (std::string line; std::getline(status, line);) {
+        if (line.starts_with("Uid:")) {
+            /* The real one, then the effective one. */
+            std::istringstream(line.substr(4)) >> process.user >> process.user;
+        }
         if (!line.starts_with("Sig") || line.size() < 8) {
             continue;
         }
@@ -125,6 +132,11 @@ bool Process::zombie() const
     return state == 'Z' || state == 'X';
 }
 
+bool Process::held() const
+{
+    return state == 'T' || state == 't';
+}
+
 bool Process::catches(int signal) const
 {
     return (caught >> (signal - 1) & 1) != 0;
@@ -138,16 +150,20 @@ bool Process::dies_of(int signal) const
 bool Process::runs(const std::string& path) const
 {
     std::error_code missing;
-    struct stat file = {};
 
     /* No path and a link that cannot be read would be equal. */
     if (path.empty() || executable.empty()) {
         return false;
     }
-    if (stat(path.c_str(), &file) == 0 && file.st_dev == device && file.st_ino == inode) {
-        return true;
-    }
-    return executable == fs::weakly_canonical(path, missing).string().append(DELETED);
+    const std::string resolved = fs::weakly_canonical(path, missing).string();
+    return executable == resolved || executable == resolved + std::string(DELETED);
+}
+
+bool Process::runs_file(const std::string& path) const
+{
+    struct stat file = {};
+
+    return !executable.empty() && stat(path.c_str(), &file) == 0 && file.st_dev == device && file.st_ino == inode;
 }
 
 bool Process::replaced() const
@@ -181,10 +197,34 @@ std::optional<Process> read_process(pid_t pid)
     if (!read_stat(process)) {
         return std::nullopt;
     }
-    read_signals(process);
+    read_status(process);
     read_executable(process);
     read_command(process);
     return process;
+}
+
+std::optional<std::string> start_variable(pid_t pid, const std::string& name)
+{
+    std::ifstream file(proc(pid, "environ"));
+
+    if (!file) {
+        return std::nullopt;
+    }
+    for (std::string variable; std::getline(file, variable, '\0');) {
+        if (variable.starts_with(name + '=')) {
+            return variable.substr(name.size() + 1);
+        }
+    }
+    return "";
+}
+
+bool shares_numbers(pid_t pid)
+{
+    std::error_code hidden;
+    const auto own = fs::read_symlink("/proc/self/ns/pid", hidden);
+    const auto other = fs::read_symlink(proc(pid, "ns/pid"), hidden);
+
+    return hidden || own == other;
 }
 
 std::vector<Process> read_processes()
@@ -238,7 +278,8 @@ Handle::Handle(const Process& process) : process_(process)
         throw std::invalid_argument("process " + std::to_string(process.pid) + " is none to be held");
     }
     fd_ = pidfd_open(process.pid, 0);
-    if (fd_ < 0 && errno != ESRCH) {
+    /* The kernel calls one that is just being reaped invalid. */
+    if (fd_ < 0 && errno != ESRCH && errno != EINVAL) {
         fail("process " + std::to_string(process.pid) + " cannot be held");
     }
     const auto now = read_process(process.pid);
@@ -267,8 +308,13 @@ bool Handle::signal(int number) const
     if (!now || now->zombie()) {
         return false;
     }
-    if (!now->same(process_) || now->command != process_.command || now->device != process_.device ||
-        now->inode != process_.inode) {
+    const bool kept = now->same(process_) && now->command == process_.command && now->device == process_.device &&
+                      now->inode == process_.inode;
+    /* One that is exiting has neither executable nor arguments any more. */
+    if (!kept && ended(EXIT_LIMIT)) {
+        return false;
+    }
+    if (!kept) {
         throw std::runtime_error(name + " has become another program and gets no signal");
     }
     if (!now->catches(number)) {

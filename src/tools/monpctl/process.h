@@ -19,6 +19,7 @@ namespace monpctl {
 struct Process {
     pid_t pid = 0;
     pid_t parent = 0;
+    uid_t user = 0;                 /* effective */
     char state = '?';               /* the kernel's letter: 'Z' for a zombie */
     unsigned long long started = 0; /* clock ticks after the boot */
     std::string executable;         /* where its exe link points, with " (deleted)" behind it once that file is gone */
@@ -29,11 +30,15 @@ struct Process {
     std::uint64_t unharmful = 0;      /* signals that are blocked or ignored */
 
     [[nodiscard]] bool zombie() const;
+    /* Whether it is held by a signal or a debugger. */
+    [[nodiscard]] bool held() const;
     [[nodiscard]] bool catches(int signal) const;
     /* Whether it would die of a signal whose default is the end. */
     [[nodiscard]] bool dies_of(int signal) const;
-    /* Whether it runs the program of this path: the file there now, or the one that was there when it started. */
+    /* Whether it runs the program of this path, now or before that was removed; told by the path, as the monitor does. */
     [[nodiscard]] bool runs(const std::string& path) const;
+    /* Whether it runs the file that is at this path now, by whatever name it was started. */
+    [[nodiscard]] bool runs_file(const std::string& path) const;
     /* Whether the program that it runs has been removed or replaced on disk. */
     [[nodiscard]] bool replaced() const;
     /* When it started, by today's clock, and how many seconds ago. */
@@ -47,6 +52,16 @@ struct Process {
  * A process, or nothing if it has ended.
  */
 std::optional<Process> read_process(pid_t pid);
+
+/*
+ * A variable of the environment that a process was started with; empty if it has none. Nothing if that is hidden from us.
+ */
+std::optional<std::string> start_variable(pid_t pid, const std::string& name);
+
+/*
+ * Whether a process counts its processes as we do; as far as can be seen.
+ */
+bool shares_numbers(pid_t pid);
 
 /*
  * All processes, in the order in which a monitor searches them: by the bytes of their numbers' texts.

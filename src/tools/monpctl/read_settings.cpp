@@ -15,6 +15,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
 #include <filesystem>
 #include <iterator>
 
@@ -81,9 +82,19 @@ void tell_lines(const std::string& where, const std::string& consequence, Settin
 }
 
 /*
- * All that the monitor reads before it becomes a daemon.
+ * Of the problems from a number on, which are about what a monitor reads once only.
  */
-void read_sections(Policy& policy, const std::string& type)
+void mark_start_only(Settings& result, size_t first)
+{
+    std::for_each(result.problems.begin() + static_cast<std::ptrdiff_t>(first), result.problems.end(),
+                  [](Problem& problem) { problem.start_only = true; });
+}
+
+/*
+ * All that the monitor reads before it becomes a daemon. It reads the action no more once it has one, which it must to
+ * survive its service; the other keys of its service may stay unset, and are then looked for at each reload.
+ */
+void read_sections(Policy& policy, const std::string& type, Settings& result)
 {
     for (const auto& section : { std::string("all"), std::string("pm"), std::string("monp"), type }) {
         policy.load(section, Severity::error, "the monitor ends");
@@ -91,7 +102,13 @@ void read_sections(Policy& policy, const std::string& type)
     policy.load("", Severity::warning, "the monitor goes on without it");
 
     policy.read(gmonpallkeys, "all", &gmonpallpol);
-    policy.read(gmonpservicekeys, "monp", &gmonpparam);
+    for (const auto& row : gmonpservicekeys) {
+        const size_t told = result.problems.size();
+        policy.read({ &row, 1 }, "monp", &gmonpparam);
+        if (row.noffset == offsetof(MONP_PARAM_INFO, action)) {
+            mark_start_only(result, told);
+        }
+    }
     policy.read(gmonpmykeys, "monp", &gmonppol);
     policy.read(gmonpcprockeys, type, &gmonpmonpol);
     for (const auto& row : gmonpusekeys) {
@@ -221,9 +238,11 @@ void judge_values(Settings& result)
     const std::string own = "monp/service/" + result.type + '/';
 
     if (gmonprecover[monp_findrow(result.action)].action == 0) {
+        const size_t told = result.problems.size();
         tell(result, own + "action", Severity::error,
              "the action " + std::to_string(result.action) +
                  " is none of 1 to 5; the monitor ends with status 4 when the service has ended");
+        mark_start_only(result, told);
     }
     if (result.action == MONP_ACT_RESTART && result.restart_limit <= 0) {
         tell(result, own + "restarttime", Severity::warning,
@@ -295,7 +314,7 @@ Settings read_settings(const std::string& type, const std::vector<std::string>& 
     read_options(type, monitor_options, result);
     {
         Policy policy(result, type);
-        read_sections(policy, type);
+        read_sections(policy, type, result);
         take_records(result);
         form_service(policy, result);
         form_files(policy, result);

@@ -24,16 +24,17 @@ std::string outlook(const Report& report)
     if (report.settings.held_back) {
         return "the policy is read; it holds the service back";
     }
-    return "the policy is read, and the service is started, as nothing speaks against it";
+    return "the policy is read, and the service is being started, as nothing speaks against it";
 }
 
 int reload_one(const Report& report)
 {
     const Time begun = std::chrono::system_clock::now();
     const Handle monitor(report.monitor->process);
+    const auto errors = report.settings.errors(true);
 
-    if (!report.settings.usable()) {
-        show_errors(report.settings.problems);
+    if (!errors.empty()) {
+        show_problems(errors);
         complain(report.type, "not reloaded, as the monitor would end on its policy when it waits");
         return EXIT_FAILED;
     }
@@ -61,7 +62,8 @@ int reload(const ReloadOptions& given)
 {
     int result = EXIT_DONE;
 
-    require_operator(given.type);
+    require_root();
+    require_known_or_running(given.type);
     for (const auto& report : Observer().look(given.type)) {
         if (!report.monitor) {
             complain(given.type, "no monitor runs");

@@ -45,10 +45,19 @@ bool is_service_section(const std::string& name)
 
 } // namespace
 
+std::vector<Problem> Settings::errors(bool reload) const
+{
+    std::vector<Problem> errors;
+
+    std::copy_if(problems.begin(), problems.end(), std::back_inserter(errors), [reload](const Problem& problem) {
+        return problem.severity == Severity::error && !(reload && problem.start_only);
+    });
+    return errors;
+}
+
 bool Settings::usable() const
 {
-    return std::none_of(problems.begin(), problems.end(),
-                        [](const Problem& problem) { return problem.severity == Severity::error; });
+    return errors().empty();
 }
 
 std::string home()
@@ -56,6 +65,13 @@ std::string home()
     const std::string given = tesk_home();
 
     return given.substr(0, given.find_last_not_of('/') + 1);
+}
+
+bool same_home(const std::string& value)
+{
+    std::error_code error;
+
+    return fs::weakly_canonical(tesk_home_of(value.c_str()), error) == fs::weakly_canonical(tesk_home(), error);
 }
 
 std::string action_text(int action)

@@ -19,6 +19,7 @@ struct Problem {
     std::string where; /* "file:line", "file" or "command line" */
     Severity severity;
     std::string sentence;
+    bool start_only = false; /* a monitor that runs has it behind itself, and is not ended by a reload */
 
     bool operator==(const Problem&) const = default;
 };
@@ -46,13 +47,21 @@ struct Settings {
     std::vector<Setting> explained;     /* in the order of reading */
     std::vector<Problem> problems;      /* sorted by sort_problems */
 
-    [[nodiscard]] bool usable() const; /* no error among the problems */
+    /* The problems that a monitor would end on, at its start or at a reload. */
+    [[nodiscard]] std::vector<Problem> errors(bool reload = false) const;
+    /* Whether a start meets none of them. */
+    [[nodiscard]] bool usable() const;
 };
 
 /*
  * Directory of the configuration and the logs, without a "/" at its end, as the policy library has it.
  */
 std::string home();
+
+/*
+ * Whether a process that was started with this value of TESK_HOME, empty if with none, has the same home directory.
+ */
+bool same_home(const std::string& value);
 
 /*
  * What the monitor does for an action, as words for a sentence; for any other number that it is unknown.

@@ -143,7 +143,6 @@ pid_t launch(const std::string& type, const std::vector<std::string>& options)
     pid_t pid = 0;
 
     words.insert(words.end(), options.begin(), options.end());
-    umask(022);
     const int error = posix_spawn(&pid, words.front().c_str(), &surroundings.files, &surroundings.attributes,
                                   pointers(words).data(), pointers(environment).data());
     if (error != 0) {
@@ -240,7 +239,7 @@ int Attempt::begin(const Report& report)
 int Attempt::begin_launch()
 {
     if (!settings_.usable()) {
-        show_errors(settings_.problems);
+        show_problems(settings_.errors());
         complain(given_.type, "not started, as the monitor would end on its policy or options");
         return EXIT_FAILED;
     }
@@ -276,13 +275,15 @@ void Attempt::drop_lock_file() const
 }
 
 /*
- * Result: whether the first process has ended, or there is none.
+ * Result: whether the first process has ended, or there is none. The end of one that somebody else has reaped counts as
+ * a good one; what the monitor does is looked at next.
  */
 bool Attempt::first_has_ended()
 {
     int status = 0;
+    const pid_t ended = first_ > 0 ? waitpid(first_, &status, WNOHANG) : 0;
 
-    if (first_ > 0 && waitpid(first_, &status, WNOHANG) == first_) {
+    if (ended > 0 || (ended < 0 && errno == ECHILD)) {
         first_ = 0;
         first_status_ = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
         if (first_status_ != 0) {
@@ -364,7 +365,12 @@ int Attempt::up(const Report& report, const std::string& how)
 
 int start(const StartOptions& given)
 {
-    require_operator(given.type);
+    require_root();
+    require_known(given.type);
+    /* Ignored, as a caller may have it, the kernel would reap the first process and nobody could tell how it ended. */
+    std::signal(SIGCHLD, SIG_DFL);
+    /* The caller's could open what is made here, and what the monitor makes, to others. */
+    umask(022);
     const Settings settings = read_settings(given.type, given.options);
 
     return Attempt(given, settings, given.wait.value_or(settings.init_seconds + SPARE_SECONDS)).run();

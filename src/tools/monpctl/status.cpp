@@ -167,7 +167,7 @@ nlohmann::json report_json(const Report& report)
 int print_status(const StatusOptions& given)
 {
     if (!given.type.empty()) {
-        require_known(given.type);
+        require_known_or_running(given.type);
     }
     const auto reports = Observer().look(given.type);
     Exit result = reports.empty() ? EXIT_DOWN : EXIT_DONE;

@@ -8,12 +8,10 @@
 
 #include <algorithm>
 #include <csignal>
-#include <filesystem>
 #include <iostream>
 #include <memory>
+#include <sys/stat.h>
 #include <unistd.h>
-
-namespace fs = std::filesystem;
 
 namespace monpctl {
 
@@ -27,37 +25,53 @@ constexpr int UNLIMITED_SECONDS = 60;
 constexpr auto REQUEST_PAUSE = std::chrono::seconds(1);
 constexpr auto KILL_LIMIT = std::chrono::seconds(3);
 
-/*
- * Whether a monitor may have read another action than the policy has now. One given on its command line is its own.
- */
-bool action_in_doubt(const Report& report)
-{
-    const auto& explained = report.settings.explained;
-    const std::string key = "monp/service/" + report.type + "/action";
-    std::error_code error;
+/* To which the start of a process is known, and always given too early. */
+constexpr auto TICK = std::chrono::milliseconds(10);
 
-    const bool given = std::any_of(explained.begin(), explained.end(),
-                                   [&](const Setting& one) { return one.name == key && one.source == "command line"; });
-    if (given) {
-        return false;
+/*
+ * Whether a file or directory is not the one that a monitor has read: by the time of its last change in any way, as
+ * copies and moves keep that of the content.
+ */
+bool changed_since(const Process& monitor, const std::string& path)
+{
+    using std::chrono::system_clock;
+    struct stat status = {};
+
+    if (stat(path.c_str(), &status) != 0) {
+        return true;
     }
-    const auto changed = fs::last_write_time(home() + "/etc/policy/monp.xml", error);
-    return error || !report.settings.usable() ||
-           fs::file_time_type::clock::to_sys(changed) > report.monitor->process.since();
+    const auto changed = std::chrono::seconds(status.st_ctim.tv_sec) + std::chrono::nanoseconds(status.st_ctim.tv_nsec);
+    return Time(std::chrono::duration_cast<system_clock::duration>(changed)) > monitor.since() + TICK;
 }
 
 /*
- * Why the node may go down with a service; empty if it will not. A monitor that waits has no service to end.
+ * Whether a monitor may have read another action than the policy has now. One given on its command line is its own.
+ */
+bool action_in_doubt(const Process& monitor, const Settings& settings)
+{
+    const std::string key = "monp/service/" + settings.type + "/action";
+    const std::string directory = home() + "/etc/policy";
+
+    const bool given = std::any_of(settings.explained.begin(), settings.explained.end(),
+                                   [&](const Setting& one) { return one.name == key && one.source == "command line"; });
+    /* The directory has changed with a file that was put in the place of another. */
+    return !given &&
+           (!settings.usable() || changed_since(monitor, directory + "/monp.xml") || changed_since(monitor, directory));
+}
+
+/*
+ * Why the node may go down with a service; empty if it will not. A monitor that waits has no service to end. The policy
+ * is read anew: it may have been changed since that of another monitor was read.
  */
 std::string danger(const Report& report)
 {
-    const int action = report.settings.action;
-    const bool drastic = action == MONP_ACT_OS_HALT || action == MONP_ACT_OS_REBOOT;
-
     if (report.state == State::waiting) {
         return "";
     }
-    if (!drastic && action_in_doubt(report)) {
+    const Settings settings = read_settings(report.type, report.monitor->options);
+    const int action = settings.action;
+    const bool drastic = action == MONP_ACT_OS_HALT || action == MONP_ACT_OS_REBOOT;
+    if (!drastic && action_in_doubt(report.monitor->process, settings)) {
         return "this may halt or reboot the node, as the policy was changed after the monitor had read its action";
     }
     if (!drastic) {
@@ -121,31 +135,63 @@ void hold(std::vector<Held>& held, const Process& process)
 }
 
 /*
- * Asks every monitor of the type to end, again each second: a request that comes in the middle of a restart is
- * forgotten. One that has no handlers yet would be killed by it, and is waited for.
- * Result: what is left of the monitors at the limit.
+ * Which monitors may be signalled. Each is asked about once, also one that comes while others are being stopped.
  */
-std::vector<Report> request_end(const std::string& type, Clock::time_point limit, std::vector<Held>& services)
+class Consent {
+public:
+    explicit Consent(const StopOptions& given) : given_(given) {}
+
+    bool to_stop(const Report& report)
+    {
+        const Process& monitor = report.monitor->process;
+        const auto asked =
+            std::find_if(answers_.begin(), answers_.end(), [&](const auto& one) { return one.first.same(monitor); });
+
+        return asked != answers_.end() ? asked->second
+                                       : answers_.emplace_back(monitor, confirmed(given_, report)).second;
+    }
+
+private:
+    const StopOptions& given_;
+    std::vector<std::pair<Process, bool>> answers_;
+};
+
+void request_once(const Report& report, std::vector<Held>& services)
+{
+    if (report.service) {
+        hold(services, *report.service);
+    }
+    const Handle monitor(report.monitor->process);
+    if (report.monitor->set_up) {
+        monitor.signal(SIGUSR2);
+    }
+}
+
+/*
+ * Asks every monitor of the type to end, again each second: a request that comes in the middle of a restart is
+ * forgotten. One that has no handlers yet would be killed by it, and is waited for; one without consent is not.
+ * Result: what is left of the monitors when nothing more comes of it, or at the limit.
+ */
+std::vector<Report> request_end(const std::string& type, Clock::time_point limit, Consent& consent,
+                                std::vector<Held>& services)
 {
     Observer observer;
 
     for (;;) {
+        const Report* awaited = nullptr;
         auto reports = observer.look(type);
         std::erase_if(reports, [](const Report& report) { return !report.monitor; });
         for (const auto& report : reports) {
-            if (report.service) {
-                hold(services, *report.service);
-            }
-            const Handle monitor(report.monitor->process);
-            if (report.monitor->set_up) {
-                monitor.signal(SIGUSR2);
+            if (consent.to_stop(report)) {
+                request_once(report, services);
+                awaited = &report;
             }
         }
-        if (reports.empty() || Clock::now() > limit) {
+        if (awaited == nullptr || Clock::now() > limit) {
             return reports;
         }
         /* Whichever ends first may be the last. */
-        static_cast<void>(Handle(reports.front().monitor->process).ended(std::chrono::milliseconds(REQUEST_PAUSE)));
+        static_cast<void>(Handle(awaited->monitor->process).ended(std::chrono::milliseconds(REQUEST_PAUSE)));
     }
 }
 
@@ -199,24 +245,27 @@ int default_seconds(const Settings& settings)
 
 int stop(const StopOptions& given)
 {
-    require_operator(given.type);
+    require_root();
+    require_known_or_running(given.type);
     const auto reports = Observer().look(given.type);
     std::vector<Held> services;
+    Consent consent(given);
 
     for (const auto& report : reports) {
-        if (report.monitor && !confirmed(given, report)) {
+        if (report.monitor && !consent.to_stop(report)) {
             return EXIT_FAILED;
         }
         warn_of_recovery(report);
     }
     const auto seconds = std::chrono::seconds(given.wait.value_or(default_seconds(reports.front().settings)));
+    const auto limit = Clock::now() + seconds;
     const auto monitors =
-        reports.front().monitor ? request_end(given.type, Clock::now() + seconds, services) : std::vector<Report>();
+        reports.front().monitor ? request_end(given.type, limit, consent, services) : std::vector<Report>();
     if (!reports.front().monitor) {
         say(given.type, "no monitor runs");
     }
     if (!name_survivors(given.type, monitors, services)) {
-        if (!monitors.empty()) {
+        if (!monitors.empty() && Clock::now() > limit) {
             complain(given.type, "not stopped within " + std::to_string(seconds.count()) + " seconds");
         }
         return EXIT_DOWN;

@@ -7,15 +7,25 @@
 
 #include <cstdlib>
 
+/* The environment variable that names the home directory. */
+static constexpr const char* gtesk_homevariable = "TESK_HOME";
+
 /*
- * The home directory of configuration and logs: the environment variable TESK_HOME if it is set and not empty, else the
- * prefix that the libraries were built for. Must not be called in a signal handler.
+ * The home directory of configuration and logs of a process.
+ *   phome  value of its environment variable, or NULL if that is not set
+ * Result: the value unless it is empty, else the prefix that the libraries were built for.
+ */
+static inline const char* tesk_home_of(const char* phome)
+{
+    return phome != nullptr && phome[0] != '\0' ? phome : TESK_HOME_DEFAULT;
+}
+
+/*
+ * The home directory of this process. Must not be called in a signal handler.
  */
 static inline const char* tesk_home()
 {
-    const char* phome = getenv("TESK_HOME");
-
-    return phome != nullptr && phome[0] != '\0' ? phome : TESK_HOME_DEFAULT;
+    return tesk_home_of(getenv(gtesk_homevariable));
 }
 
 #endif
