@@ -36,7 +36,12 @@ TEST_F(Programs, CollectorPacksPlainFilesOfUsualSizeOnly)
 TEST_F(Programs, CollectorTakesSecretsOutAndPassesByMounts)
 {
     const std::pair<const char*, const char*> secrets[] = {
-        { "user=bob password=hunter2 next=1", "user=bob password=******* next=1" },
+        { "user=bob password=abc;hunter2 next=1", "user=bob password=*********** next=1" },
+        { R"(password="hunter2 and more)", "password=*****************" },
+        { R"({"password":"abc\"hunter2","n":1})", R"({"password":**************,"n":1})" },
+        { R"("{\"password\":\"a\\\"b\\\\\",\"n\":1}")", R"("{\"password\":**************,\"n\":1}")" },
+        { "PASSWORD='it'\\''s' pwd='it''s',", "PASSWORD=**********************" },
+        { "<password>my 2 words</password>", "<password>**********</password>" },
         { R"({"api-key": "my key", "n": 1})", R"({"api-key": ********, "n": 1})" },
         { "run --db-password hunter2 --verbose", "run --db-password ******* --verbose" },
         { "Authorization: Bearer abcdefgh.ij", "Authorization: Bearer ***********" },
@@ -51,13 +56,20 @@ TEST_F(Programs, CollectorTakesSecretsOutAndPassesByMounts)
         std::ofstream(home / "log/a.log", std::ios::app) << line << '\n';
         clean.append(cleaned).append("\n");
     }
-    /* A dump has long lines: a secret on the border of what is searched at once. Its offsets stay. */
-    const std::string memory = std::string(16380, 'x') + "token=";
-    std::ofstream(home / "work/dump/core") << memory + "abcd" + '\0' + "efgh";
+    /* A dump has long lines: secrets on the border of what is searched at once, and beyond. Its offsets stay. */
+    const std::string blank(16379, ' ');
+    const std::string text(20000, 'x');
+    std::string memory;
+    std::string wiped;
+    for (const std::string name : { " token=", " PWD='", " cookie: ", " bearer " }) {
+        memory += blank + name + text + "'" + '\0';
+        wiped += blank + name.substr(0, name.find('\'')) + std::string(20001 + name.ends_with('\''), '*') + '\0';
+    }
+    std::ofstream(home / "work/dump/core") << memory << "efgh";
     sh("mkdir etc; printf '# cards\\n\\n[0-9]{4}-[0-9]{3}\\n' >etc/redact");
     sh((geteuid() == 0 ? "mkdir log/m; unshare -m sh -c 'mount --bind bin log/m; $0 $*' " : "") + collect + "-d");
     EXPECT_EQ("a\n" + clean, member("e.tgz", "log/a.log"));
-    EXPECT_TRUE(memory + "****" + '\0' + "efgh" == member("e.tgz", "work/dump/core"));
+    EXPECT_TRUE(wiped + "efgh" == member("e.tgz", "work/dump/core"));
     EXPECT_EQ("3\n", sh("tar tzf archive/e.tgz | wc -l"));
 
     sh("echo '(' >>etc/redact");
