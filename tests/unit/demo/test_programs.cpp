@@ -20,13 +20,17 @@ protected:
 TEST_F(Programs, CollectorPacksPlainFilesOfUsualSizeOnly)
 {
     sh("echo b >'log/old/b c.log'; echo c >work/dump/core; truncate -s 65M log/big.log");
-    sh("echo s >secret; ln -s ../secret log/link; ln -s .. log/linkdir; mkfifo log/fifo");
+    sh("echo s >secret; ln -s ../secret log/link; ln -s .. log/linkdir; mkfifo log/fifo; : >\"$(printf 'log/a\\tb')\"");
 
     sh(collect);
     EXPECT_EQ("about.txt\nlog/a.log\nlog/old/b c.log\n", sh("tar tzf archive/e.tgz | sort"));
     EXPECT_EQ("b\n", member("e.tgz", "'log/old/b c.log'"));
     sh("tar xzf archive/e.tgz about.txt && grep -x 'types: monp-dusko' about.txt");
     sh("grep -x 'log/big.log (68157440 bytes)' about.txt");
+    sh("grep -x 'links, FIFOs, sockets, devices (3)' about.txt && grep -x 'names with control characters (1)' "
+       "about.txt");
+    EXPECT_EQ("log/link (a link)\nlog/linkdir/log/a.log (a link)\nlog/fifo (no plain file)\n", // put there later
+              sh("printf 'log %s\\n' link linkdir/log/a.log fifo | bin/sample_redact . stage"));
     EXPECT_EQ(fs::perms(0600), fs::status(home / "archive/e.tgz").permissions());
 
     sh(collect + "-d");
