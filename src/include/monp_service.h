@@ -1,6 +1,6 @@
 /*
  * What a service owes to its monitor: to report that it is ready, and to end when it is asked to. For C99 and C++, with
- * nothing to link. The whole contract is told in docs/writing-a-service.md.
+ * nothing to link. The whole contract is told in writing-a-service.md, in the installation's share/doc/monp.
  *
  *   monp_service_init();                         first of all, before any thread is started
  *   ... open files, read the configuration ...
@@ -21,6 +21,7 @@
 #include <stdlib.h>
 #include <string.h>
 #include <sys/signalfd.h>
+#include <sys/types.h>
 #include <time.h>
 #include <unistd.h>
 
@@ -73,11 +74,12 @@ static inline int monp_service_survives(const char* pline)
 static inline int monp_service_report(void)
 {
     const pid_t nparent = getppid();
+    const long nnumber = nparent; /* a pid_t has no format of its own, and a cast none that C and C++ both like */
     int bsurvives = 0;
     char szline[256];
     FILE* pstatus = NULL;
 
-    snprintf(szline, sizeof(szline), "/proc/%ld/status", (long)nparent);
+    snprintf(szline, sizeof(szline), "/proc/%ld/status", nnumber);
     /* A parent outside of our PID namespace shows as 0, an orphan's as 1: neither is a monitor. */
     pstatus = nparent > 1 ? fopen(szline, "re") : NULL;
     while (pstatus != NULL && !bsurvives && fgets(szline, sizeof(szline), pstatus) != NULL) {

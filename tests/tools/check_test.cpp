@@ -137,9 +137,39 @@ TEST(Check, JudgesTheCommandLineAsTheMonitorDoes)
     run = monpctl(in, "check lenk -- -r 1 -x");
     EXPECT_EQ(1, run.status);
     expect_lines(in, run.lines, { unused, line, "command line: unknown option. (val=-x); the monitor does not start" });
-    for (const char* refused : { "check ../policy/lenk", "check cl", "check nosuch", "check -- -a 2" }) {
+    for (const char* refused : { "check ../policy/lenk", "check cl", "check nosuch", "check -- -a 2",
+                                 "check lenk extra", "check lenk extra -- -a 2", "start lenk extra" }) {
         EXPECT_EQ(2, monpctl(in, refused).status) << refused;
     }
+}
+
+TEST(Check, TellsTypesThatShareAProgramAndWhatTheUnitDoesNotAwait)
+{
+    Installation in("dusko");
+    for (const std::string key : { "action", "param", "restarttime", "waittime", "parent_timeout", "child_timeout" }) {
+        in.values["monp/service/goru/" + key] = in.values["monp/service/hard/" + key] = in.own(key);
+    }
+    in.values["goru/type"] = "goru";
+    in.values["goru/path"] = "bin/link";
+    in.values["hard/type"] = "hard";
+    in.values["hard/path"] = "bin/hard";
+    in.values["monp/service/hard/waittime"] = "106"; // and 5 to start
+    in.write();
+    fs::create_symlink("service", in.root / "bin/link");
+    fs::create_hard_link(in.root / "bin/service", in.root / "bin/hard");
+
+    const auto run = monpctl(in, "check");
+    EXPECT_EQ(0, run.status);
+    expect_lines(
+        in, run.lines,
+        {
+            "/policy/goru.xml:2: */bin/link is the program of the type dusko, too; each monitor would *",
+            "/policy/hard.xml:2: */bin/hard is a hard link to the program of the type dusko",
+            "/policy/hard.xml:2: */bin/hard is a hard link to the program of the type goru",
+            "/policy/monp.xml:*: child_timeout and waittime are 111 seconds together, * raise its TimeoutStopSec",
+        });
+    EXPECT_EQ(1, monpctl(in, "check --explain >/dev/full").status);
+    EXPECT_EQ(4, monpctl(in, "status >/dev/full").status);
 }
 
 /*

@@ -15,26 +15,33 @@ namespace sample {
 
 namespace {
 
-/* Bytes that are searched at once, and those that the next piece of a long line sees again: a dump has few newlines. */
+/*
+ * Bytes that are searched at once, as a dump has few newlines, and those of them that the next search sees again: the
+ * longest match that is found wherever it begins. A value behind its name may have any length.
+ */
 constexpr size_t WINDOW = 16384;
-constexpr size_t OVERLAP = 1024;
+constexpr size_t OVERLAP = 4096;
 
 constexpr int KEY_LINES = 100; /* of a private key; a dump may hold the beginning of one without its end */
 constexpr size_t KEY_RUN = 8;  /* characters of a key in a row; shorter ones are words */
 
-/* Names that a secret goes by, and what may be its value. */
+/* Names that a secret goes by. */
 const std::string NAME = "(pass(word|wd|phrase)|pwd|secret|token|credential|(api|access|private|secret)[_-]?key)s?";
-const std::string VALUE = "(\"[^\"]*\"|'[^']*'|[^] \t\"',;&<>)}]+)";
 
-std::vector<std::string> built_in()
+struct BuiltIn {
+    std::string expression;
+    bool named; /* it ends where the value of a name begins */
+};
+
+std::vector<BuiltIn> built_in()
 {
     return {
-        NAME + "[\\\"']*[ \t]*([=:][ \t]*|>)\\\\?" + VALUE,
-        "--[a-z-]*" + NAME + "[ \t]+" + VALUE,
-        "(basic|bearer)[ \t]+([a-z0-9._~+/=-]{8,})",
-        "[a-z][a-z0-9+.-]*://[^/ \t:@]*:([^/ \t@]+)@",
-        "cookie[\"']?:[ \t]*([^\r]+)",
-        "eyJ[a-z0-9_-]{10,}\\.[a-z0-9_-]{10,}\\.[a-z0-9_-]*",
+        { NAME + "[\\\"']*[ \t]*([=:][ \t]*|>)", true },
+        { "--[a-z-]*" + NAME + "[ \t]+", true },
+        { "(basic|bearer)[ \t]+([a-z0-9._~+/=-]{8,})", false },
+        { "[a-z][a-z0-9+.-]*://[^/ \t:@]*:([^/ \t@]+)@", false },
+        { "cookie[\"']?:[ \t]*([^\r]+)", false },
+        { "eyJ[a-z0-9_-]{10,}\\.[a-z0-9_-]{10,}\\.[a-z0-9_-]*", false },
     };
 }
 
@@ -75,21 +82,98 @@ void clean_key(std::span<char> line, int& lines)
     }
 }
 
-void clean_matches(const regex_t& pattern, std::span<char> text)
+/*
+ * Where a text in quotes ends: behind its quote, or with the line. The quotes may be escaped themselves, each by as many
+ * backslashes as the first one; with more of them a quote is part of the text, unless they are escaped backslashes.
+ */
+size_t end_of_quoted(std::string_view line, size_t open, size_t backslashes)
+{
+    size_t run = 0;
+
+    for (size_t at = open + 1; at < line.size(); at++) {
+        if (line[at] == line[open] && run % (2 * backslashes + 2) == backslashes) {
+            return at + 1;
+        }
+        run = line[at] == '\\' ? run + 1 : 0;
+    }
+    return line.size();
+}
+
+/*
+ * Whether a value goes on behind its quote: a shell joins what touches, and a table doubles the quotes in a text.
+ */
+bool goes_on(std::string_view line, size_t end, char quote)
+{
+    return end < line.size() && (line[end] == quote || std::strchr(" \t\r\"',;:&<>()[]{}|", line[end]) == nullptr);
+}
+
+/*
+ * Where the value behind a name ends. Too much is better than a part of the secret: a value without quotes goes on to a
+ * blank, as it may have any other character, and that of an XML element to its end.
+ */
+size_t end_of_value(std::string_view line, std::string_view name, size_t from)
+{
+    if (name.ends_with('>')) {
+        return std::min(line.find("</", from), line.size());
+    }
+    for (;;) {
+        const size_t open = std::min(line.find_first_not_of('\\', from), line.size());
+        if (open == line.size() || (line[open] != '"' && line[open] != '\'')) {
+            return std::min(line.find_first_of(" \t", from), line.size());
+        }
+        const size_t end = end_of_quoted(line, open, open - from);
+        if (open > from || !goes_on(line, end, line[open])) {
+            return end;
+        }
+        from = end;
+    }
+}
+
+/*
+ * What of a match is secret.
+ */
+std::span<char> secret_of(const regmatch_t& match, const regmatch_t& group, bool named, std::span<char> line)
+{
+    const std::string_view text(line.data(), line.size());
+    const auto begin = static_cast<size_t>(match.rm_so);
+    const auto end = static_cast<size_t>(match.rm_eo);
+
+    if (named) {
+        return line.subspan(end, end_of_value(text, text.substr(begin, end - begin), end) - end);
+    }
+    return group.rm_so < 0
+               ? line.subspan(end, 0)
+               : line.subspan(static_cast<size_t>(group.rm_so), static_cast<size_t>(group.rm_eo - group.rm_so));
+}
+
+/*
+ * Looks for matches of one pattern in a line. One that reaches the end of what is searched may go on behind it: it is
+ * searched for again from its beginning, and if it is too long for that, the rest of the line goes with it.
+ */
+void clean_matches(const regex_t& pattern, bool named, std::span<char> line)
 {
     std::array<regmatch_t, 10> groups = {};
-    size_t from = 0;
+    const regmatch_t& match = groups[0];
+    const regmatch_t& group = groups[std::min(pattern.re_nsub, groups.size() - 1)];
 
-    while (from < text.size()) {
-        groups[0] = { static_cast<regoff_t>(from), static_cast<regoff_t>(text.size()) };
-        if (regexec(&pattern, text.data(), groups.size(), groups.data(), REG_STARTEND) != 0) {
-            break;
+    for (size_t from = 0; from < line.size();) {
+        const size_t limit = std::min(from + WINDOW, line.size());
+        const bool last = limit == line.size();
+        groups[0] = { static_cast<regoff_t>(from), static_cast<regoff_t>(limit) };
+        if (regexec(&pattern, line.data(), groups.size(), groups.data(), REG_STARTEND | (last ? 0 : REG_NOTEOL)) != 0) {
+            from = last ? limit : limit - OVERLAP;
+        } else if (last || match.rm_eo < static_cast<regoff_t>(limit)) {
+            const std::span<char> secret = secret_of(match, group, named, line);
+            std::fill(secret.begin(), secret.end(), '*');
+            const size_t end =
+                std::max(static_cast<size_t>(match.rm_eo), static_cast<size_t>(secret.end() - line.begin()));
+            from = std::max(from + 1, end);
+        } else if (match.rm_so > static_cast<regoff_t>(from)) {
+            from = static_cast<size_t>(match.rm_so);
+        } else {
+            std::fill(line.begin() + (named ? match.rm_so : std::max(match.rm_so, group.rm_so)), line.end(), '*');
+            from = line.size();
         }
-        const regmatch_t& secret = groups[std::min(pattern.re_nsub, groups.size() - 1)];
-        if (secret.rm_so >= 0) {
-            std::fill(text.begin() + secret.rm_so, text.begin() + secret.rm_eo, '*');
-        }
-        from = std::max(from + 1, static_cast<size_t>(groups[0].rm_eo));
     }
 }
 
@@ -97,19 +181,19 @@ void clean_matches(const regex_t& pattern, std::span<char> text)
 
 Redactor::Redactor()
 {
-    for (const std::string& pattern : built_in()) {
-        add(pattern, "built-in");
+    for (const auto& [expression, named] : built_in()) {
+        add(expression, named, "built-in");
     }
 }
 
 Redactor::~Redactor()
 {
-    for (regex_t& pattern : patterns_) {
-        regfree(&pattern);
+    for (Pattern& pattern : patterns_) {
+        regfree(&pattern.compiled);
     }
 }
 
-void Redactor::add(const std::string& pattern, const std::string& where)
+void Redactor::add(const std::string& pattern, bool named, const std::string& where)
 {
     regex_t compiled = {};
     const int ret = regcomp(&compiled, pattern.c_str(), REG_EXTENDED | REG_ICASE);
@@ -119,7 +203,7 @@ void Redactor::add(const std::string& pattern, const std::string& where)
         regerror(ret, &compiled, reason.data(), reason.size());
         throw std::runtime_error(where + ": '" + pattern + "' is no pattern: " + reason.data());
     }
-    patterns_.push_back(compiled);
+    patterns_.push_back({ compiled, named });
 }
 
 void Redactor::read(const std::string& path)
@@ -133,21 +217,11 @@ void Redactor::read(const std::string& path)
     for (std::string line; std::getline(file, line);) {
         number++;
         if (!line.empty() && line[0] != '#') {
-            add(line, path + ":" + std::to_string(number));
+            add(line, false, path + ":" + std::to_string(number));
         }
     }
     if (file.bad()) {
         throw std::runtime_error("cannot read '" + path + "'");
-    }
-}
-
-void Redactor::clean_line(std::span<char> line) const
-{
-    for (size_t from = 0; from < line.size(); from += WINDOW - OVERLAP) {
-        const std::span<char> window = line.subspan(from, std::min(WINDOW, line.size() - from));
-        for (const regex_t& pattern : patterns_) {
-            clean_matches(pattern, window);
-        }
     }
 }
 
@@ -159,7 +233,9 @@ void Redactor::clean(std::span<char> content) const
         const auto end = std::find_if(from, content.end(), [](char c) { return c == '\n' || c == '\0'; });
         const std::span<char> line(from, end);
         clean_key(line, key_lines);
-        clean_line(line);
+        for (const Pattern& pattern : patterns_) {
+            clean_matches(pattern.compiled, pattern.named, line);
+        }
         from = end == content.end() ? end : end + 1;
     }
 }

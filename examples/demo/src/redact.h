@@ -13,7 +13,8 @@ namespace sample {
 
 /*
  * Extended regular expressions, without regard to case, for secrets within a line, which in a dump ends with a zero
- * byte too. Of each match the last group in parentheses is a secret, or all of it if there is none.
+ * byte too. Of each match the last group in parentheses is a secret, or all of it if there is none. In a line of more
+ * than 16 KiB a match of more than 4 KiB may be missed; one that goes on to the end of what is searched at once is not.
  */
 class Redactor {
 public:
@@ -36,10 +37,14 @@ public:
     void clean(std::span<char> content) const;
 
 private:
-    void add(const std::string& pattern, const std::string& where);
-    void clean_line(std::span<char> line) const;
+    struct Pattern {
+        regex_t compiled;
+        bool named; /* matches the name of a secret, which follows: in quotes, or up to a blank */
+    };
 
-    std::vector<regex_t> patterns_;
+    void add(const std::string& pattern, bool named, const std::string& where);
+
+    std::vector<Pattern> patterns_;
 };
 
 } // namespace sample

@@ -68,21 +68,25 @@ struct statx look_at(const Descriptor& file)
     struct statx status = {};
 
     if (file.get() < 0 || statx(file.get(), "", AT_EMPTY_PATH, STATX_BASIC_STATS, &status) != 0) {
-        throw LeftOut(errno == ELOOP ? "a link" : std::strerror(errno));
+        throw LeftOut(std::strerror(errno));
+    }
+    if (S_ISLNK(status.stx_mode)) {
+        throw LeftOut("a link");
     }
     return status;
 }
 
 /*
  * Goes down step by step, as a service may own a directory and put a link, a FIFO or a device into the place of what
- * was listed. No step may be a link or be mounted on; `file` is open at the last one.
+ * was listed. No step may be a link or be mounted on. Opening a device can do something to it already, so the steps are
+ * opened as places only, and the last one for reading when it is known to be a plain file; `file` is open there.
  */
 struct statx open_below(Descriptor& file, const fs::path& path)
 {
     struct statx status = look_at(file);
 
     for (const auto& step : path) {
-        file.reset(openat(file.get(), step.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+        file.reset(openat(file.get(), step.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
         status = look_at(file);
         if ((status.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0) {
             throw LeftOut("a mount");
@@ -91,7 +95,9 @@ struct statx open_below(Descriptor& file, const fs::path& path)
     if (!S_ISREG(status.stx_mode)) {
         throw LeftOut("no plain file");
     }
-    return status;
+    const std::string place = "/proc/self/fd/" + std::to_string(file.get());
+    file.reset(open(place.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC));
+    return look_at(file);
 }
 
 /* A log that is cut while it is read gives what is left of it. */

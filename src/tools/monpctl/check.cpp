@@ -6,8 +6,10 @@
 #include "text.h"
 
 #include <algorithm>
+#include <filesystem>
 #include <iostream>
-#include <map>
+
+namespace fs = std::filesystem;
 
 namespace monpctl {
 
@@ -28,21 +30,24 @@ void explain(const Settings& settings)
 }
 
 /*
- * A running service is told by its program, so a program is one service's only.
+ * Tells if two types have the same program. A running service is told by the path of its executable, behind all links.
+ * Hard links are paths of their own, but who replaces the file by writing into it replaces both.
  */
-void compare_programs(const std::vector<Settings>& all, std::vector<Problem>& problems)
+void compare_programs(const Settings& one, const Settings& other, std::vector<Problem>& problems)
 {
-    std::map<std::string, std::string> types;
+    const auto path = std::find_if(one.explained.begin(), one.explained.end(),
+                                   [&](const auto& setting) { return setting.name == one.type + "/path"; });
+    const std::string program = " the program of the type " + other.type;
+    std::error_code error;
 
-    for (const auto& settings : all) {
-        const auto [first, added] = types.try_emplace(settings.service, settings.type);
-        const auto path = std::find_if(settings.explained.begin(), settings.explained.end(),
-                                       [&](const auto& setting) { return setting.name == settings.type + "/path"; });
-        if (!added && path != settings.explained.end()) {
-            problems.push_back({ path->source, Severity::warning,
-                                 settings.service + " is the program of the type " + first->second +
-                                     ", too; each monitor would adopt the other's service" });
-        }
+    if (path == one.explained.end() || one.service.empty() || other.service.empty()) {
+        return;
+    }
+    if (fs::weakly_canonical(one.service, error) == fs::weakly_canonical(other.service, error)) {
+        problems.push_back({ path->source, Severity::warning,
+                             one.service + " is" + program + ", too; each monitor would adopt the other's service" });
+    } else if (fs::equivalent(one.service, other.service, error)) {
+        problems.push_back({ path->source, Severity::note, one.service + " is a hard link to" + program });
     }
 }
 
@@ -73,7 +78,9 @@ int check(const CheckOptions& given)
             explain(settings);
         }
     }
-    compare_programs(all, problems);
+    for (auto one = all.begin(); one != all.end(); ++one) {
+        std::for_each(all.begin(), one, [&](const Settings& other) { compare_programs(*one, other, problems); });
+    }
     sort_problems(problems);
     for (const auto& problem : problems) {
         std::cout << printable(problem.where + ": " + problem.sentence) << '\n';

@@ -28,6 +28,10 @@ namespace {
 constexpr const char* COMMAND_LINE = "command line";
 constexpr const char* FORMED = "formed";
 
+/* Of packaging/monp@.service, for a start and for an end; monpctl waits a bit longer than the policy says. */
+constexpr int UNIT_SECONDS = 120;
+constexpr int UNIT_SPARE = 10;
+
 void clear_records()
 {
     gmonpparam = {};
@@ -231,6 +235,25 @@ void tell(Settings& result, const std::string& name, Severity severity, const st
 }
 
 /*
+ * What the unit of systemd does not wait for. An end may be asked for while the service starts.
+ */
+void judge_unit(const std::string& own, Settings& result)
+{
+    const auto exceeds = [](long seconds) { return seconds > UNIT_SECONDS - UNIT_SPARE; };
+    const std::string limit = ", more than the unit monp@.service waits for; raise its ";
+    const long end = static_cast<long>(result.init_seconds) + result.wait_seconds;
+
+    if (exceeds(result.init_seconds)) {
+        tell(result, own + "child_timeout", Severity::note,
+             "child_timeout is " + std::to_string(result.init_seconds) + " seconds" + limit + "TimeoutStartSec");
+    }
+    if (result.wait_seconds > 0 && exceeds(end)) {
+        tell(result, own + "waittime", Severity::note,
+             "child_timeout and waittime are " + std::to_string(end) + " seconds together" + limit + "TimeoutStopSec");
+    }
+}
+
+/*
  * What a monitor takes, but an operator may not have meant.
  */
 void judge_values(Settings& result)
@@ -256,6 +279,7 @@ void judge_values(Settings& result)
         tell(result, own + "parent_timeout", Severity::note,
              "parent_timeout is less than child_timeout; a start may return before the service has reported");
     }
+    judge_unit(own, result);
     if (monp_isdummy() != 0) {
         tell(result, "dummyconf", Severity::note,
              "a dummy configuration; the service " + result.type + " is not started");

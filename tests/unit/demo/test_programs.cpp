@@ -20,13 +20,17 @@ protected:
 TEST_F(Programs, CollectorPacksPlainFilesOfUsualSizeOnly)
 {
     sh("echo b >'log/old/b c.log'; echo c >work/dump/core; truncate -s 65M log/big.log");
-    sh("echo s >secret; ln -s ../secret log/link; ln -s .. log/linkdir; mkfifo log/fifo");
+    sh("echo s >secret; ln -s ../secret log/link; ln -s .. log/linkdir; mkfifo log/fifo; : >\"$(printf 'log/a\\tb')\"");
 
     sh(collect);
     EXPECT_EQ("about.txt\nlog/a.log\nlog/old/b c.log\n", sh("tar tzf archive/e.tgz | sort"));
     EXPECT_EQ("b\n", member("e.tgz", "'log/old/b c.log'"));
     sh("tar xzf archive/e.tgz about.txt && grep -x 'types: monp-dusko' about.txt");
     sh("grep -x 'log/big.log (68157440 bytes)' about.txt");
+    sh("grep -x 'links, FIFOs, sockets, devices (3)' about.txt && grep -x 'names with control characters (1)' "
+       "about.txt");
+    EXPECT_EQ("log/link (a link)\nlog/linkdir/log/a.log (a link)\nlog/fifo (no plain file)\n", // put there later
+              sh("printf 'log %s\\n' link linkdir/log/a.log fifo | bin/sample_redact . stage"));
     EXPECT_EQ(fs::perms(0600), fs::status(home / "archive/e.tgz").permissions());
 
     sh(collect + "-d");
@@ -36,7 +40,12 @@ TEST_F(Programs, CollectorPacksPlainFilesOfUsualSizeOnly)
 TEST_F(Programs, CollectorTakesSecretsOutAndPassesByMounts)
 {
     const std::pair<const char*, const char*> secrets[] = {
-        { "user=bob password=hunter2 next=1", "user=bob password=******* next=1" },
+        { "user=bob password=abc;hunter2 next=1", "user=bob password=*********** next=1" },
+        { R"(password="hunter2 and more)", "password=*****************" },
+        { R"({"password":"abc\"hunter2","n":1})", R"({"password":**************,"n":1})" },
+        { R"("{\"password\":\"a\\\"b\\\\\",\"n\":1}")", R"("{\"password\":**************,\"n\":1}")" },
+        { "PASSWORD='it'\\''s' pwd='it''s',", "PASSWORD=**********************" },
+        { "<password>my 2 words</password>", "<password>**********</password>" },
         { R"({"api-key": "my key", "n": 1})", R"({"api-key": ********, "n": 1})" },
         { "run --db-password hunter2 --verbose", "run --db-password ******* --verbose" },
         { "Authorization: Bearer abcdefgh.ij", "Authorization: Bearer ***********" },
@@ -51,13 +60,20 @@ TEST_F(Programs, CollectorTakesSecretsOutAndPassesByMounts)
         std::ofstream(home / "log/a.log", std::ios::app) << line << '\n';
         clean.append(cleaned).append("\n");
     }
-    /* A dump has long lines: a secret on the border of what is searched at once. Its offsets stay. */
-    const std::string memory = std::string(16380, 'x') + "token=";
-    std::ofstream(home / "work/dump/core") << memory + "abcd" + '\0' + "efgh";
+    /* A dump has long lines: secrets on the border of what is searched at once, and beyond. Its offsets stay. */
+    const std::string blank(16379, ' ');
+    const std::string text(20000, 'x');
+    std::string memory;
+    std::string wiped;
+    for (const std::string name : { " token=", " PWD='", " cookie: ", " bearer " }) {
+        memory += blank + name + text + "'" + '\0';
+        wiped += blank + name.substr(0, name.find('\'')) + std::string(20001 + name.ends_with('\''), '*') + '\0';
+    }
+    std::ofstream(home / "work/dump/core") << memory << "efgh";
     sh("mkdir etc; printf '# cards\\n\\n[0-9]{4}-[0-9]{3}\\n' >etc/redact");
     sh((geteuid() == 0 ? "mkdir log/m; unshare -m sh -c 'mount --bind bin log/m; $0 $*' " : "") + collect + "-d");
     EXPECT_EQ("a\n" + clean, member("e.tgz", "log/a.log"));
-    EXPECT_TRUE(memory + "****" + '\0' + "efgh" == member("e.tgz", "work/dump/core"));
+    EXPECT_TRUE(wiped + "efgh" == member("e.tgz", "work/dump/core"));
     EXPECT_EQ("3\n", sh("tar tzf archive/e.tgz | wc -l"));
 
     sh("echo '(' >>etc/redact");
