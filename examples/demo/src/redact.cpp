@@ -33,13 +33,16 @@ struct BuiltIn {
     bool named; /* it ends where the value of a name begins */
 };
 
+/*
+ * None of them begins with what may go on for long: from each place of a run, it would be read to its end.
+ */
 std::vector<BuiltIn> built_in()
 {
     return {
         { NAME + "[\\\"']*[ \t]*([=:][ \t]*|>)", true },
-        { "--[a-z-]*" + NAME + "[ \t]+", true },
+        { "--([a-z]+-)*[a-z]*" + NAME + "[ \t]+", true },
         { "(basic|bearer)[ \t]+([a-z0-9._~+/=-]{8,})", false },
-        { "[a-z][a-z0-9+.-]*://[^/ \t:@]*:([^/ \t@]+)@", false },
+        { "://[^/ \t:@]*:([^/ \t@]+)@", false },
         { "cookie[\"']?:[ \t]*([^\r]+)", false },
         { "eyJ[a-z0-9_-]{10,}\\.[a-z0-9_-]{10,}\\.[a-z0-9_-]*", false },
     };
