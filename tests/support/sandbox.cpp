@@ -189,7 +189,7 @@ std::vector<std::string> file_lines(const fs::path& file)
     std::ifstream stream(file);
     std::vector<std::string> lines;
 
-    for (std::string line; std::getline(stream, line);) {
+    for (std::string line; std::getline(stream, line) && !stream.eof();) {
         lines.push_back(line);
     }
     return lines;

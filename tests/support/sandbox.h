@@ -32,7 +32,7 @@ std::vector<std::string> shutdown_calls();
 void shutdown_status(int status);
 
 /*
- * A file, whole and by lines; empty if there is none.
+ * A file, whole and by lines; empty if there is none. A last line without its end is being written yet, and left out.
  */
 std::string file_content(const std::filesystem::path& file);
 std::vector<std::string> file_lines(const std::filesystem::path& file);
