@@ -49,6 +49,7 @@ PTESKXML_DOC teskxml_doc_create(int nkind, const char* pfile, const char* pdata,
         *pdoc = {};
         pdoc->kind = nkind;
         pdoc->users = 1;
+        pdoc->lastparent = TESKXML_TOP;
         pdoc->pnode = reinterpret_cast<TESKXML_NODE*>(pdoc + 1);
         pdoc->maxnodes = nnodes;
         pdoc->pplace = reinterpret_cast<uint32_t*>(pdoc->pnode + nnodes);
@@ -61,37 +62,45 @@ PTESKXML_DOC teskxml_doc_create(int nkind, const char* pfile, const char* pdata,
     return pdoc;
 }
 
-/* By words, as a key taken byte by byte costs more than all the rest of a search. */
-uint32_t teskxml_hash(const char* pkey, size_t nlen)
+/* By words, the last one overlapping, as a name taken byte by byte costs more than all the rest of a step. */
+static inline uint32_t teskxml_hash(uint32_t nparent, const char* pname, size_t nlen)
 {
     static constexpr uint64_t nfactor = 0x9e3779b97f4a7c15; /* odd, with bits all over */
-    uint64_t nhash = nlen;
+    uint64_t nhash = static_cast<uint64_t>(nparent) << 32 | nlen;
     uint64_t nword = 0;
+    size_t ninx = 0;
 
-    for (; nlen > sizeof(nword); nlen -= sizeof(nword), pkey += sizeof(nword)) {
-        memcpy(&nword, pkey, sizeof(nword));
+    for (; ninx + sizeof(nword) < nlen; ninx += sizeof(nword)) {
+        memcpy(&nword, pname + ninx, sizeof(nword));
         nhash = (nhash ^ nword) * nfactor;
         nhash ^= nhash >> 32;
     }
-    nword = 0;
-    memcpy(&nword, pkey, nlen);
+    if (nlen >= sizeof(nword)) {
+        memcpy(&nword, pname + nlen - sizeof(nword), sizeof(nword));
+    } else {
+        for (nword = 0; ninx < nlen; ninx++) {
+            nword = nword << 8 | static_cast<unsigned char>(pname[ninx]);
+        }
+    }
     nhash = (nhash ^ nword) * nfactor;
     return static_cast<uint32_t>(nhash >> 32);
 }
 
-/* The place of a key in the index: the one that leads to its element, or the free one where it would have to be. */
-static uint32_t* teskxml_place(const TESKXML_DOC* pdoc, const char* pkey, size_t nlen, uint32_t nhash)
+/* The place of a name below its parent in the index: the one that leads to its element, or the free one where it would
+ * have to be. */
+static uint32_t* teskxml_place(const TESKXML_DOC* pdoc, uint32_t nparent, const char* pname, size_t nlen)
 {
     uint32_t* pplace = nullptr;
     const TESKXML_NODE* pnode = nullptr;
     bool bfound = false;
 
-    for (uint32_t nplace = nhash; !bfound; nplace++) {
+    for (uint32_t nplace = teskxml_hash(nparent, pname, nlen); !bfound; nplace++) {
         pplace = &pdoc->pplace[nplace & pdoc->placemask];
         bfound = *pplace == TESKXML_NONE;
         if (!bfound) {
             pnode = &pdoc->pnode[*pplace];
-            bfound = pnode->hash == nhash && pnode->keylen == nlen && memcmp(pdoc->ptext + pnode->key, pkey, nlen) == 0;
+            bfound = pnode->parent == nparent && pnode->namelen == nlen &&
+                     memcmp(teskxml_doc_name(pdoc, *pplace), pname, nlen) == 0;
         }
     }
     return pplace;
@@ -103,7 +112,7 @@ static size_t teskxml_makekey(PTESKXML_DOC pdoc, uint32_t nparent, const char* p
     char* pkey = pdoc->ptext + pdoc->text;
     size_t nparentlen = 0;
 
-    if (pdoc->nodes > 0) {
+    if (nparent != TESKXML_TOP) {
         nparentlen = pdoc->pnode[nparent].keylen;
         memcpy(pkey, teskxml_doc_key(pdoc, nparent), nparentlen);
     }
@@ -116,7 +125,6 @@ bool teskxml_doc_add(PTESKXML_DOC pdoc, uint32_t nparent, const char* pname, siz
 {
     bool badded = false;
     size_t nkeylen = 0;
-    uint32_t nhash = 0;
     uint32_t* pplace = nullptr;
     TESKXML_NODE* pnode = nullptr;
 
@@ -124,17 +132,15 @@ bool teskxml_doc_add(PTESKXML_DOC pdoc, uint32_t nparent, const char* pname, siz
     if (pdoc->nodes == pdoc->maxnodes || pdoc->maxtext - pdoc->text < TESKXML_MAX_KEY + 1) {
         goto monp_exit_func;
     }
-    nkeylen = teskxml_makekey(pdoc, nparent, pname, nlen);
-    nhash = teskxml_hash(pdoc->ptext + pdoc->text, nkeylen);
-    pplace = teskxml_place(pdoc, pdoc->ptext + pdoc->text, nkeylen, nhash);
+    pplace = teskxml_place(pdoc, nparent, pname, nlen);
     badded = *pplace == TESKXML_NONE;
     if (badded) {
+        nkeylen = teskxml_makekey(pdoc, nparent, pname, nlen);
         *pplace = pdoc->nodes++;
         pnode = &pdoc->pnode[*pplace];
         *pnode = {};
         pnode->parent = nparent;
         pnode->key = static_cast<uint32_t>(pdoc->text);
-        pnode->hash = nhash;
         pnode->keylen = static_cast<uint16_t>(nkeylen);
         pnode->namelen = static_cast<uint16_t>(nlen);
         pdoc->text += nkeylen + 1;
@@ -194,12 +200,38 @@ const char* teskxml_doc_value(const TESKXML_DOC* pdoc, uint32_t nnode)
     return pdoc->ptext + pnode->key + pnode->keylen + (pnode->valuelen > 0 ? 1 : 0);
 }
 
-uint32_t teskxml_doc_find(const TESKXML_DOC* pdoc, const char* pkey, size_t nlen, uint32_t nhash)
+/* Where the walk to a key can begin: the element that the last key lay in, if this key leads through that. */
+static uint32_t teskxml_begin(const TESKXML_DOC* pdoc, const char* pkey, size_t nlen)
 {
-    return *teskxml_place(pdoc, pkey, nlen, nhash);
+    const uint32_t nlast = pdoc->lastparent;
+    size_t nlastlen = 0;
+    bool bbelow = false;
+
+    if (nlast != TESKXML_TOP) {
+        nlastlen = pdoc->pnode[nlast].keylen;
+        bbelow = nlastlen < nlen && pkey[nlastlen] == '/' && memcmp(teskxml_doc_key(pdoc, nlast), pkey, nlastlen) == 0;
+    }
+    return bbelow ? nlast : TESKXML_TOP;
 }
 
-bool teskxml_doc_clash(const TESKXML_DOC* pdoc, const TESKXML_DOC* potherdoc, uint32_t* pclash, uint32_t* pother)
+uint32_t teskxml_doc_find(PTESKXML_DOC pdoc, const char* pkey, size_t nlen)
+{
+    uint32_t nnode = teskxml_begin(pdoc, pkey, nlen);
+    const char* pend = pkey + nlen;
+    size_t nnamelen = 0;
+
+    pkey += nnode != TESKXML_TOP ? pdoc->pnode[nnode].keylen : 0;
+    while (pkey < pend && *pkey == '/' && nnode != TESKXML_NONE) {
+        pdoc->lastparent = nnode;
+        pkey++;
+        nnamelen = static_cast<size_t>(strchrnul(pkey, '/') - pkey);
+        nnode = *teskxml_place(pdoc, nnode, pkey, nnamelen);
+        pkey += nnamelen;
+    }
+    return pkey == pend && nnode != TESKXML_TOP ? nnode : TESKXML_NONE;
+}
+
+bool teskxml_doc_clash(const TESKXML_DOC* pdoc, PTESKXML_DOC potherdoc, uint32_t* pclash, uint32_t* pother)
 {
     bool bclash = false;
     const TESKXML_NODE* pnode = nullptr;
@@ -207,7 +239,7 @@ bool teskxml_doc_clash(const TESKXML_DOC* pdoc, const TESKXML_DOC* potherdoc, ui
     for (uint32_t nnode = 0; nnode < pdoc->nodes && !bclash; nnode++) {
         pnode = &pdoc->pnode[nnode];
         *pclash = nnode;
-        *pother = teskxml_doc_find(potherdoc, teskxml_doc_key(pdoc, nnode), pnode->keylen, pnode->hash);
+        *pother = teskxml_doc_find(potherdoc, teskxml_doc_key(pdoc, nnode), pnode->keylen);
         bclash = *pother != TESKXML_NONE && !(pnode->branch && potherdoc->pnode[*pother].branch);
     }
     return bclash;

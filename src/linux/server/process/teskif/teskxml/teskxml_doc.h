@@ -20,9 +20,8 @@ enum __teskxml_dockind__ {
  * An element. Elements are numbered from 0, the document element, in the order of their start tags.
  */
 typedef struct {
-    uint32_t parent; /* the document element is its own */
+    uint32_t parent; /* TESKXML_TOP for the document element */
     uint32_t key;    /* where the NUL-terminated key starts in the texts; the value follows it */
-    uint32_t hash;   /* of the key */
     int32_t line;    /* of its start tag, from 1 */
     int32_t column;  /* of its start tag, in bytes, from 1 */
     uint16_t keylen;
@@ -43,14 +42,17 @@ typedef struct TESKXML_DOC {
     TESKXML_NODE* pnode;
     uint32_t nodes;
     uint32_t maxnodes;
-    uint32_t* pplace;   /* the index: a key's element is in the place of its hash, or behind it before a free one */
-    uint32_t placemask; /* places, a power of two, less 1 */
+    /* the index: an element is in the place of its parent's and its name's hash, or behind it before a free one */
+    uint32_t* pplace;
+    uint32_t placemask;  /* places, a power of two, less 1 */
+    uint32_t lastparent; /* the element in which the last key was looked for, as most keys lie beside the one before */
     char* ptext;
     size_t text; /* bytes in use */
     size_t maxtext;
 } TESKXML_DOC, *PTESKXML_DOC;
 
 static constexpr uint32_t TESKXML_NONE = UINT32_MAX;
+static constexpr uint32_t TESKXML_TOP = UINT32_MAX - 1; /* above the document element */
 
 /*
  * Makes an empty document with room for everything a content can hold, so that nothing has to grow later.
@@ -63,8 +65,8 @@ static constexpr uint32_t TESKXML_NONE = UINT32_MAX;
 PTESKXML_DOC teskxml_doc_create(int nkind, const char* pfile, const char* pdata, size_t nsize);
 
 /*
- * Adds an element behind all others; the first one is the document element, and its own parent.
- *   nparent  number of the element that it lies in
+ * Adds an element behind all others; the first one is the document element.
+ *   nparent  number of the element that it lies in; TESKXML_TOP for the document element
  *   pname    its name, NUL-terminated; with it the key is no longer than TESKXML_MAX_KEY
  *   nlen     bytes of the name
  *   pnumber  out: its number; if it was not added, that of the element that has its key already, or TESKXML_NONE when
@@ -93,18 +95,18 @@ const char* teskxml_doc_name(const TESKXML_DOC* pdoc, uint32_t nnode);
 const char* teskxml_doc_value(const TESKXML_DOC* pdoc, uint32_t nnode);
 
 /*
- * Finds an element by its key of nlen bytes and the key's hash, which is the same for every document.
+ * Finds an element by its key of nlen bytes: walks from name to name, each looked up among the elements of the one
+ * before. The walk begins at the element that the last one came to, if the key leads through that.
  * Result: its number, or TESKXML_NONE.
  */
-uint32_t teskxml_hash(const char* pkey, size_t nlen);
-uint32_t teskxml_doc_find(const TESKXML_DOC* pdoc, const char* pkey, size_t nlen, uint32_t nhash);
+uint32_t teskxml_doc_find(PTESKXML_DOC pdoc, const char* pkey, size_t nlen);
 
 /*
  * Finds a key that both documents hold, one of them as a value.
  *   pclash, pother  out: the first such element, in pdoc and in potherdoc; meaningless if there is none
  * Result: whether there is one.
  */
-bool teskxml_doc_clash(const TESKXML_DOC* pdoc, const TESKXML_DOC* potherdoc, uint32_t* pclash, uint32_t* pother);
+bool teskxml_doc_clash(const TESKXML_DOC* pdoc, PTESKXML_DOC potherdoc, uint32_t* pclash, uint32_t* pother);
 
 /*
  * Whether a byte is one of those that are dropped around a value.

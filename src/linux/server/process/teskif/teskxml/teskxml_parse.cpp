@@ -278,6 +278,7 @@ int teskxml_parse(PTESKXML_DOC pdoc, const char* psection, const char* pdata, si
     TESKXML_PARSE parse = {};
 
     parse.pdoc = pdoc;
+    parse.current = TESKXML_TOP;
     parse.psection = psection;
     parse.pdata = pdata;
     parse.pend = pdata + nsize;

@@ -64,7 +64,7 @@ static int teskxml_checkclash(const TESKXML_DOC* pdoc)
     uint32_t nclash = 0;
     uint32_t nother = 0;
 
-    for (const TESKXML_DOC* pother = gset.pfirst; pother != nullptr; pother = pother->pnext) {
+    for (PTESKXML_DOC pother = gset.pfirst; pother != nullptr; pother = pother->pnext) {
         if (teskxml_doc_clash(pdoc, pother, &nclash, &nother)) {
             nfuncret = teskxml_fail(TESKXML_RET_FAIL_DUPLICATE, pdoc->pfile, pdoc->pnode[nclash].line,
                                     pdoc->pnode[nclash].column, "the key %s is given twice, first in line %d of %s",
@@ -139,11 +139,9 @@ int teskxml_set_lookup(const char* pkey, const TESKXML_DOC** ppdoc, uint32_t* pn
     int nfuncret = TESKXML_RET_FAIL_NOKEY;
     uint32_t nnode = TESKXML_NONE;
     size_t nlen = strlen(pkey);
-    uint32_t nhash = teskxml_hash(pkey, nlen);
 
-    for (const TESKXML_DOC* pdoc = gset.pfirst; pdoc != nullptr && nfuncret != TESKXML_RET_SUCCESS;
-         pdoc = pdoc->pnext) {
-        nnode = teskxml_doc_find(pdoc, pkey, nlen, nhash);
+    for (PTESKXML_DOC pdoc = gset.pfirst; pdoc != nullptr && nfuncret != TESKXML_RET_SUCCESS; pdoc = pdoc->pnext) {
+        nnode = teskxml_doc_find(pdoc, pkey, nlen);
         if (nnode != TESKXML_NONE) {
             nfuncret = pdoc->pnode[nnode].branch ? TESKXML_RET_FAIL_NOVALUE : TESKXML_RET_SUCCESS;
             *ppdoc = pdoc;
