@@ -66,7 +66,7 @@ TEST_F(Programs, CollectorTakesSecretsOutAndPassesByMounts)
     std::string memory;
     std::string wiped;
     for (const std::string name : { " token=", " PWD='", " cookie: ", " bearer " }) {
-        memory += blank + name + text + "'" + '\0';
+        memory.append(blank).append(name).append(text).append("'").push_back('\0');
         wiped += blank + name.substr(0, name.find('\'')) + std::string(20001 + name.ends_with('\''), '*') + '\0';
     }
     std::ofstream(home / "work/dump/core") << memory << "efgh";
