@@ -231,9 +231,10 @@ TEST(Fault, EndsBesideACollection)
         EXPECT_EQ(stops ? 1 : 0, monp.count("error execv() failed. (*/cl errno=8)"));
         EXPECT_EQ(stops ? 1 : 0, monp.count("error stop of cluster failed. (* stat=0x4)"));
         const std::string pid = std::to_string(monp.daemon());
+        const std::string main_thread = std::string(pid).append("/").append(pid);
         Texts own; // of the main thread, behind whose last line the collection may still write
         for (const auto& line : monp.lines()) {
-            if (line.thread == pid + '/' + pid) {
+            if (line.thread == main_thread) {
                 own.push_back(line.text);
             }
         }
