@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Measures the monitor beside the supervisors that a user would take instead, in the same run: prints a table and draws
-# docs/peers.svg. Takes about twelve minutes; nothing else should run meanwhile.
+# docs/peers.svg. Takes about seven minutes; nothing else should run meanwhile.
 cd "$(dirname "$0")/.."
 . scripts/common.sh
 

@@ -16,12 +16,12 @@ namespace peers {
 namespace {
 
 constexpr double MILLISECOND = 1e6;
-constexpr int STARTS = 15;
-constexpr int KILLS = 25;
+constexpr int STARTS = 11;
+constexpr int KILLS = 11;
 constexpr int SERVICES = 50;
 constexpr int SLEEPERS = 8000;
 constexpr double SETTLED = 3; // seconds after which nobody is still starting
-constexpr double IDLE = 20;   // seconds
+constexpr double IDLE = 8;    // seconds
 
 double median(std::vector<double> numbers)
 {

@@ -19,7 +19,7 @@ struct Measure {
     std::vector<Value> values; // ours first
 };
 
-// Takes all measures, one supervisor at a time; tells on standard error what it is at. Ten minutes.
+// Takes all measures, one supervisor at a time; tells on standard error what it is at. Seven minutes.
 std::vector<Measure> measure_all(const Places& places);
 
 } // namespace peers
