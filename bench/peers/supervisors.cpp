@@ -160,6 +160,10 @@ std::vector<Supervisor> supervisors(const Places& places, const fs::path& direct
           [l](int n) {
               return Command{ { l.places.build / "bin/peers_floor", l.service(), l.stamps(n) }, {} };
           } },
+        { "bare loop, linked", "peers_linked", false, each(prepare_directory),
+          [l](int n) {
+              return Command{ { l.places.build / "bin/peers_linked", l.service(), l.stamps(n) }, {} };
+          } },
         { "s6-supervise", "s6-supervise", false, each(prepare_run),
           [l](int n) {
               return Command{ { l.package("usr/bin/s6-supervise"), l.home(n) }, { l.libraries() } };
