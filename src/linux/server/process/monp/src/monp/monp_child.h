@@ -1,6 +1,6 @@
 /*
- * What the two start operations share: starting a child, waiting for a process with the end request in view, and telling
- * how it ended.
+ * What the two start operations share: starting a child, waiting for a process with the end request in view, and
+ * telling how it ended.
  */
 #ifndef MONP_CHILD_H
 #define MONP_CHILD_H
@@ -69,8 +69,16 @@ int monp_child_decode(const MONP_CHILD_INFO* pchild, int* pstat);
 int monp_child_forcedstat(void);
 
 /*
- * Sends the launcher's process its SIGUSR1, once in the monitor's life. A process that has ended meanwhile, or whose pid
- * is somebody else's by now, is not signalled, but counts as released.
+ * Whether the service of the last start reported in time or was adopted. The loop judges a start by this and not by
+ * gbmonpinited, which any start request sets again: a failed start would pass for a service that ran and died, which
+ * may cost the node a reboot.
+ * Result: -1 or 0. Main thread.
+ */
+int monp_svc_reported(void);
+
+/*
+ * Sends the launcher's process its SIGUSR1, once in the monitor's life. A process that has ended meanwhile, or whose
+ * pid is somebody else's by now, is not signalled, but counts as released.
  * Result: -1 when it was released now, else 0.
  */
 int monp_release_launcher(void);

@@ -10,6 +10,9 @@
 #include <csignal>
 #include <sys/wait.h>
 
+/* What monp_svc_reported tells. */
+static int gbreported = 0;
+
 /*
  * Finds the running service, or starts it.
  * Result: MONP_RET_SUCCESS, or MONP_RET_FAIL_UNKNOWN when the fork failed.
@@ -93,10 +96,14 @@ monp_exit_func:
     return nfuncret;
 }
 
+int monp_svc_reported(void)
+{
+    return gbreported;
+}
+
 int monp_create_process_svc(char* ppath, char** parg, int nwait, int nsig, pid_t* ppid, int* pstat, int bstd)
 {
     int nfuncret = MONP_RET_SUCCESS;
-    int breported = 0;
     MONP_CHILD_INFO child;
 
     MONP_INFO("start - (type=%s path=%s argv=%p wait=%d pid=%p stat=%p std=%d", gmonpmonpol.type, ppath,
@@ -104,6 +111,7 @@ int monp_create_process_svc(char* ppath, char** parg, int nwait, int nsig, pid_t
 
     monp_child_init(&child, nwait, nsig);
     *pstat = MONP_EXEC_PROCKILL;
+    gbreported = 0;
     monp_clearrequests();
     if (ppid != nullptr) {
         *ppid = 0;
@@ -122,8 +130,8 @@ int monp_create_process_svc(char* ppath, char** parg, int nwait, int nsig, pid_t
         *ppid = child.npid;
     }
 
-    breported = monp_svc_waitreport();
-    if (breported != 0) {
+    gbreported = monp_svc_waitreport();
+    if (gbreported != 0) {
         monp_child_wait(&child);
     } else {
         monp_svc_abandon(&child);
@@ -132,8 +140,8 @@ int monp_create_process_svc(char* ppath, char** parg, int nwait, int nsig, pid_t
 
 monp_exit_func:
     MONP_INFO("end - (type=%s ret=%d pid=%d stat=%d)", gmonpmonpol.type, nfuncret, child.npid, *pstat);
-    /* A signal that came since must not make a failed start look like the end of a running service, see monp.h. */
-    if (breported == 0) {
+    /* A late report is no request for another start. */
+    if (gbreported == 0) {
         gbmonpinited = 0;
     }
     return nfuncret;

@@ -14,7 +14,8 @@
 #include <cstdlib>
 
 /*
- * Joins the texts. An archive path that does not fit takes the program away with it: an archive must not land elsewhere.
+ * Joins the texts. An archive path that does not fit takes the program away with it: an archive must not land
+ * elsewhere.
  */
 static void monp_elog_texts(PMONP_COLLECTOR_INFO pcollector)
 {
@@ -118,21 +119,23 @@ static void* monp_elog_thread(void* pparm)
  * thread orders all that came before it. So no lock is needed, nobody waits, and neither a text nor a pair of settings
  * can be half of one configuration and half of the next.
  */
-int monp_elog_start(void)
+void monp_elog_start(void)
 {
-    int nret = ENOMEM;
+    int nret = 0;
     pthread_t ntid = {};
     PMONP_COPY_INFO pcopy = static_cast<PMONP_COPY_INFO>(calloc(1, sizeof(MONP_COPY_INFO)));
 
     if (pcopy == nullptr) {
+        MONP_INFO("calloc() failed. (type=%s errno=%d)", gmonpmonpol.type, errno);
         goto monp_exit_func;
     }
     *pcopy = { gmonpallpol, gmonppol, gmonpmonpol };
     nret = pthread_create(&ntid, &gmonpthattr_elog, monp_elog_thread, pcopy);
     if (nret != 0) {
+        MONP_INFO("pthread_create() failed. (type=%s ret=%d)", gmonpmonpol.type, nret);
         free(pcopy);
     }
 
 monp_exit_func:
-    return nret;
+    return;
 }

@@ -6,9 +6,8 @@
 
 /*
  * Creates a detached thread that collects the error logs by the settings of this moment, whatever is loaded while it
- * works. Called by the loop.
- * Result: 0, or the number of the error for which there is no thread.
+ * works. Without memory or a thread for it there is a line and no collection. Called by the loop.
  */
-int monp_elog_start(void);
+void monp_elog_start(void);
 
 #endif

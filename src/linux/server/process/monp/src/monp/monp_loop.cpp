@@ -143,23 +143,16 @@ monp_exit_func:
  */
 static void monp_unexpectedend(const MONP_RUN_INFO* prun)
 {
-    int nret = 0;
-
     MONP_ERROR("process %s exited. recover is %d. (stat=%d path=%s)", gmonpmonpol.type, gmonpparam.action, prun->nstat,
                prun->prog.szpath);
     MONP_EVENT(MONP_EVTID_FAIL_MON, gmonpmonpol.type, prun->nstat);
-
-    nret = monp_elog_start();
-    if (nret != 0) {
-        MONP_INFO("pthread_create() failed. (type=%s ret=%d)", gmonpmonpol.type, nret);
-    }
+    monp_elog_start();
 }
 
 static MONP_STEP monp_step_start(PMONP_RUN_INFO prun)
 {
     MONP_STEP nstep = MONP_STEP_HEAD;
     int nret = 0;
-    int binited = 0;
 
     /* The start forgets end requests that came before this; a reload leaves time for one. */
     if (monp_testendbeforestart() != 0) {
@@ -167,8 +160,6 @@ static MONP_STEP monp_step_start(PMONP_RUN_INFO prun)
     }
     nret = gmonprecover[prun->ninx].pfunc.pstart(prun->prog.szpath, prun->pargv, gmonpparam.wait, SIGUSR1, &prun->npid,
                                                  &prun->nstat, CS_FLAG_OFF);
-    /* At once: a start request from here on is one for the next start. */
-    binited = monp_testflag(gbmonpinited);
     if (nret != MONP_RET_SUCCESS) {
         prun->nfuncret = MONP_RET_FAIL_UNKNOWN;
         if (monp_usesmarker() != 0) {
@@ -178,7 +169,7 @@ static MONP_STEP monp_step_start(PMONP_RUN_INFO prun)
         MONP_EVENT(MONP_EVTID_FAIL_MON, gmonpmonpol.type, prun->nstat);
     }
 
-    if (binited == 0) {
+    if (monp_svc_reported() == 0) {
         MONP_ERROR("initialize error. (type=%s stat=%d path=%s)", gmonpmonpol.type, prun->nstat, prun->prog.szpath);
         if (monp_usesmarker() != 0) {
             monp_make_mdfile();
