@@ -104,6 +104,8 @@ int monp_delete_mdfile(void)
     if (monp_usesmarker() == 0) {
         goto monp_exit_func;
     }
+    /* A file that is still to be made belongs to what ends here. */
+    gbdue = 0;
     MONP_INFO("start - (type=%s)", gview.pmonpol->type);
 
     if (monp_join(szfile, sizeof(szfile), "marker file", "%s%s/%s", gview.pallpol->instpath, gview.ppol->mddirpath,

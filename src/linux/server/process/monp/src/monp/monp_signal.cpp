@@ -39,7 +39,8 @@ static constexpr MONP_SIGNAL_ITEMS gsignals[] = {
 /*
  * The record: a ring of signals caught and not yet drained, 0 marking a free slot. The main thread drains at least once
  * a second but while it reaps a service that did not report, runs the shutdown command or loads the configuration. A
- * storm that fills the ring then loses lines, which are counted, but never a flag or the marker file.
+ * storm that fills the ring then, or is faster than its lines can be written, loses lines, which are counted, but never
+ * a flag or the marker file.
  */
 static constexpr unsigned gnslots = 1024;
 static constinit std::atomic<int> gslots[gnslots];
@@ -49,11 +50,8 @@ static constinit std::atomic<int> gnunrecorded{ 0 };
 static_assert((gnslots & (gnslots - 1)) == 0, "the counters wrap around");
 static_assert(std::atomic<unsigned>::is_always_lock_free);
 
-/* End requests whose handlers have begun, and have ended: one that is not counted as ended may set its flag yet. */
-static constinit std::atomic<unsigned> gnendbegun{ 0 };
-static constinit std::atomic<unsigned> gnendended{ 0 };
-static unsigned gnendseen = 0;
-static int gbendseen = 0;
+/* gbmonpend was looked at before a start. */
+static int gbendtested = 0;
 
 static constexpr int gnhandlershift = 8;
 
@@ -110,9 +108,7 @@ static void monp_catchsignal(MONP_HANDLER nhandler, int nsig)
 
 void monp_sighandler1(int nsig)
 {
-    gnendbegun += nsig == SIGUSR2 ? 1U : 0U;
     monp_catchsignal(MONP_HANDLER_1, nsig);
-    gnendended += nsig == SIGUSR2 ? 1U : 0U;
 }
 
 void monp_sigusr1(int nsig)
@@ -147,12 +143,14 @@ void monp_drainsignals(void)
 {
     int nrecord = 0;
     int nlost = 0;
+    /* Not those that come meanwhile: a storm as fast as the log would keep the main thread here. */
+    const unsigned nend = gnrecorded.load();
     std::atomic<int>* pslot = nullptr;
 
     if (monp_ismainthread() == 0) {
         goto monp_exit_func;
     }
-    while (gndrained.load() != gnrecorded.load()) {
+    while (gndrained.load() != nend) {
         /* A handler on the other thread may have taken the slot and be about to fill it. */
         pslot = &gslots[gndrained.load() % gnslots];
         while ((nrecord = pslot->exchange(0)) == 0) {
@@ -185,19 +183,18 @@ int monp_testflag(const MONP_FLAG& bflag)
 
 int monp_testendbeforestart(void)
 {
-    gnendseen = gnendended.load();
-    gbendseen = -1;
+    gbendtested = -1;
     return monp_testflag(gbmonpend);
 }
 
 void monp_clearrequests(void)
 {
     gbmonpinited = 0;
-    gbmonpend = 0;
-    if (gbendseen != 0 && gnendbegun.load() != gnendseen) {
-        gbmonpend = -1;
+    /* It was clear when it was tested, so what sets it from then on is a request that nobody has looked at. */
+    if (gbendtested == 0) {
+        gbmonpend = 0;
     }
-    gbendseen = 0;
+    gbendtested = 0;
 }
 
 void monp_pause(void)
@@ -229,8 +226,8 @@ void monp_pausewhole(const MONP_FLAG* pflag)
         } else {
             usleep(static_cast<useconds_t>(nremain));
         }
-        /* What sleep returns is in whole seconds and says nothing of an interrupted second; its errno does. The lines of
-           the signal may change it. */
+        /* What sleep returns is in whole seconds and says nothing of an interrupted second; its errno does. The lines
+           of the signal may change it. */
         nerrno = errno;
         monp_drainsignals();
         nremain = nend - monp_now();

@@ -12,27 +12,27 @@
 int monp_ismainthread(void);
 
 /*
- * Writes the lines of every signal caught since the last call, in the order of their arrival, and makes the marker file
- * where one of them, or a collection that has ended, asks for it. On any other thread than the main one it does nothing.
+ * Writes the lines of the signals caught between the last call and this one, in the order of their arrival, and makes
+ * the marker file where one of them, or a collection that has ended, asks for it. On any other thread than the main one
+ * it does nothing.
  */
 void monp_drainsignals(void);
 
 /*
  * Reads a flag and then drains. In this order, for a handler records its signal before it sets the flag: so the lines
- * and the marker file of a flag that was seen are always there before the reader acts on it.
+ * and the marker file of a flag that was seen are always there before the main thread acts on it.
  * Result: the flag. Any thread; see monp_drainsignals.
  */
 int monp_testflag(const MONP_FLAG& bflag);
 
 /*
- * Tests gbmonpend like monp_testflag, for the last time before a start, and notes which end requests were there by then.
- * Main thread.
+ * Tests gbmonpend like monp_testflag, for the last time before a start. Main thread.
  */
 int monp_testendbeforestart(void);
 
 /*
- * Clears gbmonpinited and gbmonpend at the begin of a start, but sets the latter again when an end request has come since
- * monp_testendbeforestart: nobody has looked at that one. Without such a test before it, it forgets all. Main thread.
+ * Clears gbmonpinited and gbmonpend at the begin of a start; the latter not where monp_testendbeforestart has just
+ * found it clear, so that a request from in between is kept. Main thread.
  */
 void monp_clearrequests(void);
 
