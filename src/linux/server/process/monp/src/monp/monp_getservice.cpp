@@ -43,8 +43,8 @@ monp_exit_func:
 }
 
 /*
- * Reads where the exe link of a process points. A link that cannot be read, as a kernel thread's, gives an empty text; so
- * does one that does not fit, for a cut path may equal another program's.
+ * Reads where the exe link of a process points. A link that cannot be read, as a kernel thread's, gives an empty text;
+ * so does one that does not fit, for a cut path may equal another program's.
  */
 static void monp_readexe(const char* pname, char* linkpath, size_t nsize)
 {
@@ -60,7 +60,7 @@ static void monp_readexe(const char* pname, char* linkpath, size_t nsize)
         linkpath[0] = '\0';
     } else if (static_cast<size_t>(nlen) >= nsize) {
         memset(linkpath, 0, nsize);
-        MONP_ERROR("executable path does not fit. (type=%s pid=%s max=%d)", gmonpmonpol.type, pname,
+        MONP_INFO("executable path does not fit. (type=%s pid=%s max=%d)", gmonpmonpol.type, pname,
                    static_cast<int>(nsize) - 1);
     }
 
