@@ -1,8 +1,8 @@
 /*
  * Measures the monitor beside what a user would take instead, and prints a table and draws a chart.
- * Usage: peers BUILD PACKAGES INSTALLATION CHART CAPTION, as process 1 of namespaces of its own with a stub in the place
- * of /sbin/shutdown. Exit status: 0 done, 1 it could not be measured. A goal that is missed is shown, not judged: these
- * machines drift.
+ * Usage: peers BUILD PACKAGES INSTALLATION CHART CAPTION, as process 1 of namespaces of its own with a stub in the
+ * place of /sbin/shutdown. Exit status: 0 done, 1 it could not be measured. A goal that is missed is shown, not judged:
+ * these machines drift.
  */
 #include "chart.h"
 

@@ -1,6 +1,6 @@
 /*
- * The trivial service that every supervisor gets: its first act is to note the time, then it reports if it was asked to,
- * and sleeps until a signal ends it. Linked statically, so that its own start costs next to nothing.
+ * The trivial service that every supervisor gets: its first act is to note the time, then it reports if it was asked
+ * to, and sleeps until a signal ends it. Linked statically, so that its own start costs next to nothing.
  * Usage: peers_service STAMPS [report | daemon PIDFILE]; called "run", which some supervisors insist on, it takes no
  * arguments and notes the time in the file "stamps" of the working directory.
  * A line of the file: the pid, and nanoseconds of the monotonic clock.

@@ -16,7 +16,8 @@ int64_t now(); // nanoseconds of the monotonic clock
 void pause_for(double seconds);
 
 // Runs work as process 1 of new namespaces with /proc and /run of their own, in an empty temporary directory, which it
-// leaves behind, and gives the numbers that it returned. Throws with the text of what it threw, or when it ended otherwise.
+// leaves behind, and gives the numbers that it returned. Throws with the text of what it threw, or when it ended
+// otherwise.
 std::vector<double> in_namespace(const std::function<std::vector<double>(const fs::path& directory)>& work);
 
 // Starts a program with its output thrown away and an environment of its own.

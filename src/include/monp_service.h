@@ -67,8 +67,8 @@ static inline int monp_service_survives(const char* pline)
 
 /*
  * Tells the monitor that the service is ready: SIGUSR1 to the parent, unless the parent would die of it, as the shell
- * does from which a service is tried by hand. To be called once and by the process that the monitor started: a copy that
- * went on as a daemon, or a program behind a shell that did not exec it, has another parent.
+ * does from which a service is tried by hand. To be called once and by the process that the monitor started: a copy
+ * that went on as a daemon, or a program behind a shell that did not exec it, has another parent.
  * Result: 0 reported; 1 not reported, as the parent is no monitor; -1 with errno when the signal could not be sent.
  */
 static inline int monp_service_report(void)

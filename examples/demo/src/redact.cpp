@@ -86,8 +86,9 @@ void clean_key(std::span<char> line, int& lines)
 }
 
 /*
- * Where a text in quotes ends: behind its quote, or with the line. The quotes may be escaped themselves, each by as many
- * backslashes as the first one; with more of them a quote is part of the text, unless they are escaped backslashes.
+ * Where a text in quotes ends: behind its quote, or with the line. The quotes may be escaped themselves, each by as
+ * many backslashes as the first one; with more of them a quote is part of the text, unless they are escaped
+ * backslashes.
  */
 size_t end_of_quoted(std::string_view line, size_t open, size_t backslashes)
 {

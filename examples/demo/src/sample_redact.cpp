@@ -4,8 +4,8 @@
  *   sample_redact HOME STAGE <LIST
  *
  * Each line of the list is "SOURCE NAME": a directory below HOME and the path of a file below that. The copy goes to
- * STAGE/SOURCE/NAME. What is not copied is told on standard output, one line each: SOURCE/NAME (reason). HOME/etc/redact,
- * if there is one, holds patterns beside the built-in ones.
+ * STAGE/SOURCE/NAME. What is not copied is told on standard output, one line each: SOURCE/NAME (reason).
+ * HOME/etc/redact, if there is one, holds patterns beside the built-in ones.
  * Exit status: 0 done, 1 failed, 2 wrong arguments.
  */
 #include "redact.h"

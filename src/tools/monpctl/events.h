@@ -13,8 +13,8 @@
 namespace monpctl {
 
 /*
- * One event, or a place where some are missing: id 0 and the name "LOST". Those about a failed recovery command have no type
- * of their own; they get that of the event before it from the same monitor.
+ * One event, or a place where some are missing: id 0 and the name "LOST". Those about a failed recovery command have no
+ * type of their own; they get that of the event before it from the same monitor.
  */
 struct Event {
     std::string time; /* with microseconds and the offset from UTC */

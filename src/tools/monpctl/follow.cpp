@@ -145,8 +145,8 @@ int Follower::find() const
 }
 
 /*
- * Number of the oldest file that came after the open one, when that has none any more: what was rotated out of existence
- * was last written before those that are left, what somebody removed was not.
+ * Number of the oldest file that came after the open one, when that has none any more: what was rotated out of
+ * existence was last written before those that are left, what somebody removed was not.
  */
 int Follower::first_newer() const
 {

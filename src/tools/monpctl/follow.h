@@ -48,8 +48,8 @@ private:
 };
 
 /*
- * Calls `take` for each line that there is, and with `follow` for each that comes; then it does not return. The standard
- * output is flushed whenever there is nothing to read.
+ * Calls `take` for each line that there is, and with `follow` for each that comes; then it does not return. The
+ * standard output is flushed whenever there is nothing to read.
  *   needed  whether a missing file is refused, if it is not waited for
  */
 void for_each_line(const std::filesystem::path& file, bool oldest, bool follow, bool needed,

@@ -96,8 +96,8 @@ private:
 };
 
 /*
- * The lines of the log since a moment that tell why something failed: errors, warnings and events of the given processes
- * and of the programs that these have named as started.
+ * The lines of the log since a moment that tell why something failed: errors, warnings and events of the given
+ * processes and of the programs that these have named as started.
  */
 std::vector<std::string> telling_lines(Time since, std::set<pid_t> processes);
 

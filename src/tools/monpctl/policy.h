@@ -1,5 +1,6 @@
 /*
- * The policy as the monitor reads it: sections loaded into its policy library, and its own rows of keys read from there.
+ * The policy as the monitor reads it: sections loaded into its policy library, and its own rows of keys read from
+ * there.
  */
 #ifndef MONPCTL_POLICY_H
 #define MONPCTL_POLICY_H

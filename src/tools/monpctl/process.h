@@ -35,7 +35,7 @@ struct Process {
     [[nodiscard]] bool catches(int signal) const;
     /* Whether it would die of a signal whose default is the end. */
     [[nodiscard]] bool dies_of(int signal) const;
-    /* Whether it runs the program of this path, now or before that was removed; told by the path, as the monitor does. */
+    /* Whether it runs the program of this path, now or before that was removed; told by the path, as by the monitor. */
     [[nodiscard]] bool runs(const std::string& path) const;
     /* Whether it runs the file that is at this path now, by whatever name it was started. */
     [[nodiscard]] bool runs_file(const std::string& path) const;
@@ -54,7 +54,8 @@ struct Process {
 std::optional<Process> read_process(pid_t pid);
 
 /*
- * A variable of the environment that a process was started with; empty if it has none. Nothing if that is hidden from us.
+ * A variable of the environment that a process was started with; empty if it has none. Nothing if that is hidden from
+ * us.
  */
 std::optional<std::string> start_variable(pid_t pid, const std::string& name);
 
@@ -74,7 +75,8 @@ std::vector<Process> read_processes();
 std::optional<std::vector<pid_t>> main_thread_children(pid_t pid);
 
 /*
- * The pointers to texts that the system and the monitor's code take, ended by a null pointer; valid as long as the texts.
+ * The pointers to texts that the system and the monitor's code take, ended by a null pointer; valid as long as the
+ * texts.
  */
 std::vector<char*> pointers(std::vector<std::string>& texts);
 

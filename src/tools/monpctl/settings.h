@@ -80,7 +80,8 @@ std::vector<std::string> known_types();
 void require_known(const std::string& type);
 
 /*
- * The names that a type may bear in lines and events: the type itself and, if it is another one, the name in its section.
+ * The names that a type may bear in lines and events: the type itself and, if it is another one, the name in its
+ * section.
  */
 std::vector<std::string> names_of(const std::string& type);
 

@@ -46,18 +46,18 @@ enum __tesklog_level__ {
 TESKLOG_API int log_init(const char* ident, void** handle, int level, int size, int generations);
 
 /*
- * Writes one record: a line of the log file, in one piece. Does nothing with a null handle and with one that was closed.
- * May be called by several threads at once, in a signal handler (up to 12 KiB of its stack) and in a forked child, but
- * not in a vfork()ed one. Takes no lock, allocates nothing, never blocks, and leaves errno as it is. A record that cannot
- * be written is dropped and counted; the line that can be written next, by this process or one that it shares the log
- * with by a fork, is preceded by their number.
+ * Writes one record: a line of the log file, in one piece. Does nothing with a null handle and with one that was
+ * closed. May be called by several threads at once, in a signal handler (up to 12 KiB of its stack) and in a forked
+ * child, but not in a vfork()ed one. Takes no lock, allocates nothing, never blocks, and leaves errno as it is. A
+ * record that cannot be written is dropped and counted; the line that can be written next, by this process or one that
+ * it shares the log with by a fork, is preceded by their number.
  *   level     one value of __tesklog_level__
  *   event     number of the event, 0 for an ordinary record; it counts only at the level TESKLOG_EVENT
  *   file, line, function  the call site; null and an empty one are written as "-", a blank as \x20
- *   format    as for printf, but with the conversions d i u x X o c s p % only: from another one on the format is written
- *             as it stands. Control characters and what is not UTF-8 are escaped, in the format as in the values. Null for
- *             an event, whose arguments then follow in the order that its text needs; the arguments of an event that
- *             is not in the catalogue are not touched
+ *   format    as for printf, but with the conversions d i u x X o c s p % only: from another one on the format is
+ *             written as it stands. Control characters and what is not UTF-8 are escaped, in the format as in the
+ *             values. Null for an event, whose arguments then follow in the order that its text needs; the arguments
+ *             of an event that is not in the catalogue are not touched
  * An event is also written to the events file and sent to the system's log.
  * Use TESKLOG_LINE, which lets the compiler check the arguments; this declaration cannot, as events have no format.
  */
@@ -65,8 +65,8 @@ TESKLOG_API void log_write(void* handle, int level, int event, const char* file,
                            const char* format, ...);
 
 /*
- * Closes a log. Does nothing with a null handle and with one that was closed. Others may still be writing, and may write
- * later: who was first is written, who comes later is ignored. Reports the number of dropped records if that is
+ * Closes a log. Does nothing with a null handle and with one that was closed. Others may still be writing, and may
+ * write later: who was first is written, who comes later is ignored. Reports the number of dropped records if that is
  * possible; else it is kept for a log_init of the same log by this process, unless one of another log comes first. May
  * be called where log_write may, and leaves errno as it is. In a child that was forked while another thread was
  * writing, that writer never leaves: nothing is written any more, but the descriptors stay open, and the place of the

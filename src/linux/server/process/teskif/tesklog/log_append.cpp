@@ -1,9 +1,9 @@
 /*
  * Appending to a shared file. A record costs one write, and sometimes a question for the offset, which after an
  * appending write is the end of the file; only who finds the file at its limit, or has not looked for a second, looks
- * at the path. That is enough: a file that was rotated away stays at its limit, so whoever still writes to it finds out.
- * The question costs as much as the write. It is left out as long as the writer has used up only a small part of the
- * room that it last saw, and that was just now: then the file cannot be full, nor can it have gone through all
+ * at the path. That is enough: a file that was rotated away stays at its limit, so whoever still writes to it finds
+ * out. The question costs as much as the write. It is left out as long as the writer has used up only a small part of
+ * the room that it last saw, and that was just now: then the file cannot be full, nor can it have gone through all
  * generations, unless these are so small that the question is asked each time. Who then finds its file without a name
  * writes its line once more.
  */

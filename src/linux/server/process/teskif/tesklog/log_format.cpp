@@ -1,5 +1,6 @@
 /*
- * A printf of our own. The C library's may lock, allocate and read the locale, none of which a signal handler can afford.
+ * A printf of our own. The C library's may lock, allocate and read the locale, none of which a signal handler can
+ * afford.
  */
 #include "log_text.h"
 

@@ -207,8 +207,8 @@ static void teskxml_oncomment(void* puser, const XML_Char*)
     pparse->divided = pparse->depth > 0 && pparse->pdoc->pnode[pparse->current].valuelen > 0;
 }
 
-/* Sees what has no handler of its own, and so a DOCTYPE by its first word; a handler for it would come at its end or its
-   "[". */
+/* Sees what has no handler of its own, and so a DOCTYPE by its first word; a handler for it would come at its end or
+   its "[". */
 static void teskxml_onother(void* puser, const XML_Char* ptext, int nlen)
 {
     static constexpr char gdoctype[] = "<!DOCTYPE";

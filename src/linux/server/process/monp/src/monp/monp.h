@@ -4,8 +4,8 @@
  * One monitor supervises one service. Its first process reads the command line and the policy and forks; the child is
  * the daemon, whose main thread runs everything below except the collection of error logs, which has a thread of its
  * own. Unless a declaration says otherwise, an operation is for the main thread, never for a signal handler, and
- * returns a code of __monp_result_value__. Every operation logs its entry and its exit, but the search for a running
- * service and the marker-file operations of a service without one.
+ * returns a code of __monp_result_value__. Every operation logs its entry and its exit, but the signal handlers, the
+ * search for a running service, and the marker-file operations where there is nothing to make or delete.
  */
 #ifndef MONP_H
 #define MONP_H
@@ -314,9 +314,9 @@ int monp_xml_getcprocpolicy(char* ptype, PMONP_CPROCPOLICY_INFO ppol);
 /* ---------------------------------------------------------------- daemon and signals ---- */
 
 /*
- * Forks. The child becomes the daemon: session leader, handlers with no signal blocked, limits, working directory, mask;
- * the descriptors stay the launcher's. The launcher's process waits up to parent_initto seconds for SIGUSR1 and ends with status 0; a failed
- * fork ends it with status 1. Called once, by start-up.
+ * Forks. The child becomes the daemon: session leader, handlers with no signal blocked, limits, working directory,
+ * mask; the descriptors stay the launcher's. The launcher's process waits up to parent_initto seconds for SIGUSR1 and
+ * ends with status 0; a failed fork ends it with status 1. Called once, by start-up.
  * Result: MONP_RET_SUCCESS, in the child; the launcher's process never returns.
  */
 int monp_make_daemon(void);
@@ -341,7 +341,8 @@ int monp_make_thattr_detach(pthread_attr_t* pattr);
  * Runs a program as a child and waits for its end.
  *   ppath  executable, passed on as it is
  *   parg   argument vector, ended by a null pointer
- *   nwait  seconds from an end request to SIGKILL, after which the child is given up without being reaped; 0 or less: no
+ *   nwait  seconds from an end request to SIGKILL, after which the child is given up without being reaped; 0 or less:
+ *   no
  *          limit. Signals do not shorten them
  *   nsig   exit signal on an end request; 0 or less: the child is never signalled, not even with SIGKILL, and runs on
  *          when it is given up
@@ -358,13 +359,12 @@ int monp_create_process(char* ppath, char** parg, int nwait, int nsig, pid_t* pp
 
 /*
  * Starts the service, or adopts a process that already runs its executable, and waits for its end. Arguments, result
- * and status as for monp_create_process, but nsig must be above 0; an adopted process gives status -1, or 0 when the end
- * was requested. Begins by clearing gbmonpinited and gbmonpend: an end request from before is forgotten, but for one that
- * the loop could not see any more. A service that does not report within child_initto seconds gets the exit signal,
- * SIGKILL a second later, and is reaped; an end request from those seconds is acted on afterwards.
- * Leaves gbmonpinited set when the service reported in time or was adopted, and clear otherwise. A report or start
- * request that arrives before a failed start has returned is dropped, lest it pass for a service that ran and died,
- * which may cost the node a reboot.
+ * and status as for monp_create_process, but nsig must be above 0; an adopted process gives status -1, or 0 when the
+ * end was requested. Begins by clearing gbmonpinited and gbmonpend: an end request from before is forgotten, but for
+ * one that the loop could not see any more. A service that does not report within child_initto seconds gets the exit
+ * signal, SIGKILL a second later, and is reaped; an end request from those seconds is acted on afterwards.
+ * Leaves gbmonpinited set when the service reported in time or was adopted, and clear otherwise: a report or start
+ * request that arrives before a failed start has returned is dropped. See monp_svc_reported.
  * Blocks. Called by the loop, through the restart row of the recovery table.
  */
 int monp_create_process_svc(char* ppath, char** parg, int nwait, int nsig, pid_t* ppid, int* pstat, int bstd);
@@ -418,8 +418,8 @@ int monp_elog_collect(void* pparm);
 /*
  * Make and remove the marker file of the service type "pelkant"; nothing for any other type. A path that does not fit
  * is logged and left alone.
- * Result: 0 always, failures are only logged. Entered from the collection thread, monp_make_mdfile leaves the work to the
- * main thread's next drain.
+ * Result: 0 always, failures are only logged. Entered from the collection thread, monp_make_mdfile leaves the work to
+ * the main thread's next drain.
  */
 int monp_make_mdfile(void);
 int monp_delete_mdfile(void);

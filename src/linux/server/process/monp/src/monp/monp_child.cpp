@@ -181,6 +181,7 @@ int monp_child_decode(const MONP_CHILD_INFO* pchild, int* pstat)
     return bnormal;
 }
 
+/* Reads a record that the collection thread has no copy of; its wait has no limit and never comes here. */
 int monp_child_forcedstat(void)
 {
     int bdown = gmonpparam.action == MONP_ACT_OS_HALT || gmonpparam.action == MONP_ACT_OS_REBOOT;

@@ -42,7 +42,7 @@ typedef struct {
 } MONP_COLLECTOR_INFO, *PMONP_COLLECTOR_INFO;
 
 /*
- * Forms the collector's command line out of the records. Any thread.
+ * Forms the collector's command line out of the calling thread's view of the records, see monp_view.h.
  *   pcollector  out; zero before
  */
 void monp_elog_command(PMONP_COLLECTOR_INFO pcollector);

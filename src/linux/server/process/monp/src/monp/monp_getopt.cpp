@@ -17,7 +17,7 @@ static constexpr size_t gntypemin = 3;
 static constexpr size_t gntypemax = 31;
 
 /*
- * An option: reads its value, if it takes one, from the next argument and moves *pinx on to it. Each logs its own fault.
+ * An option: reads its value, if it takes one, from the next argument and moves *pinx on to it. Logs its own fault.
  */
 typedef struct {
     const char* pname;
