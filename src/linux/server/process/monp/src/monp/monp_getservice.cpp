@@ -61,7 +61,7 @@ static void monp_readexe(const char* pname, char* linkpath, size_t nsize)
     } else if (static_cast<size_t>(nlen) >= nsize) {
         memset(linkpath, 0, nsize);
         MONP_INFO("executable path does not fit. (type=%s pid=%s max=%d)", gmonpmonpol.type, pname,
-                   static_cast<int>(nsize) - 1);
+                  static_cast<int>(nsize) - 1);
     }
 
 monp_exit_func:
