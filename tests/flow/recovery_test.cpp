@@ -1,11 +1,10 @@
 /*
- * What follows the end of the service: every recovery action with its commands, failures and fall-backs, and the
- * answers to an end request.
+ * What follows the end of the service: recovery actions with their commands, failures and fall-backs, and the answers
+ * to an end request.
  */
 #include "sandbox_monitor.h"
 
 #include <csignal>
-#include <fstream>
 
 using sandbox::Installation;
 using sandbox::Monitor;
@@ -14,7 +13,6 @@ using sandbox::Texts;
 namespace {
 
 constexpr int CANNOT_RUN = -1;
-constexpr int NO_PROGRAM = -2;
 constexpr const char* ENDS = "report exit 3";
 
 struct Ending {
@@ -53,9 +51,6 @@ TEST_P(Recovery, Follows)
         if (ending.command == CANNOT_RUN) {
             std::filesystem::permissions(in.root / "bin" / name, std::filesystem::perms(0644));
         }
-        if (ending.command == NO_PROGRAM) {
-            std::ofstream(in.root / "bin" / name) << "no program\n";
-        }
     }
     sandbox::shutdown_status(ending.shutdown);
     in.write();
@@ -80,31 +75,15 @@ TEST_P(Recovery, Follows)
     sandbox::eventually("the service's end", [&in] { return in.services().empty(); });
 }
 
-static const std::string CL = "cl [-t] [--type] [monitor] [--nochk]";
-static const std::string HALT = "down [--type] [monitor] [--nochk]";
 static const std::string REBOOT = "down [-r] [--type] [monitor] [--nochk]";
 
 // clang-format off
 INSTANTIATE_TEST_SUITE_P(, Recovery, testing::Values(
-    Ending{ "None", 1, ENDS, 0, 0, 0, 0, {}, { "info recovery is none. (*)", "info end - (type=dusko_policy ret=0)" } },
     Ending{ "UnknownAction", 7, ENDS, 0, 0, 0, 4, {}, { "error unknown recovery. (type=dusko_policy pact=7 fact=0)" } },
-    Ending{ "StopCluster", 3, ENDS, 0, 0, 0, 0, { CL }, { "event4 *dusko_policy*" } },
-    Ending{ "StopClusterFails", 3, ENDS, 0, 3, 0, 4, { CL }, { "event4 *", "event5 *(status 3)." } },
-    Ending{ "StopClusterCannotRun", 3, ENDS, 0, CANNOT_RUN, 0, 4, {}, { "event4 *", "event5 *(status -1)." } },
-    Ending{ "StopClusterIsNoProgram", 3, ENDS, 0, NO_PROGRAM, 0, 4, {},
-        { "error execv() failed. (type=dusko_policy path=*/bin/cl errno=8)", "event5 *(status 4)." } },
-    Ending{ "Halt", 4, ENDS, 0, 0, 1, 0, { HALT }, { "event6 *dusko_policy*" } },
-    Ending{ "HaltFallsBack", 4, ENDS, 0, 3, 0, 0, { HALT, "/sbin/shutdown -h now" },
-        { "event6 *", "info cmd(/sbin/shutdown -h now) success." } },
     Ending{ "HaltFails", 4, ENDS, 0, CANNOT_RUN, 2, 4, { "/sbin/shutdown -h now" },
         { "event6 *", "error cmd(/sbin/shutdown -h now) failed (ret=2 errno=*).", "event7 *(status -1)." } },
-    Ending{ "Reboot", 5, ENDS, 0, 0, 1, 0, { REBOOT }, { "event8 *dusko_policy*" } },
-    Ending{ "RebootFallsBack", 5, ENDS, 0, CANNOT_RUN, 0, 0, { "/sbin/shutdown -r now" },
-        { "event8 *", "info cmd(/sbin/shutdown -r now) success." } },
-    Ending{ "RebootFails", 5, ENDS, 0, 3, 2, 4, { REBOOT, "/sbin/shutdown -r now" },
-        { "event8 *", "error cmd(/sbin/shutdown -r now) failed (ret=2 errno=*).", "event9 *(status 3)." } },
-    Ending{ "RequestAnsweredWell", 5, "report", 1, 0, 0, 0, {},
-        { "info throw exit signal. (* sig=10)", "info monitor term. (type=dusko_policy stat=0 path=* act=5)" } },
+    Ending{ "RebootFallsBack", 5, ENDS, 0, 3, 0, 0, { REBOOT, "/sbin/shutdown -r now" },
+        { "event8 *dusko_policy*", "info cmd(/sbin/shutdown -r now) success." } },
     Ending{ "RequestAnsweredBadlyUnderReboot", 5, "end 1 report", 1, 0, 0, 0, { REBOOT },
         { "info monitor term. (type=dusko_policy stat=1 path=* act=5)", "event8 *" } },
     Ending{ "RequestEndsByTheSignal", 2, "end signal report", 2, 0, 0, 0, {},
