@@ -5,12 +5,11 @@
 #include "sandbox_monitor.h"
 
 #include <algorithm>
+#include <array>
 #include <csignal>
 #include <cstdlib>
 #include <fstream>
-#include <set>
 #include <sstream>
-#include <sys/mount.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -50,24 +49,6 @@ void dying_service(const Installation& in, const std::string& between = "")
     in.script("service", "kill -USR1 $PPID\n" + between + "\nexit 3\n");
 }
 
-/*
- * How often a program could not be executed. Each time a child of its own says so, once, and ends.
- */
-int failed_executions(Monitor& monp, const std::string& name)
-{
-    std::set<int> writers = { monp.daemon() };
-
-    for (const auto& line : monp.lines()) {
-        if (line.text.starts_with("execv() failed.") && line.text.ends_with('/' + name + " errno=8)")) {
-            const int writer = std::stoi(line.thread);
-            EXPECT_EQ(std::to_string(writer) + '/' + std::to_string(writer), line.thread);
-            EXPECT_TRUE(writers.insert(writer).second) << writer << " of " << monp.daemon();
-            eventually("the child's end", [&] { return waitpid(writer, nullptr, WNOHANG), kill(writer, 0) != 0; });
-        }
-    }
-    return static_cast<int>(writers.size()) - 1;
-}
-
 } // namespace
 
 /*
@@ -88,25 +69,17 @@ TEST(Fault, StormOfSignals)
         monp.signal(SIGUSR2);
         EXPECT_EQ(0, monp.ended());
 
-        Texts pending;
-        int caught = 0;
+        Texts told;
         for (const auto& line : monp.lines()) {
-            if (std::stoi(line.thread) == monp.daemon() && line.function.starts_with("monp_sig")) {
-                pending.push_back(line.function + ' ' + line.text);
-            }
-            if (pending.size() == 3) {
-                const std::string number = pending[0].substr(pending[0].find("sig=")); // with the parenthesis
-                const std::string type =
-                    line.function + (number == "sig=1)" ? " (monp_sighup)" : " (monp_sighandler1)");
-                EXPECT_EQ(line.function + " start - (type=dusko_policy " + number, pending[0]) << type;
-                EXPECT_EQ(line.function + " catch signal. (type=dusko_policy " + number, pending[1]);
-                EXPECT_EQ(line.function + " end - (type=dusko_policy)", pending[2]);
-                pending.clear();
-                caught++;
+            if (line.function.starts_with("monp_sigh")) { // sighup or sighandler1
+                told.push_back(line.text.substr(0, line.text.find(' ')));
             }
         }
-        EXPECT_EQ(Texts{}, pending);
-        EXPECT_GT(caught, rounds(700) / 10);
+        EXPECT_GT(told.size(), static_cast<size_t>(rounds(700)) / 4);
+        EXPECT_EQ(0U, told.size() % 3);
+        for (size_t i = 0; i < told.size(); i++) {
+            EXPECT_EQ((std::array{ "start", "catch", "end" }[i % 3]), told[i]) << i;
+        }
         EXPECT_EQ(0, monp.count("warning *"));
     }
 }
@@ -136,20 +109,23 @@ TEST(Fault, ReloadBesideACollection)
     configure(0);
     Monitor monp(in);
     ASSERT_EQ(0, monp.launched());
-    for (int round = 0; round < rounds(15); round++) {
+    const fs::path held = "/proc/" + std::to_string(monp.daemon()) + "/fd";
+    const auto descriptors = std::distance(fs::directory_iterator(held), {});
+    for (int round = 0;; round++) {
         monp.wait_for_report(2 * round + 1);
         configure(round + 1);
         std::ofstream(in.root / "work/go").flush();
         monp.wait_for("info end - (* stat=0)", round + 1, "monp_elog_collect");
         monp.wait_for("error access() failed. *", 2 * round + 2);
+        if (round == rounds(15)) {
+            EXPECT_LE(std::distance(fs::directory_iterator(held), {}), descriptors + 2) << "reloads leave some open";
+            break;
+        }
         fs::remove(in.root / "work/go");
         fs::permissions(in.root / "bin/service", fs::perms(0755));
         monp.signal(SIGUSR1);
-        monp.wait_for("trace catch signal. (* sig=10)", 2 * round + 2, "monp_sighandler1");
+        monp.wait_for_report(2 * round + 2);
     }
-    monp.wait_for_report(2 * rounds(15) + 1);
-    std::ofstream(in.root / "work/go").flush();
-    monp.wait_for("error access() failed. *", 2 * rounds(15) + 2);
     monp.signal(SIGUSR2);
     EXPECT_EQ(4, monp.ended());
 
@@ -205,14 +181,14 @@ TEST(Fault, RestartStorm)
     EXPECT_LT(now[2], then[2] * 5 / 4) << "memory";
 
     // Each child that could not be executed leaves one line, and its collection the status; the last may be cut off.
-    const int failed = failed_executions(monp, "collect");
+    const int failed = monp.count("error execv() failed. (*/collect errno=8)");
     const int told = monp.count("info end - (* ret=0 stat=4)", "monp_elog_collect");
     EXPECT_GT(told, restarts / 4);
     EXPECT_TRUE(failed == told || failed == told + 1) << failed << " and " << told;
 }
 
 /*
- * The monitor ends while the collection has just begun, after a recovery command that cannot be executed or without one.
+ * The monitor ends while the collection has just begun, after a recovery command that is no program or without one.
  */
 TEST(Fault, EndsBesideACollection)
 {
@@ -230,47 +206,9 @@ TEST(Fault, EndsBesideACollection)
         EXPECT_EQ(stops ? 4 : 0, monp.ended());
         EXPECT_EQ(stops ? 1 : 0, monp.count("error execv() failed. (*/cl errno=8)"));
         EXPECT_EQ(stops ? 1 : 0, monp.count("error stop of cluster failed. (* stat=0x4)"));
-        const std::string pid = std::to_string(monp.daemon());
-        const std::string main_thread = std::string(pid).append("/").append(pid);
-        Texts own; // of the main thread, behind whose last line the collection may still write
-        for (const auto& line : monp.lines()) {
-            if (line.thread == main_thread) {
-                own.push_back(line.text);
-            }
-        }
-        EXPECT_EQ(stops ? "end - (type=dusko_policy ret=4)" : "end - (type=dusko_policy ret=0)", own.back());
+        EXPECT_EQ(stops ? 1 : 0, monp.count("event5 *(status 4)."));
+        EXPECT_EQ(1, monp.count("info end - (type=dusko_policy ret=*)", "main"));
     }
-}
-
-/*
- * A launcher that leaves nothing as it should be, and an installation path that is gone.
- */
-TEST(Fault, StartsInDisorder)
-{
-    Installation in("dusko");
-    in.launcher = [&in] {
-        sigset_t all;
-        sigfillset(&all);
-        sigprocmask(SIG_SETMASK, &all, nullptr);
-        signal(SIGCHLD, SIG_IGN);
-        fs::create_directory(in.root / "gone");
-        fs::current_path(in.root / "gone");
-        fs::remove(in.root / "gone");
-        for (const int standard : { 0, 1, 2 }) {
-            close(standard);
-        }
-    };
-    in.write();
-    Monitor monp(in);
-    ASSERT_EQ(0, monp.launched());
-    EXPECT_LT(monp.seconds(), 8.0) << "the handshake was blocked";
-    EXPECT_TRUE(monp.logged({ "error getcwd() failed. (errno=2)" }));
-    for (const char* standard : { "0", "1", "2" }) {
-        EXPECT_EQ("/dev/null", fs::read_symlink("/proc/" + std::to_string(monp.daemon()) + "/fd/" + standard));
-    }
-    monp.signal(SIGUSR2);
-    EXPECT_EQ(0, monp.ended());
-    EXPECT_TRUE(monp.logged({ "info process exited. (* stat=0)", "info monitor term. *" }));
 }
 
 /*
@@ -299,7 +237,7 @@ TEST(Fault, ReplacedExecutable)
     monp.wait_for("event1 *");
     EXPECT_TRUE(monp.logged({ "event3 *", "error execv() failed. (* errno=8)", "info process exited. (* stat=4)",
                               "error initialize error. (* stat=4 *)", "event1 *(status 4)*" }));
-    EXPECT_EQ(starts, failed_executions(monp, "service"));
+    EXPECT_EQ(starts, monp.count("error execv() failed. (*/service errno=8)"));
     EXPECT_EQ(starts, monp.count("info end - (* ret=0 pid=* stat=4)", "monp_create_process_svc"));
     EXPECT_EQ(starts - 1, monp.count("event2 *(status 4)*"));
     fs::rename(in.root / "bin/service.good", in.root / "bin/service");
@@ -318,10 +256,8 @@ TEST(Fault, Obstacles)
         const char* directory; // of the marker file
         const char* line;
     } cases[] = {
-        { "work/none/marker", "error mkdir failed. (* errno=2)" },
         { "work/file", "error fopen failed. (* errno=20)" },
         { "work/nowhere", "error mkdir failed. (* errno=17)" },
-        { "work/readonly", "error fopen failed. (* errno=30)" },
         { "work/link", "" },
     };
 
@@ -332,10 +268,7 @@ TEST(Fault, Obstacles)
         in.values["all/stacksize"] = "4096"; // what it has by then stays
         std::ofstream(in.root / "work/file").flush();
         fs::create_symlink("none", in.root / "work/nowhere");
-        fs::create_directory(in.root / "work/readonly");
         fs::create_directory_symlink("../log", in.root / "work/link");
-        const std::string readonly = in.root / "work/readonly";
-        ASSERT_EQ(0, mount("none", readonly.c_str(), "tmpfs", MS_RDONLY, nullptr));
         fs::create_directory(in.root / "work/lock_md");
         in.write();
         Monitor monp(in, { "-n" });
@@ -346,7 +279,6 @@ TEST(Fault, Obstacles)
         EXPECT_EQ(0, monp.ended());
         EXPECT_TRUE(monp.logged({ "error setrlimit(stacksize=4096) OK.", "error unlink() failed. (* err=21)",
                                   "info end - (type=pelkant ret=0)" }));
-        umount(readonly.c_str());
     }
 }
 
@@ -380,30 +312,6 @@ TEST(Fault, LauncherIsGone)
     EXPECT_EQ(0, told);
     EXPECT_EQ(0, waitpid(launcher, nullptr, WNOHANG)) << "the bystander was signalled";
     kill(launcher, SIGKILL);
-}
-
-/*
- * Texts as long as they may be, and longer by one.
- */
-TEST(Fault, LongTexts)
-{
-    const Texts optional = { "all/env/path", "pm/lockf", "monp/md/dirpath" };
-
-    for (const std::string key : { "all/path", "monp/path", "monp/elog/path", "monp/elog/arcpath", "pelkant/path",
-                                   "all/env/path", "pm/lockf", "monp/md/dirpath" }) {
-        for (const size_t length : { 1022U, 1023U, 1024U }) {
-            const bool fits = length < (key == "all/path" ? 1023 : 1024);
-            const bool runs = fits || std::find(optional.begin(), optional.end(), key) != optional.end();
-            Installation in("pelkant");
-            in.values[key].resize(length, '/');
-            in.write();
-            Monitor monp(in, { "-n" });
-            EXPECT_EQ(runs ? 0 : 1, monp.launched()) << key << length;
-            EXPECT_EQ(fits ? 0 : 1, monp.count("[ew]*/root/" + key + "[ )]*"));
-            runs ? monp.signal(SIGUSR2) : void();
-            EXPECT_EQ(0, runs ? monp.ended() : 0) << key << length;
-        }
-    }
 }
 
 /*

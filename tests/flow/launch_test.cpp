@@ -17,8 +17,8 @@ using sandbox::Monitor;
 using sandbox::Texts;
 
 /*
- * A run that ends before it becomes a daemon tells its launcher why, and removes no lock file: whose it is it knows only
- * with the whole configuration.
+ * A run that ends before it becomes a daemon tells its launcher why, and removes no lock file: whose it is it knows
+ * only with the whole configuration.
  */
 TEST(Launch, IsRefusedInTheForeground)
 {
@@ -57,6 +57,7 @@ TEST(Launch, ReleasesTheLauncherInTime)
 {
     const struct {
         const char* type;
+        Texts arguments;
         const char* param;
         const char* key; // of a time-out that is one second
         double least;
@@ -64,9 +65,10 @@ TEST(Launch, ReleasesTheLauncherInTime)
         const char* then; // what the daemon goes on to
     } cases[] = {
         // not after the second that the silent service has to end
-        { "nm", "end ignored silent", "child_timeout", 1.0, 1.8, "info throw exit signal. (* sig=9)" },
-        { "goru", "sleep 3 report", "parent_timeout", 1.0, 2.8, "trace catch signal. (type=goru_policy sig=10)" },
-        { "dusko", "sleep 2 report", "waittime", 2.0, 2.8, "trace catch*" }, // nor with the next poll
+        { "nm", {}, "end ignored silent", "child_timeout", 1.0, 1.8, "info throw exit signal. (* sig=9)" },
+        { "goru", {}, "sleep 3 report", "parent_timeout", 1.0, 2.8, "trace catch signal. (type=goru_policy sig=10)" },
+        { "dusko", {}, "sleep 2 report", "waittime", 2.0, 2.8, "trace catch*" }, // nor with the next poll
+        { "nm", { "-n" }, "", "waittime", 0.0, 5.0, "info waiting for a service start request. *" },
     };
 
     for (const auto& c : cases) {
@@ -74,28 +76,42 @@ TEST(Launch, ReleasesTheLauncherInTime)
         in.own("param") = c.param;
         in.own(c.key) = "1";
         in.write();
-        Monitor monp(in);
+        Monitor monp(in, c.arguments);
         EXPECT_EQ(0, monp.launched());
         EXPECT_GE(monp.seconds(), c.least) << c.type;
         EXPECT_LT(monp.seconds(), c.most) << c.type;
         monp.wait_for(c.then);
     }
-    Installation waits("nm");
-    waits.write();
-    Monitor monp(waits, { "-n" });
-    EXPECT_EQ(0, monp.launched());
-    EXPECT_LT(monp.seconds(), 5.0);
 }
 
 /*
- * What a started program finds. The program is one that leaves everything as it was handed down.
+ * What a started program finds, whatever the launcher had in disorder. The program is one that leaves everything as it
+ * was handed down, and does not report.
  */
 TEST(Launch, HandsDownToTheService)
 {
     Installation in("dusko");
+    in.launcher = [&in] {
+        sigset_t all;
+        sigfillset(&all);
+        sigprocmask(SIG_SETMASK, &all, nullptr);
+        signal(SIGCHLD, SIG_IGN);
+        fs::create_directory(in.root / "gone");
+        fs::current_path(in.root / "gone");
+        fs::remove(in.root / "gone");
+        close(0);
+        close(1);
+    };
     in.values["all/core"] = "1";
     in.values["all/stacksize"] = "16777216";
-    in.own("param") = "  1000  0";
+    in.own("parent_timeout") = "30";
+    in.own("param") = "  1000 ";
+    std::string words("service\0001000\0", 13);
+    for (int word = 2; word <= 30; word++) {
+        in.own("param") += " 0";
+        words.append("0", 2); // with its end
+    }
+    in.own("param") += " x"; // one too many
     fs::copy_file("/bin/sleep", in.root / "bin/service", fs::copy_options::overwrite_existing);
     in.write();
     Monitor monp(in);
@@ -110,19 +126,28 @@ TEST(Launch, HandsDownToTheService)
     EXPECT_TRUE(has("status", "\nSigBlk:\t0000000000000000\n"));
     EXPECT_TRUE(has("status", "\nUmask:\t0000\n"));
     EXPECT_EQ(in.root / "bin", fs::read_symlink(proc / "cwd"));
+    EXPECT_EQ("/dev/null", fs::read_symlink(proc / "fd/0"));
+    EXPECT_EQ("/dev/null", fs::read_symlink(proc / "fd/1"));
     EXPECT_EQ(in.root / "work/stderr", fs::read_symlink(proc / "fd/2"));
     EXPECT_EQ(monp.daemon(), getsid(service));
-    EXPECT_EQ(std::string("service\0001000\0000\0", 15), sandbox::file_content(proc / "cmdline"));
+    EXPECT_EQ(words, sandbox::file_content(proc / "cmdline"));
     for (const std::string variable : { "MALLOC_CHECK_=2", "PATH=/usr/bin:/bin", "LANG=C.UTF-8" }) {
         EXPECT_TRUE(has("environ", '\0' + variable + '\0')) << variable;
     }
     EXPECT_TRUE(has("limits", "Max core file size        unlimited            unlimited "));
     EXPECT_TRUE(has("limits", "Max stack size            16777216             unlimited "));
+
+    EXPECT_EQ(0, monp.launched());
+    EXPECT_LT(monp.seconds(), 20.0) << "the handshake was blocked";
+    monp.signal(SIGUSR2);
+    EXPECT_EQ(0, monp.ended());
+    EXPECT_TRUE(monp.logged({ "error getcwd() failed. (errno=2)", "info monp_getservice(*", "event1 *(status -1)." }));
+    EXPECT_EQ(0, monp.count("* waitpid() failed. *"));
 }
 
 /*
- * SIGTERM ends the monitor without its exit path. The service, which has become a daemon, lives on, and the next monitors
- * take it over. One of them kills it as it is stopped, the other starts it again.
+ * SIGTERM ends the monitor without its exit path. The service, which has become a daemon, lives on. The next monitor
+ * takes it over, notices its death, and kills the next service when asked to end.
  */
 TEST(Launch, AdoptsTheServiceOfItsPredecessor)
 {
@@ -146,23 +171,20 @@ TEST(Launch, AdoptsTheServiceOfItsPredecessor)
     Monitor second(in);
     EXPECT_EQ(0, second.launched());
     EXPECT_LT(second.seconds(), 5.0);
-    EXPECT_TRUE(second.logged(
-        { "event2 *(status 0)*", adopted, "info service process is found. (pid=" + std::to_string(service) + ")" }));
-    Monitor third(in);
-    EXPECT_EQ(0, third.launched());
-    third.wait_for(adopted, 3);
-    kill(service, SIGSTOP);
-    third.signal(SIGUSR2);
-    EXPECT_EQ(0, third.ended());
-    EXPECT_TRUE(third.logged({ "info throw exit signal. (* pid=" + std::to_string(service) + " sig=10)",
-                               "info throw exit signal. (* pid=" + std::to_string(service) + " sig=9)",
-                               "info monitor term. (type=dusko_policy stat=0 path=* act=2)" }));
-    EXPECT_FALSE(fs::exists(in.root / "work/lock_trn"));
-    eventually("the end of the service", [service] { return waitpid(service, nullptr, WNOHANG) == service; });
-    second.wait_for(adopted, 4);
-    EXPECT_TRUE(second.logged({ "event2 *(status -1)*", "event3 *", "event2 *(status 0)*" }));
+    second.wait_for(adopted, 2);
+    kill(service, SIGKILL);
+    EXPECT_EQ(service, waitpid(service, nullptr, 0));
+    second.wait_for(adopted, 3);
+    const std::string next = std::to_string(in.service());
+    kill(std::stoi(next), SIGSTOP);
     second.signal(SIGUSR2);
     EXPECT_EQ(0, second.ended());
+    EXPECT_TRUE(second.logged({ "event2 *(status 0)*", adopted, "info service process is found. (pid=*", adopted,
+                                "event2 *(status -1)*", "event3 *", "event2 *(status 0)*", adopted,
+                                "info throw exit signal. (* pid=" + next + " sig=10)",
+                                "info throw exit signal. (* pid=" + next + " sig=9)",
+                                "info monitor term. (type=dusko_policy stat=0 path=* act=2)" }));
+    EXPECT_FALSE(fs::exists(in.root / "work/lock_trn"));
 }
 
 /*

@@ -1,11 +1,10 @@
 /*
- * What follows the end of the service: every recovery action with its commands, failures and fall-backs, and the
- * answers to an end request.
+ * What follows the end of the service: recovery actions with their commands, failures and fall-backs, and the answers
+ * to an end request.
  */
 #include "sandbox_monitor.h"
 
 #include <csignal>
-#include <fstream>
 
 using sandbox::Installation;
 using sandbox::Monitor;
@@ -14,103 +13,76 @@ using sandbox::Texts;
 namespace {
 
 constexpr int CANNOT_RUN = -1;
-constexpr int NO_PROGRAM = -2;
 constexpr const char* ENDS = "report exit 3";
+constexpr const char* REBOOT = "down [-r] [--type] [monitor] [--nochk]";
 
 struct Ending {
     const char* name;
     int action;
     const char* param; // what the service does
     int requests;      // end requests, each to another run of the service; 0: it ends by itself
-    int command;       // status of the policy commands cl and down
+    int command;       // status of the policy command down
     int shutdown;      // status of the system's shutdown command
     int status;        // of the monitor
     Texts calls;
     Texts lines;
 };
 
-void PrintTo(const Ending& ending, std::ostream* out)
-{
-    *out << ending.name;
-}
-
-class Recovery : public testing::TestWithParam<Ending> {};
+// clang-format off
+const Ending ENDINGS[] = {
+    { "unknown action", 7, ENDS, 0, 0, 0, 4, {}, { "error unknown recovery. (type=dusko_policy pact=7 fact=0)" } },
+    { "halt fails", 4, ENDS, 0, CANNOT_RUN, 2, 4, {},
+        { "event6 *", "error cmd(/sbin/shutdown -h now) failed (ret=2 errno=*).", "event7 *(status -1).",
+          "error recovery failed. (*act=4 *" } },
+    { "reboot falls back", 5, ENDS, 0, 3, 0, 0, { REBOOT },
+        { "event8 *dusko_policy*", "info cmd(/sbin/shutdown -r now) success." } },
+    { "request answered badly under reboot", 5, "end 1 report", 1, 0, 0, 0, { REBOOT },
+        { "info monitor term. (type=dusko_policy stat=1 path=* act=5)", "event8 *" } },
+    { "requests end by the signal", 2, "end signal report", 2, 0, 0, 0, {},
+        { "error process dusko_policy killed. recover is 2. (stat=-1 path=*)", "event3 *dusko_policy*status -1.",
+          "info recovery reached maximum. (type=dusko_policy time=2 max=1)" } },
+    { "request ignored", 1, "end ignored report", 1, 0, 0, 0, {},
+        { "info throw exit signal. (* sig=10)", "info throw exit signal. (* sig=9)", "info monitor term. (* act=1)" } },
+};
+// clang-format on
 
 } // namespace
 
-TEST_P(Recovery, Follows)
+TEST(Recovery, FollowsTheEndOfTheService)
 {
-    const Ending& ending = GetParam();
-    const std::string action = std::to_string(ending.action);
-    const int by_itself = ending.requests == 0 ? 1 : 0;
-    Installation in("dusko");
-    in.own("action") = action;
-    in.own("param") = ending.param;
-    in.own("restarttime") = "1";
-    in.own("waittime") = "1";
-    for (const std::string name : { "cl", "down" }) {
-        in.script(name, "exit " + std::to_string(ending.command));
+    for (const Ending& ending : ENDINGS) {
+        SCOPED_TRACE(ending.name);
+        const int by_itself = ending.requests == 0 ? 1 : 0;
+        Installation in("dusko");
+        in.hurried = true;
+        in.own("action") = std::to_string(ending.action);
+        in.own("param") = ending.param;
+        in.own("restarttime") = "1";
+        in.own("waittime") = "200";
+        in.own("child_timeout") = "4000";
+        in.script("down", "exit " + std::to_string(ending.command));
         if (ending.command == CANNOT_RUN) {
-            std::filesystem::permissions(in.root / "bin" / name, std::filesystem::perms(0644));
+            std::filesystem::permissions(in.root / "bin/down", std::filesystem::perms(0644));
         }
-        if (ending.command == NO_PROGRAM) {
-            std::ofstream(in.root / "bin" / name) << "no program\n";
+        sandbox::shutdown_status(ending.shutdown);
+        in.write();
+        Monitor monp(in);
+        ASSERT_EQ(0, monp.launched());
+        for (int i = 1; i <= ending.requests; i++) {
+            monp.wait_for_report(i);
+            monp.signal(SIGUSR2);
         }
-    }
-    sandbox::shutdown_status(ending.shutdown);
-    in.write();
-    Monitor monp(in);
-    ASSERT_EQ(0, monp.launched());
-    for (int i = 1; i <= ending.requests; i++) {
-        monp.wait_for_report(i);
-        monp.signal(SIGUSR2);
-    }
 
-    EXPECT_EQ(ending.status, monp.ended());
-    EXPECT_TRUE(monp.logged(ending.lines));
-    EXPECT_EQ(by_itself, monp.count("error process dusko_policy exited. recover is " + action + ". (stat=3 path=*"));
-    EXPECT_EQ(by_itself, monp.count("event2 *dusko_policy*(status 3)."));
-    EXPECT_EQ(ending.status == 0 || action == "7" ? 0 : 1, monp.count("error recovery failed. (*act=" + action + " *"));
-    Texts calls = in.calls();
-    std::erase_if(calls, [](const auto& call) { return call.starts_with("collect "); });
-    const Texts system_calls = sandbox::shutdown_calls();
-    calls.insert(calls.end(), system_calls.begin(), system_calls.end());
-    EXPECT_EQ(ending.calls, calls);
-    // The monitor does not wait for one that it had to kill.
-    sandbox::eventually("the service's end", [&in] { return in.services().empty(); });
+        EXPECT_EQ(ending.status, monp.ended());
+        EXPECT_TRUE(monp.logged(ending.lines));
+        EXPECT_EQ(by_itself,
+                  monp.count("error process dusko_policy exited. recover is " + in.own("action") + ". (stat=3 *"));
+        EXPECT_EQ(by_itself, monp.count("event2 *dusko_policy*(status 3)."));
+        Texts calls = in.calls();
+        std::erase_if(calls, [](const auto& call) { return call.starts_with("collect "); });
+        EXPECT_EQ(ending.calls, calls);
+        // The monitor does not wait for one that it had to kill.
+        sandbox::eventually("the service's end", [&in] { return in.services().empty(); });
+    }
+    EXPECT_EQ((Texts{ "/sbin/shutdown -h now", "/sbin/shutdown -r now" }), sandbox::shutdown_calls());
 }
-
-static const std::string CL = "cl [-t] [--type] [monitor] [--nochk]";
-static const std::string HALT = "down [--type] [monitor] [--nochk]";
-static const std::string REBOOT = "down [-r] [--type] [monitor] [--nochk]";
-
-// clang-format off
-INSTANTIATE_TEST_SUITE_P(, Recovery, testing::Values(
-    Ending{ "None", 1, ENDS, 0, 0, 0, 0, {}, { "info recovery is none. (*)", "info end - (type=dusko_policy ret=0)" } },
-    Ending{ "UnknownAction", 7, ENDS, 0, 0, 0, 4, {}, { "error unknown recovery. (type=dusko_policy pact=7 fact=0)" } },
-    Ending{ "StopCluster", 3, ENDS, 0, 0, 0, 0, { CL }, { "event4 *dusko_policy*" } },
-    Ending{ "StopClusterFails", 3, ENDS, 0, 3, 0, 4, { CL }, { "event4 *", "event5 *(status 3)." } },
-    Ending{ "StopClusterCannotRun", 3, ENDS, 0, CANNOT_RUN, 0, 4, {}, { "event4 *", "event5 *(status -1)." } },
-    Ending{ "StopClusterIsNoProgram", 3, ENDS, 0, NO_PROGRAM, 0, 4, {},
-        { "error execv() failed. (type=dusko_policy path=*/bin/cl errno=8)", "event5 *(status 4)." } },
-    Ending{ "Halt", 4, ENDS, 0, 0, 1, 0, { HALT }, { "event6 *dusko_policy*" } },
-    Ending{ "HaltFallsBack", 4, ENDS, 0, 3, 0, 0, { HALT, "/sbin/shutdown -h now" },
-        { "event6 *", "info cmd(/sbin/shutdown -h now) success." } },
-    Ending{ "HaltFails", 4, ENDS, 0, CANNOT_RUN, 2, 4, { "/sbin/shutdown -h now" },
-        { "event6 *", "error cmd(/sbin/shutdown -h now) failed (ret=2 errno=*).", "event7 *(status -1)." } },
-    Ending{ "Reboot", 5, ENDS, 0, 0, 1, 0, { REBOOT }, { "event8 *dusko_policy*" } },
-    Ending{ "RebootFallsBack", 5, ENDS, 0, CANNOT_RUN, 0, 0, { "/sbin/shutdown -r now" },
-        { "event8 *", "info cmd(/sbin/shutdown -r now) success." } },
-    Ending{ "RebootFails", 5, ENDS, 0, 3, 2, 4, { REBOOT, "/sbin/shutdown -r now" },
-        { "event8 *", "error cmd(/sbin/shutdown -r now) failed (ret=2 errno=*).", "event9 *(status 3)." } },
-    Ending{ "RequestAnsweredWell", 5, "report", 1, 0, 0, 0, {},
-        { "info throw exit signal. (* sig=10)", "info monitor term. (type=dusko_policy stat=0 path=* act=5)" } },
-    Ending{ "RequestAnsweredBadlyUnderReboot", 5, "end 1 report", 1, 0, 0, 0, { REBOOT },
-        { "info monitor term. (type=dusko_policy stat=1 path=* act=5)", "event8 *" } },
-    Ending{ "RequestEndsByTheSignal", 2, "end signal report", 2, 0, 0, 0, {},
-        { "error process dusko_policy killed. recover is 2. (stat=-1 path=*)", "event3 *dusko_policy*status -1.",
-          "info recovery reached maximum. (type=dusko_policy time=2 max=1)" } },
-    Ending{ "RequestIgnored", 1, "end ignored report", 1, 0, 0, 0, {},
-        { "info throw exit signal. (* sig=10)", "info throw exit signal. (* sig=9)", "info monitor term. (* act=1)" } }
-    ), [](const auto& ending) { return ending.param.name; });
-// clang-format on

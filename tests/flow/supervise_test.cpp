@@ -44,7 +44,6 @@ TEST(Supervise, RestartsUpToTheLimitAndCollectsOnce)
     EXPECT_EQ(0, monp.ended());
     EXPECT_EQ(3, monp.count("info service process is not found."));
     EXPECT_EQ(3, monp.count("error process dusko_policy exited. recover is 2. (stat=3 path=*"));
-    EXPECT_EQ(2, monp.count("event3 *"));
     EXPECT_TRUE(monp.logged({ "info recovery reached maximum. (type=dusko_policy time=3 max=2)" }));
     EXPECT_GE(monp.count("info now elog collecting. (type=dusko_policy exec=-1)"), 1);
     EXPECT_EQ(1U, in.calls().size());
@@ -52,72 +51,40 @@ TEST(Supervise, RestartsUpToTheLimitAndCollectsOnce)
 }
 
 /*
- * A reload starts what nothing holds back any more, and only that; one that fails ends the monitor.
+ * What a reload changes is followed at once; one that fails ends the monitor.
  */
-TEST(Supervise, ReloadPassesTheGates)
-{
-    const std::pair<const char*, const char*> gates[] = { { "tamzile/use", "info service is disabled. (type=tamzile)" },
-                                                          { "dummyconf", "info dummyconf detected." } };
-
-    for (const auto& [key, line] : gates) {
-        const bool use = key != std::string("dummyconf");
-        Installation in("tamzile");
-        in.values["tamzile/use"] = "1";
-        in.values[key] = use ? "0" : "1";
-        in.write();
-        Monitor monp(in);
-        ASSERT_EQ(0, monp.launched());
-        monp.signal(SIGHUP);
-        monp.wait_for(line);
-        EXPECT_EQ(std::vector<pid_t>{}, in.services()) << key;
-
-        in.values[key] = use ? "1" : "0";
-        in.write();
-        monp.signal(SIGHUP);
-        monp.wait_for_report();
-    }
-
-    Installation in("dusko");
-    in.write();
-    Monitor monp(in, { "-n" });
-    ASSERT_EQ(0, monp.launched());
-    monp.signal(SIGHUP);
-    monp.wait_for("info service is not started. (type=dusko)");
-    in.values.erase("all/core");
-    in.write();
-    monp.signal(SIGHUP);
-    EXPECT_EQ(1, monp.ended());
-    EXPECT_TRUE(monp.logged({ "error monp_getconfig() failed. (type=dusko ret=4)" }));
-    EXPECT_TRUE(sandbox::file_content(in.root / "work/stderr").starts_with("monp : monp_getconfig() failed. (ret=4 "));
-}
-
-/*
- * The marker file's life: removed at start-up, made by the report; removed and made again at a reload, under the name
- * that the reload brought.
- */
-TEST(Supervise, KeepsTheMarkerFile)
+TEST(Supervise, ReloadIsFollowedOrEndsTheMonitor)
 {
     Installation in("pelkant");
-    const fs::path marker = in.root / "work/marker/made";
-    in.own("param") = "--ctl ../work/ctl silent";
+    const fs::path directory = in.root / "work/marker";
+    fs::create_directory(directory);
+    std::ofstream(directory / "made") << "stale";
+    in.values["dummyconf"] = "1";
     in.write();
-    fs::create_directory(marker.parent_path());
-    std::ofstream(marker) << "stale";
-    Monitor first(in);
-    in.service();
-    EXPECT_FALSE(fs::exists(marker));
-    in.command("report");
-    EXPECT_EQ(0, first.launched());
-    eventually("the marker file", [&] { return fs::exists(marker); });
-    in.command("exit 3");
-    EXPECT_EQ(0, first.ended());
+    Monitor monp(in);
+    ASSERT_EQ(0, monp.launched());
+    monp.wait_for("info waiting for a service start request. *");
+    std::error_code missing;
+    eventually("the marker file of one that waits", [&] { return fs::is_empty(directory / "made", missing); });
+    EXPECT_EQ(std::vector<pid_t>{}, in.services());
 
-    Monitor second(in, { "-n" });
-    ASSERT_EQ(0, second.launched());
-    eventually("the marker file of one that waits", [&] { return fs::exists(marker); });
+    in.values["dummyconf"] = "0";
     in.values["monp/md/filename"] = "renamed";
     in.write();
-    second.signal(SIGHUP);
-    eventually("the renamed marker file", [&] { return fs::exists(marker.parent_path() / "renamed"); });
-    EXPECT_FALSE(fs::exists(marker));
+    monp.signal(SIGHUP);
+    monp.wait_for_report();
+    eventually("the renamed marker file", [&] { return fs::exists(directory / "renamed"); });
+    EXPECT_FALSE(fs::exists(directory / "made"));
+
+    monp.signal(SIGUSR2);
+    EXPECT_EQ(0, monp.ended());
+
+    Monitor waits(in, { "-n" });
+    ASSERT_EQ(0, waits.launched());
+    in.values.erase("all/core");
+    in.write();
+    waits.signal(SIGHUP);
+    EXPECT_EQ(1, waits.ended());
+    EXPECT_TRUE(waits.logged({ "error monp_getconfig() failed. (type=pelkant ret=4)" }));
+    EXPECT_TRUE(sandbox::file_content(in.root / "work/stderr").starts_with("monp : monp_getconfig() failed. (ret=4 "));
 }

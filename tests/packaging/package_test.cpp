@@ -37,6 +37,13 @@ protected:
         EXPECT_EQ(status, WEXITSTATUS(end)) << command << '\n' << output;
         return output;
     }
+    /* Pids of the processes that run a program of the installation. */
+    std::string pids(const std::string& program = "") const
+    {
+        return sh("ls -l /proc/[0-9]*/exe 2>/dev/null | sed -n 's|^.*/proc/\\([0-9]*\\)/exe -> " PACKAGE_PREFIX
+                  "/bin/" +
+                  program + ".*|\\1|p'");
+    }
     /* Shows the scratch root's installation under its own name, below a directory that exists. */
     void show() const
     {
@@ -56,14 +63,9 @@ protected:
 TEST_F(Package, HoldsRootsFilesAndNoScripts)
 {
     const std::pair<const char*, const char*> entries[] = {
-        { "lrwxrwxrwx", "HOME/lib/libtesklog.so" },
-        { "-rw-r--r--", "HOME/etc/schema/service.rng" },
-        { "drwxr-xr-x", "HOME/etc/hook/" },
-        { "drwxr-x---", "HOME/log/" },
-        { "drwx------", "HOME/work/dump/" },
-        { "-rwxr-xr-x", "/etc/init.d/monp" },
-        { "-rw-r--r--", "/usr/share/man/man8/monp.8" },
-        { "-rw-r--r--", "/usr/share/doc/monp/writing-a-service.md" },
+        { "lrwxrwxrwx", "HOME/lib/libtesklog.so" }, { "-rw-r--r--", "HOME/etc/schema/service.rng" },
+        { "drwxr-xr-x", "HOME/etc/hook/" },         { "drwx------", "HOME/work/dump/" },
+        { "-rwxr-xr-x", "/etc/init.d/monp" },       { "-rw-r--r--", "/usr/share/man/man8/monp.8" },
     };
     const std::string list = sh("dpkg-deb -c $deb | sed 's, [^ ].* \\., ,; s, " PACKAGE_PREFIX "/, HOME/,'");
     for (const auto& [mode, path] : entries) {
@@ -83,22 +85,19 @@ TEST_F(Package, LeavesRunningMonitorsAlone)
 {
     // /sbin, where dpkg looks for helpers that nothing here needs, is the sandbox's
     const std::string dpkg = "dpkg --root=$PWD --force-bad-path,unsafe-io,depends ";
-    const std::string alive = "ls -l /proc/[0-9]*/exe 2>/dev/null | sed -n 's|^.*/proc/\\([0-9]*\\)/exe -> ";
-    const auto pid = [&](const char* name) { return sh(alive + PACKAGE_PREFIX "/bin/" + name + "\\>.*|\\1|p'"); };
-
     sh("rm -r ." PACKAGE_PREFIX "; " + dpkg + "-i $deb");
     show();
     sh("cd " PACKAGE_PREFIX "; sed -i 's/<waittime>5/<waittime>7/' etc/policy/monp.xml; touch var/lock/monp_trn;"
        " bin/monp --dusko");
-    const std::string monitor = pid("monp");
-    const std::string service = pid("sample_dusko");
+    const std::string monitor = pids("monp");
+    const std::string service = pids("sample_dusko");
     ASSERT_TRUE(std::atoi(monitor.c_str()) > 1 && std::atoi(service.c_str()) > 1);
 
     sh("dpkg-deb -R $deb new; sed -i 's/^Version: .*/Version: 99/' new/DEBIAN/control; dpkg-deb -b new new.deb");
     for (const std::string action : { "-i new.deb", "-r monp" }) {
         sh(dpkg + action);
-        EXPECT_EQ(monitor, pid("monp")) << action;
-        EXPECT_EQ(service, pid("sample_dusko")) << action;
+        EXPECT_EQ(monitor, pids("monp")) << action;
+        EXPECT_EQ(service, pids("sample_dusko")) << action;
         sh("grep -q '<waittime>7' " PACKAGE_PREFIX "/etc/policy/monp.xml");
     }
     EXPECT_FALSE(fs::exists(gprefix / "bin/monp"));
@@ -107,7 +106,7 @@ TEST_F(Package, LeavesRunningMonitorsAlone)
     kill(std::stoi(monitor), SIGUSR2);
     EXPECT_EQ(std::stoi(monitor), waitpid(std::stoi(monitor), &status, 0));
     EXPECT_EQ(0, status);
-    EXPECT_EQ("", pid("sample_dusko"));
+    EXPECT_EQ("", pids());
 }
 
 /* What systemd does when the unit is started, its monitor dies, and the unit is restarted and stopped. */
@@ -138,9 +137,9 @@ TEST_F(Package, HasAUnitWhoseServiceOutlivesTheMonitor)
     EXPECT_EQ(service, waitpid(service, nullptr, 0)); // as process 1 does
     stop.join();
     sh("chmod -x " PACKAGE_PREFIX "/bin/sample_dusko; " PACKAGE_PREFIX "/bin/monpctl start dusko", 3); // it waits
-    EXPECT_NE("", sh("ls -l /proc/[0-9]*/exe 2>/dev/null | grep " PACKAGE_PREFIX));
+    EXPECT_NE("", pids());
     unit("ExecStopPost");
-    EXPECT_EQ("", sh("ls -l /proc/[0-9]*/exe 2>/dev/null | grep " PACKAGE_PREFIX " || :"));
+    EXPECT_EQ("", pids());
 }
 
 TEST_F(Package, IsNotNeededForAnInstallation)
@@ -162,9 +161,7 @@ TEST_F(Package, HasAnInitScriptForAllTypesOrOne)
         { "stop", 0, "stop a --yes\nstop b --yes\n" },
         { "restart b", 3, "stop b --yes\nstart b\n" },
         { "try-restart b", 0, "status b\n" },
-        { "status b", 3, "status b\n" },
         { "reload '*'", 0, "reload *\n" },
-        { "begin", 2, "" },
         { "start a b", 2, "" },
     };
     show();
@@ -176,8 +173,7 @@ TEST_F(Package, HasAnInitScriptForAllTypesOrOne)
         sh(std::string(": >calls; sh script ") + c.arguments, c.status);
         EXPECT_EQ(c.calls, sandbox::file_content(root / "calls")) << c.arguments;
     }
-    sh("sed -i 's,b a,,' etc/default/monp");
-    EXPECT_NE(std::string::npos, sh("sh script start").find("no types are configured"));
+    sh("sed -i 's,b a,,' etc/default/monp; sh script start 2>&1 | grep 'no types are configured'");
     sh("sh script status", 3);
     sh(": >calls; mkdir -p /run/systemd/system; sh script start", 1);
     EXPECT_EQ("", sandbox::file_content(root / "calls"));
@@ -189,9 +185,7 @@ TEST_F(Package, CompletesTypesOfThePolicyDirectory)
         { "monp --d", "--dusko" },
         { "monp --dusko -A ''", "1 2 3 4 5" },
         { "monp -o --", "" },
-        { "monpctl st", "start status stop" },
         { "monpctl stop ''", "dusko new pelkant" },
-        { "monpctl stop --y", "--yes" },
         { "monpctl log --level w", "warning" },
         { "monpctl start new -- -", "-a -n -o -r -w" },
     };

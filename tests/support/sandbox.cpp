@@ -117,7 +117,7 @@ int judge_sanitizers(int status)
     return status;
 }
 
-int inside(const std::function<int()>& work)
+int inside()
 {
     try {
         require(getpid() == 1, "not process 1");
@@ -132,13 +132,13 @@ int inside(const std::function<int()>& work)
     }
     divert_sanitizers();
     umask(022);
-    return judge_sanitizers(work());
+    return judge_sanitizers(RUN_ALL_TESTS());
 }
 
 /*
- * The work itself, as process 1; its directory is this process's, as nothing of the work outlives it.
+ * The tests, as process 1; their directory is this process's, as nothing of them outlives it.
  */
-int run_namespaces(const std::function<int()>& work)
+int run_namespaces()
 {
     int status = 0;
 
@@ -147,15 +147,18 @@ int run_namespaces(const std::function<int()>& work)
     std::cout.flush();
     const pid_t child = fork();
     if (child == 0) {
-        std::exit(inside(work));
+        std::exit(inside());
     }
     require(child > 0 && waitpid(child, &status, 0) == child, "process 1");
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
-} // namespace
-
-int run(const std::function<int()>& work)
+/*
+ * Runs the tests in a mount namespace where /sbin holds nothing but a stub named shutdown, and not at all unless the
+ * stub has been shown to be what /sbin/shutdown starts.
+ * Result: their status, 1 if a sanitizer has reported a fault of a program that they started, or 125 without a sandbox.
+ */
+int run()
 {
     std::string name = (fs::temp_directory_path() / "monp_XXXXXX").string();
     int status = CANNOT;
@@ -163,13 +166,15 @@ int run(const std::function<int()>& work)
     try {
         require(mkdtemp(name.data()) != nullptr && chmod(name.c_str(), 0755) == 0, name);
         gdirectory = fs::canonical(name);
-        status = run_namespaces(work);
+        status = run_namespaces();
     } catch (const std::exception& error) {
         std::cerr << "sandbox: no test is run: " << error.what() << '\n';
     }
     fs::remove_all(gdirectory);
     return status;
 }
+
+} // namespace
 
 const fs::path& directory()
 {
@@ -217,5 +222,5 @@ int main(int argc, char** argv)
         return RUN_ALL_TESTS();
     }
     // A process whose namespace for children is gone can start none any more, which a leak checker at exit would need.
-    _exit(sandbox::run([] { return RUN_ALL_TESTS(); }));
+    _exit(sandbox::run());
 }

@@ -51,24 +51,14 @@ bool matches(const Line& line, const std::string& pattern)
 }
 
 /*
- * The status of a child once it has ended, as a shell tells it; -1 until then.
+ * The status of a child that ends soon, as a shell tells it.
  */
-int end_status(pid_t pid)
+int wait_end(const std::string& what, pid_t pid)
 {
     int status = 0;
 
-    if (waitpid(pid, &status, WNOHANG) != pid) {
-        return -1;
-    }
+    eventually(what, [&] { return waitpid(pid, &status, WNOHANG) == pid; });
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-}
-
-int wait_end(const std::string& what, pid_t pid)
-{
-    int status = -1;
-
-    eventually(what, [&] { return (status = end_status(pid)) >= 0; });
-    return status;
 }
 
 } // namespace
@@ -104,11 +94,9 @@ Installation::Installation(const std::string& service_type) : type(service_type)
 void Installation::write() const
 {
     std::map<std::string, Values> files;
-    std::ofstream answers(root / "work/answers");
 
     for (const auto& [key, value] : values) {
         const auto slash = key.find('/');
-        answers << key << '=' << value << '\n';
         files[slash == std::string::npos ? "config.xml" : "policy/" + key.substr(0, slash) + ".xml"][key] = value;
     }
     fs::remove_all(root / "etc");
@@ -175,9 +163,6 @@ Monitor::Monitor(const Installation& in, const Texts& arguments, uid_t user) : i
     if (first_ == 0) {
         dup2(open((in.root / "work/stderr").c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644), STDERR_FILENO);
         setenv("TESK_HOME", in.root.c_str(), 1);
-        if (in.recording) {
-            setenv("LD_LIBRARY_PATH", SANDBOX_LIBRARIES, 1);
-        }
         if (in.hurried) {
             setenv("LD_PRELOAD", SANDBOX_HURRY, 1);
         }
@@ -239,7 +224,7 @@ std::vector<Line> Monitor::lines() const
 {
     std::vector<Line> lines;
 
-    for (const auto& text : file_lines(in_.root / (in_.recording ? "work/record" : "log/monp.log"))) {
+    for (const auto& text : file_lines(in_.root / "log/monp.log")) {
         std::istringstream words(text);
         std::string skipped;
         Line line;

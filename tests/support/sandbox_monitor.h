@@ -7,6 +7,7 @@
 #include "sandbox.h"
 
 #include <chrono>
+#include <functional>
 #include <gtest/gtest.h>
 #include <map>
 #include <stdexcept>
@@ -59,14 +60,12 @@ struct Installation {
     std::string type;
     std::filesystem::path root;
     std::map<std::string, std::string> values; // key path below "/root/", without its leading "/"
-    bool recording = false;                    // with the recording libraries in place of the real ones
     bool hurried = false;                      // seconds pass in 5 ms
     std::function<void()> launcher = [] {};    // what the launcher's process does before it becomes the monitor
 };
 
 /*
- * One call of the monitor's log or policy library; `level` has the event's number behind it, and is "lib" for the calls
- * that write no line.
+ * A line of the monitor's log; `level` has the event's number behind it.
  */
 struct Line {
     std::string thread;

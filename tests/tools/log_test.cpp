@@ -20,13 +20,11 @@ using sandbox::Texts;
 namespace {
 
 /*
- * Third word of a line, up to a slash.
+ * What one in the background has printed by now.
  */
-std::string process_of(const std::string& line)
+Texts followed(const Installation& in)
 {
-    const auto begin = line.find(' ', line.find(' ') + 1) + 1;
-
-    return line.substr(begin, line.find('/', begin) - begin);
+    return file_lines(in.root / "work/monpctl.out");
 }
 
 } // namespace
@@ -57,29 +55,24 @@ TEST(Log, TellsTheServicesApart)
     lenk.signal(SIGUSR2);
     EXPECT_EQ(0, lenk.ended());
 
-    Texts wanted;
-    Texts severe;
-    std::set<std::string> processes;
     const Texts all = file_lines(in.root / "log/monp.log");
-    for (const auto& line : all) {
-        if (line.find("(type=dusko") != std::string::npos) {
-            processes.insert(process_of(line));
-        }
-    }
-    for (const auto& line : all) {
-        if (processes.contains(process_of(line))) {
-            wanted.push_back(line);
-            const auto level = line.substr(line.find(' ') + 1, 5);
-            if (level == "error" || level == "warni" || level == "event") {
-                severe.push_back(line);
-            }
-        }
-    }
-    ASSERT_LT(wanted.size(), all.size());
-    EXPECT_NE(std::string::npos, wanted.at(0).find("Start Process Monitor"));
-    EXPECT_EQ(wanted, monpctl(in, "log dusko").lines);
-    EXPECT_EQ(severe, monpctl(in, "log dusko --level warning").lines);
     EXPECT_EQ(all, monpctl(in, "log").lines);
+    Texts apart;
+    for (const auto& [type, not_its] : { std::pair{ "dusko", "(type=lenk" }, { "lenk", "(type=dusko" } }) {
+        const Texts lines = monpctl(in, std::string("log ") + type).lines;
+        ASSERT_FALSE(lines.empty());
+        EXPECT_NE(std::string::npos, lines[0].find("Start Process Monitor"));
+        for (const auto& line : lines) {
+            EXPECT_EQ(std::string::npos, line.find(not_its)) << line;
+        }
+        apart.insert(apart.end(), lines.begin(), lines.end());
+    }
+    EXPECT_TRUE(std::is_permutation(all.begin(), all.end(), apart.begin(), apart.end()));
+    Texts severe = monpctl(in, "log dusko").lines;
+    std::erase_if(severe, [](const auto& line) { // a time, the level
+        return !std::set<std::string>{ "error", "warni", "event" }.contains(line.substr(line.find(' ') + 1, 5));
+    });
+    EXPECT_EQ(severe, monpctl(in, "log dusko --level warning").lines);
     EXPECT_EQ(2, monpctl(in, "log --level loud").status);
 
     const Texts objects = file_lines(in.root / "log/monp.events.jsonl");
@@ -98,46 +91,44 @@ TEST(Log, FollowsAcrossRotations)
 {
     Installation in("dusko");
     in.write();
-    const fs::path log = in.root / "log/monp.log";
-    const auto add = [&](const std::string& text) { std::ofstream(log, std::ios::app) << text; };
+    const auto file = [&](int number) {
+        return in.root / ("log/monp.log" + (number == 0 ? "" : '.' + std::to_string(number)));
+    };
+    const auto add = [&](const std::string& text) { std::ofstream(file(0), std::ios::app) << text; };
     const auto rotate = [&] {
+        std::error_code missing;
         for (int number = 3; number > 0; number--) {
-            const fs::path older = log.string() + '.' + std::to_string(number);
-            const fs::path newer = number == 1 ? log : fs::path(log.string() + '.' + std::to_string(number - 1));
-            if (fs::exists(newer)) {
-                fs::rename(newer, older);
-            }
+            fs::rename(file(number - 1), file(number), missing);
         }
     };
-    const auto followed = [&] { return file_lines(in.root / "work/monpctl.out"); };
-    const auto expect = [&](const Texts& wanted) {
-        eventually("the followed lines", [&] { return followed().size() >= wanted.size(); });
-        EXPECT_EQ(wanted, followed());
+    Texts wanted;
+    const auto expect = [&](const Texts& more) {
+        wanted.insert(wanted.end(), more.begin(), more.end());
+        eventually("the followed lines", [&] { return followed(in).size() >= wanted.size(); });
+        EXPECT_EQ(wanted, followed(in));
     };
 
-    monpctl(in, "log -f & echo $! >" + (in.root / "work/pid").string());
+    monpctl(in, "log -f &"); // ends with the sandbox
     add("one\ntw");
     expect({ "one" });
     add("o\nthree\n");
+    for (const char* line : { "four\n", "five\n" }) {
+        rotate();
+        add(line);
+    }
     rotate();
-    add("four\n");
-    rotate();
-    add("five\n");
-    rotate();
-    expect({ "one", "two", "three", "four", "five" });
+    expect({ "two", "three", "four", "five" });
     add("six\n");
-    expect({ "one", "two", "three", "four", "five", "six" });
-    fs::remove(log);
+    expect({ "six" });
+    fs::remove(file(0));
     add("seven\n");
-    expect({ "one", "two", "three", "four", "five", "six", "seven" });
+    expect({ "seven" });
     for (const char* line : { "eight\n", "nine\n", "ten\n", "eleven\n" }) {
         rotate();
         add(line);
     }
-    expect({ "one", "two", "three", "four", "five", "six", "seven", "eight", "nine", "ten", "eleven" });
-    kill(std::stoi(sandbox::file_content(in.root / "work/pid")), SIGTERM);
+    expect({ "eight", "nine", "ten", "eleven" });
 }
-
 /*
  * Every event of a real service that is restarted again and again, through rotations of the smallest size.
  */
@@ -149,19 +140,13 @@ TEST(Events, FollowARealMonitorThroughRotations)
     in.own("restarttime") = "6";
     in.own("param") = "report exit 3";
     in.write();
-    monpctl(in, "events dusko -f --json & echo $! >" + (in.root / "work/pid").string());
+    monpctl(in, "events dusko -f --json &");
     const Monitor monp(in);
     const size_t number = 7 + 6; // ends and restarts
-    eventually("the events", [&] { return file_lines(in.root / "work/monpctl.out").size() >= number; });
+    eventually("the events", [&] { return followed(in).size() >= number; });
 
-    Texts wanted;
-    for (const char* name : { ".5", ".4", ".3", ".2", ".1", "" }) {
-        const Texts part = file_lines(in.root / (std::string("log/monp.events.jsonl") + name));
-        wanted.insert(wanted.end(), part.begin(), part.end());
-    }
-    ASSERT_TRUE(fs::exists(in.root / "log/monp.events.jsonl.1"));
-    EXPECT_EQ(number, wanted.size());
-    EXPECT_EQ(wanted, file_lines(in.root / "work/monpctl.out"));
-    EXPECT_EQ(wanted.size(), monpctl(in, "events").lines.size());
-    kill(std::stoi(sandbox::file_content(in.root / "work/pid")), SIGTERM);
+    const Texts seen = followed(in);
+    EXPECT_EQ(number, seen.size());
+    EXPECT_TRUE(fs::exists(in.root / "log/monp.events.jsonl.1"));
+    EXPECT_EQ(seen, monpctl(in, "events --json").lines);
 }
