@@ -87,11 +87,6 @@ struct Monitor : testing::Test {
     Monitor();
 };
 
-// A test with a table of cases.
-template <class T> struct Cases : Monitor, testing::WithParamInterface<T> {
-    const T& c = testing::WithParamInterface<T>::GetParam();
-};
-
 // Words separated by bars, as an argument list.
 struct Words {
     explicit Words(const std::string& text);

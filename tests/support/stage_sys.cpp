@@ -6,7 +6,6 @@
 #include <cstring>
 #include <ctime>
 #include <dirent.h>
-#include <regex.h>
 #include <set>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -261,12 +260,6 @@ int sys_chdir(const char* path)
     return result(std::string("chdir ") + path);
 }
 
-mode_t sys_umask(mode_t mask)
-{
-    journal.call(fmt("umask %o", mask));
-    return 022;
-}
-
 int sys_getrlimit(int resource, rlimit* limit)
 {
     *limit = { RLIM_INFINITY, 8192 };
@@ -289,20 +282,9 @@ int sys_setenv(const char* name, const char* value, int overwrite)
     return result(fmt("setenv %s=%s %d", name, value, overwrite));
 }
 
-char* sys_getcwd(char* buffer, size_t size)
-{
-    return result(fmt("getcwd %zu", size)) != 0 ? nullptr : static_cast<char*>(memcpy(buffer, "/start", 7));
-}
-
 void* sys_calloc(size_t count, size_t size)
 {
     return result("calloc") != 0 ? nullptr : calloc(count, size);
-}
-
-int sys_regcomp(regex_t* expression, const char* pattern, int flags)
-{
-    int code = journal.call("regcomp");
-    return code == 0 ? regcomp(expression, pattern, flags) : code;
 }
 
 // ---- files ----

@@ -1,8 +1,7 @@
 /*
  * What the tests of the sample installation share: a directory of their own, and starting programs from there.
  */
-#ifndef DEMO_SUPPORT_H
-#define DEMO_SUPPORT_H
+#pragma once
 
 #include <cerrno>
 #include <csignal>
@@ -76,5 +75,3 @@ protected:
 
     const fs::path home = mkdtemp((fs::temp_directory_path() / "monp_demo.XXXXXX").string().data());
 };
-
-#endif

@@ -17,18 +17,12 @@ TEST_F(Demo, SchemaTellsWhatTheMonitorTakesFromWhatItRefuses)
     /* A sample, a pattern in it, and what takes its place: once to be taken, once to be refused. */
     const std::array<std::string, 4> changes[] = {
         { "monp.xml", "<rotate>5</rotate>", "", "<rotat>5</rotat>" },
-        { "monp.xml", "<service>.*</service>", "&", "" },
         { "dusko.xml", "</dusko>", "&", "<use>1</use>&" },
-        { "pm.xml", "<pm>.*</pm>", "<pm/>", "<all/>" },
         { "all.xml", "<core>1</core>", "&", "&&" },
         { "all.xml", "<core>1", "<core>\\n +001 ", "<core unit=\"\">1" },
         { "all.xml", "<stacksize>0", "<stacksize>2147483647", "<stacksize>2147483648" },
-        { "monp.xml", "<level>4", "<level>-1", "<level>12abc" },
         { "monp.xml", "<action>2", "<action>5", "<action>6" },
-        { "monp.xml", "<child_timeout>10", "<child_timeout>1", "<child_timeout>0" },
-        { "monp.xml", "<rotate>5", "<rotate>9999999", "<rotate>10000000" },
         { "all.xml", "<path>@INSTPATH@", sized("<path>", 1022), sized("<path>", 1023) },
-        { "dusko.xml", "<path>[^<]*", sized("<path>", 1023), "<path> " },
         { "dusko.xml", "<type>[^<]*", sized("<type> ", 31), sized("<type>", 32) },
         { "monp.xml", "<param>[^<]*", sized("<param>a  ", 252), sized("<param>a  ", 253) },
     };
@@ -57,12 +51,6 @@ protected:
         const std::string text = sh("xmllint --xpath 'string(/root/" + section + "/" + key + ")'" + file);
         return text.substr(0, text.find('\n'));
     }
-    void expect_run(const std::string& service) const
-    {
-        const std::string param = value("monp", "service/" + service + "/param");
-        sh("cd inst/bin; exec ../" + value(service, "path") + " " + param + " exit 6", 6);
-        sh("cd inst; test -s log/sample_" + service + ".log && test -p run/" + service + ".ctl");
-    }
 };
 
 TEST_F(Layout, FitsTogether)
@@ -75,25 +63,26 @@ TEST_F(Layout, FitsTogether)
     EXPECT_EQ(home / target, value("all", "path"));
     EXPECT_EQ(home / target / "var/lock/monp", value("pm", "lockf"));
     sh("cd inst; test -e " + value("monp", "elog/path") + " -a -d $(dirname " + value("monp", "elog/arcpath") + ")");
-    for (const std::string section : { "monp", "cl", "down", "dusko", "pelkant", "tamzile", "goru", "lenk" }) {
-        EXPECT_EQ(section, value(section, "type"));
-        sh("test -x inst/" + value(section, "path"));
+    for (const std::string command : { "monp", "cl", "down" }) {
+        EXPECT_EQ(command, value(command, "type"));
+        sh("test -x inst/" + value(command, "path"));
     }
     for (const std::string service : { "dusko", "pelkant", "tamzile", "goru", "lenk" }) {
-        expect_run(service);
+        const std::string param = value("monp", "service/" + service + "/param");
+        EXPECT_EQ(service, value(service, "type"));
+        sh("cd inst/bin; exec ../" + value(service, "path") + " " + param + " exit 6", 6);
+        sh("cd inst; test -s log/sample_" + service + ".log");
+        sh("cd inst; test -p run/" + service + ".ctl");
     }
 }
 
 TEST_F(Layout, RefusesWhatItCannotLayOut)
 {
-    const std::string level = "/" + std::string(250, 'd');
     const std::tuple<std::string, int, const char*> targets[] = {
         { ".", 1, "is not empty" },
-        { "'a\nb'", 2, "cannot be the installation directory" },
         { "'a\n'", 2, "cannot be the installation directory" },
-        { "'a '", 2, "cannot be the installation directory" },
         { "'a\xff'", 2, "is no UTF-8 text" },
-        { level + level + level + level, 2, "is longer than 900 bytes" },
+        { std::string(901, 'd'), 2, "is longer than 900 bytes" },
         { "inst; rm -r build/bin/monp inst; source/layout.sh build inst", 1, "no bin/monp" },
     };
     for (const auto& [target, status, message] : targets) {

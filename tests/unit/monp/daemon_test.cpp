@@ -5,30 +5,16 @@
 #include <climits>
 #include <sys/resource.h>
 
-struct Daemon : Monitor {
-    Daemon()
-    {
-        gmonppol.parent_initto = 2;
-    }
-
-    static std::string launcher()
-    {
-        sys.fork = Sys::LAUNCHER;
-        journal.entries.clear();
-        return sys.run([] { monp_make_daemon(); });
-    }
-
-    static std::string daemon()
-    {
-        sys.fork = Sys::DAEMON;
-        journal.entries.clear();
-        EXPECT_EQ(MONP_RET_SUCCESS, monp_make_daemon());
-        return journal.only("");
-    }
-};
-
-TEST_F(Daemon, TheLauncherWaitsForItsReleaseOrTheTime)
+static std::string launcher()
 {
+    sys.fork = Sys::LAUNCHER;
+    journal.entries.clear();
+    return sys.run([] { monp_make_daemon(); });
+}
+
+TEST_F(Monitor, TheLauncherWaitsForItsReleaseOrTheTime)
+{
+    gmonppol.parent_initto = 2;
     EXPECT_EQ("_exit 0", launcher());
     EXPECT_EQ(20u, journal.count("usleep 100000"));
     EXPECT_EQ(0u, journal.count("setsid"));
@@ -42,31 +28,32 @@ TEST_F(Daemon, TheLauncherWaitsForItsReleaseOrTheTime)
     EXPECT_EQ(SIG_IGN, sys.handlers[SIGUSR1]);
     journal.fails["fork"] = EAGAIN;
     EXPECT_EQ("exit 1", launcher());
-    EXPECT_EQ("trace: start - (type=trn); fork; error: fork() failed. (type=trn errno=11); exit 1", journal.only(""));
+    EXPECT_EQ("error: fork() failed. (type=trn errno=11)", journal.only("error:"));
 }
 
-TEST_F(Daemon, TheChildIsSetUpWithTheLimitsOfTheSettings)
+TEST_F(Monitor, TheChildIsSetUpWithTheLimitsOfTheSettings)
 {
     const std::string core = fmt("setrlimit %d -1 -1; ", RLIMIT_CORE);
-    const std::string get = fmt("getrlimit %d; ", RLIMIT_STACK);
-    const std::string set = fmt("setrlimit %d 65536 -1; ", RLIMIT_STACK);
-    const std::string begun = "trace: start - (type=trn); fork; detail: start daemon. (type=trn); setsid; ";
-    const std::string ended = "chdir /opt/x/bin/; umask 0; trace: end - (type=trn ret=0)";
+    const std::string stack = fmt("setrlimit %d 65536 -1; ", RLIMIT_STACK);
+    const std::string limits = core + fmt("getrlimit %d; ", RLIMIT_STACK) + stack;
+    const std::string failed = "error: setsid() failed. (type=trn errno=1); "
+                               "error: setrlimit(core) failed. (type=trn errno=1); "
+                               "error: getrlimit(stacksize) failed. (type=trn errno=1); "
+                               "error: setrlimit(stacksize=65536) failed. (type=trn errno=1)";
+    const std::string told = "error: getrlimit(stacksize:cur=-1,max=8192); error: setrlimit(stacksize=65536) OK.";
 
-    gmonpallpol.core = 2;
-    gmonpallpol.stacksize = -1;
-    EXPECT_EQ(begun + ended, daemon());
-    gmonpallpol.core = 1;
-    gmonpallpol.stacksize = 65536;
-    EXPECT_EQ(begun + core + get + "error: getrlimit(stacksize:cur=-1,max=8192); " + set +
-                  "error: setrlimit(stacksize=65536) OK.; " + ended,
-              daemon());
-    journal.fails = { { "setsid", EPERM }, { "setrlimit", EPERM }, { "getrlimit", EFAULT }, { "chdir", ENOENT } };
-    EXPECT_EQ(begun + "error: setsid() failed. (type=trn errno=1); " + core +
-                  "error: setrlimit(core) failed. (type=trn errno=1); " + get +
-                  "error: getrlimit(stacksize) failed. (type=trn errno=14); " + set +
-                  "error: setrlimit(stacksize=65536) failed. (type=trn errno=1); " + ended,
-              daemon());
+    for (const auto& [ncore, nstack, error, course, lines] : { std::tuple{ 2, -1, 0, std::string(), std::string() },
+                                                               { 1, 65536, 0, limits, told },
+                                                               { 1, 65536, EPERM, limits, failed } }) {
+        gmonpallpol.core = ncore;
+        gmonpallpol.stacksize = nstack;
+        sys.fork = Sys::DAEMON;
+        journal.entries.clear();
+        journal.fails = { { "setsid", error }, { "setrlimit", error }, { "getrlimit", error }, { "chdir", error } };
+        EXPECT_EQ(MONP_RET_SUCCESS, monp_make_daemon());
+        EXPECT_EQ("setsid; " + course + "chdir /opt/x/bin/", journal.only("setsid setrlimit getrlimit chdir"));
+        EXPECT_EQ(lines, journal.only("error:"));
+    }
     EXPECT_TRUE(sys.handlers[SIGHUP] == monp_sighup && sys.handlers[SIGUSR2] == monp_sighandler1);
 }
 
@@ -87,24 +74,11 @@ TEST_F(Monitor, HandlersSetTheirFlagAtOnceAndSpeakLater)
         }
         monp_drainsignals();
         monp_drainsignals();
-        EXPECT_EQ(fmt("trace: start - (type=trn sig=%d); trace: catch signal. (type=trn sig=%d); ", signal, signal) +
-                      (flag == nullptr ? fmt("warning: unknown signal. (type=trn sig=%d); ", signal) : "") +
-                      "trace: end - (type=trn)",
-                  journal.only(""));
+        EXPECT_EQ(fmt("trace: catch signal. (type=trn sig=%d)", signal),
+                  journal.only("trace:", { "start - ", "end - " }));
+        EXPECT_EQ(flag == nullptr ? fmt("warning: unknown signal. (type=trn sig=%d)", signal) : "",
+                  journal.only("warning:"));
     }
-}
-
-TEST_F(Monitor, SignalsLeaveTheirLinesInOrderWithTheMarkerBetween)
-{
-    break_marker();
-    monp_sighandler1(SIGUSR1);
-    monp_sighandler1(SIGUSR2);
-    EXPECT_EQ(YES, monp_testflag(gbmonpend));
-    EXPECT_EQ("trace: start - (type=pelkant sig=10); trace: catch signal. (type=pelkant sig=10); "
-              "info: start - (type=pelkant); error: mkdir failed. (dir=/nonexistent/md errno=2); "
-              "info: end - (type=pelkant); trace: end - (type=pelkant); trace: start - (type=pelkant sig=12); "
-              "trace: catch signal. (type=pelkant sig=12); trace: end - (type=pelkant)",
-              journal.only(""));
 }
 
 TEST_F(Monitor, AStormOfSignalsLosesLinesOnly)

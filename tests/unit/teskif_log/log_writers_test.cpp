@@ -16,45 +16,43 @@ using LogRotate = LogTest;
 
 TEST_F(LogRotate, WaitsForNobodyClosesAGapAndKeepsTheNewest)
 {
-    const std::string filler(100, 'x');
     open(0, 1, 3); // raised to 4096 bytes
     for (const char* name : { "monp.log.1", "monp.log.3" }) {
         std::ofstream(path(name)) << name << "\n";
     }
     fs::create_directory(path("monp.log.lock")); // cannot be locked: the file grows, the caller goes on
     for (int number = 0; number < 60; number++) {
-        WRITE("%s", filler.c_str());
+        WRITE("%100d", number);
         logSystem.clock += SECOND; // it is tried each time, and told once
     }
     fs::remove(path("monp.log.lock"));
-    logSystem.clock = 4000000000 * SECOND;
+    logSystem.clock += SECOND;
     WRITE("last of the old file");
     const Texts old = texts("monp.log.1");
+    const std::string told = printed("log cannot be rotated. (path=%s errno=%d)", path().c_str(), EISDIR);
     EXPECT_EQ(62U, old.size());
-    EXPECT_EQ(1, std::count(old.begin(), old.end(),
-                            printed("log cannot be rotated. (path=%s errno=%d)", path().c_str(), EISDIR)));
+    EXPECT_EQ(1, std::count(old.begin(), old.end(), told));
     EXPECT_EQ(Texts{ "monp.log.1" }, lines("monp.log.2"));
     EXPECT_EQ(Texts{ "monp.log.3" }, lines("monp.log.3"));
 
     for (int number = 0; number < 200; number++) {
-        WRITE("%d %s", number, filler.c_str());
+        WRITE("%100d", number);
     }
     int expected = 199;
     for (const char* name : { "monp.log", "monp.log.1", "monp.log.2", "monp.log.3" }) {
-        const Texts found = texts(name);
         EXPECT_LT(fs::file_size(path(name)), 4096U + 300U);
-        for (auto line = found.rbegin(); line != found.rend(); ++line) {
-            EXPECT_EQ(expected--, std::stoi(*line));
+        const Texts found = texts(name);
+        for (auto text = found.rbegin(); text != found.rend(); ++text) {
+            EXPECT_EQ(expected--, std::stoi(*text));
         }
     }
     EXPECT_LT(expected, 199 - 40);
     EXPECT_FALSE(fs::exists(path("monp.log.4")));
 }
 
-TEST_F(LogRotate, NeitherObstaclesNorASlowOrFastWriterStopItOrLoseTheNewest)
+TEST_F(LogRotate, NeitherObstaclesNorASlowOrFastWriterStopIt)
 {
     fs::create_directories(path("monp.log.2"));
-    std::ofstream(path("monp.log.3")) << "of a time when more were kept";
     open(0, 1, 2);
     const auto writeFull = [this] { std::ofstream(path(), std::ios::app) << std::string(5000, 'x') << "\n"; };
     for (const char* text : { "one", "two", "three" }) {
@@ -62,7 +60,6 @@ TEST_F(LogRotate, NeitherObstaclesNorASlowOrFastWriterStopItOrLoseTheNewest)
         WRITE("%s", text);
         EXPECT_EQ(text, texts("monp.log.1").back());
     }
-    EXPECT_FALSE(fs::exists(path("monp.log.3")));
     const int lock = ::open(path("monp.log.lock").c_str(), O_RDWR | O_CLOEXEC);
     flock(lock, LOCK_EX);
     writeFull();
@@ -77,17 +74,6 @@ TEST_F(LogRotate, NeitherObstaclesNorASlowOrFastWriterStopItOrLoseTheNewest)
     fs::remove(path()); // as writers do that fill all generations
     WRITE("written once more");
     EXPECT_EQ(Texts{ "written once more" }, texts());
-    logSystem.onRename = [this](const std::string&) { // the owner does not go on in a child, which must not wait for it
-        const auto inChild = [this] {
-            logSystem.clock += SECOND;
-            WRITE("of a child");
-            _exit(0);
-        };
-        EXPECT_EXIT(inChild(), testing::ExitedWithCode(0), "");
-    };
-    writeFull();
-    WRITE("rotated");
-    EXPECT_EQ(Texts{ "of a child" }, texts());
 }
 
 // A writer is a process whose main thread, second thread and signal handler write.

@@ -1,6 +1,5 @@
 // A home directory of the test's own, with the library open on it.
-#ifndef XML_HOME_H
-#define XML_HOME_H
+#pragma once
 
 #include "teskxml_tools.h"
 
@@ -93,5 +92,3 @@ protected:
 
     const std::filesystem::path home = mkdtemp((testing::TempDir() + "teskxml-XXXXXX").data());
 };
-
-#endif
