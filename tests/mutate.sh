@@ -28,6 +28,8 @@ monp_daemon.cpp | gmonpallpol.core != 1 | gmonpallpol.core == 0
 monp_daemon.cpp | limit.rlim_max = RLIM_INFINITY; | ;
 monp_daemon.cpp | PTHREAD_CREATE_DETACHED | PTHREAD_CREATE_JOINABLE
 monp_signal.cpp | SIGUSR1, &gbmonpinited, -1 } | SIGUSR1, &gbmonpinited, 0 }
+monp_signal.cpp | gndrained.load() != nend | gndrained.load() != gnrecorded.load()
+monp_signal.cpp | if (gbendtested == 0) { | if (gbendtested != 1) {
 monp_signal.cpp | return bval; | return bval != 0 ? bval : bflag.load();
 monp_signal.cpp | gnunrecorded.exchange(0) | gnunrecorded.load()
 monp_signal.cpp | if (gbmonpinited != 0) { | if (gbmonpinited == 0) {
@@ -39,12 +41,13 @@ monp_child.cpp | _exit(MONP_RET_FAIL_UNKNOWN); | _exit(MONP_RET_FAIL_INIT);
 monp_child.cpp | sigaddset(&set, SIGUSR2); | sigaddset(&set, SIGUSR1);
 monp_child.cpp |  || gmonpparam.action == MONP_ACT_OS_REBOOT; | ;
 monp_child.cpp | if (npid > 0 && npid == getppid()) { | if (npid > 0) {
+monp_child.cpp | bsent = npid > 0 ? | bsent = npid == getppid() ?
 monp_create_process.cpp |     monp_make_mdfile(); |     ;
 monp_create_process.cpp | *pstat = MONP_EXEC_PROCKILL; | *pstat = 0;
 monp_create_process.cpp | MONP_WARNING("waitpid() failed. | MONP_ERROR("waitpid() failed.
 monp_create_process_svc.cpp | return i < gmonppol.child_initto ? | return i <= gmonppol.child_initto ?
 monp_create_process_svc.cpp |     monp_release_launcher(); |     ;
-monp_create_process_svc.cpp | if (breported == 0) { | if (breported > 0) {
+monp_create_process_svc.cpp | if (gbreported == 0) { | if (gbreported > 0) {
 monp_create_process_svc.cpp | pchild->nret > 0 && | pchild->nret >= 0 &&
 monp_create_process_svc.cpp | &pchild->nstat, 0); | &pchild->nstat, WNOHANG);
 monp_loop.cpp | strcmp(gmonpparam.type, ptypes[ninx]) | strcmp(gmonpmonpol.type, ptypes[ninx])

@@ -197,7 +197,7 @@ pid_t Monitor::daemon()
 {
     if (daemon_ == 0) {
         daemon_ = eventually("the daemon", [this] {
-            const auto all = lines();
+            const auto& all = lines();
             const auto found = std::find_if(all.begin(), all.end(), [this](const Line& line) {
                 return matches(line, "detail start daemon.*") && std::stoi(line.thread) > first_;
             });
@@ -220,11 +220,12 @@ int Monitor::ended()
 /*
  * "time level thread ident function place text", the text of an event beginning with its number in brackets.
  */
-std::vector<Line> Monitor::lines() const
+const std::vector<Line>& Monitor::lines() const
 {
-    std::vector<Line> lines;
+    std::ifstream file(in_.root / "log/monp.log");
 
-    for (const auto& text : file_lines(in_.root / "log/monp.log")) {
+    file.seekg(read_);
+    for (std::string text; std::getline(file, text) && !file.eof();) { // the last one may be half written
         std::istringstream words(text);
         std::string skipped;
         Line line;
@@ -233,14 +234,15 @@ std::vector<Line> Monitor::lines() const
         if (line.level == "event") {
             line.level += line.text.substr(1, line.text.find(']') - 1);
         }
-        lines.push_back(line);
+        lines_.push_back(line);
+        read_ += static_cast<std::streamoff>(text.size()) + 1;
     }
-    return lines;
+    return lines_;
 }
 
 int Monitor::count(const std::string& pattern, const std::string& function) const
 {
-    const auto all = lines();
+    const auto& all = lines();
 
     return static_cast<int>(std::count_if(all.begin(), all.end(), [&](const Line& line) {
         return matches(line, pattern) && fnmatch(function.c_str(), line.function.c_str(), 0) == 0;
@@ -260,7 +262,7 @@ void Monitor::wait_for_report(int times) const
 
 testing::AssertionResult Monitor::logged(const Texts& patterns) const
 {
-    const auto all = lines();
+    const auto& all = lines();
     auto from = all.begin();
 
     for (const auto& pattern : patterns) {

@@ -92,7 +92,7 @@ public:
     /* Waits for the daemon's end. Result: its status, or 128 and the number of the signal that ended it. */
     int ended();
 
-    [[nodiscard]] std::vector<Line> lines() const;
+    [[nodiscard]] const std::vector<Line>& lines() const;
     [[nodiscard]] int count(const std::string& pattern, const std::string& function = "*") const;
     void wait_for(const std::string& pattern, int times = 1, const std::string& function = "*") const;
     /* Waits until the daemon has seen so many reports or start requests of SIGUSR1. */
@@ -102,6 +102,8 @@ public:
 
 private:
     Installation in_;
+    mutable std::vector<Line> lines_; // of the part of the log that was read
+    mutable std::streamoff read_ = 0;
     pid_t first_ = 0;
     pid_t daemon_ = 0;
     std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();

@@ -98,3 +98,18 @@ TEST_F(Monitor, AStormOfSignalsLosesLinesOnly)
     EXPECT_EQ(1u, journal.count("warning: signals without a record. (type=pelkant num=1)"));
     EXPECT_EQ(1u, journal.count("error: mkdir"));
 }
+
+TEST_F(Monitor, ADrainEndsBeforeAStormDoes)
+{
+    int more = 100;
+    std::function<void()> again = [&] {
+        if (more-- > 0) {
+            journal.when["trace: start - (type=trn sig=1)"] = again;
+            monp_sighup(SIGHUP);
+        }
+    };
+
+    again();
+    monp_drainsignals();
+    EXPECT_EQ(1u, journal.count("trace: catch signal. (type=trn sig=1)"));
+}

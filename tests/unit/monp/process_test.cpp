@@ -261,7 +261,7 @@ TEST_F(Service, TheSearchComparesResolvedPathsThatFit)
         EXPECT_EQ(found, pid);
     }
     EXPECT_EQ(4u, journal.count("info: service process is not found."));
-    EXPECT_EQ(1u, journal.count("error: executable path does not fit."));
+    EXPECT_EQ(1u, journal.count("info: executable path does not fit."));
     sys.processes.clear();
     journal.entries.clear();
     journal.fails["realpath"] = ENOENT;

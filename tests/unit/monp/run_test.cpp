@@ -78,6 +78,12 @@ TEST_F(Run, FailuresOfStartUpAndExitAreTolerated)
     sys.signal_at(1, SIGUSR2);
     EXPECT_EQ("exit 0", run_monitor("--dusko|-n"));
     EXPECT_EQ("setenv MALLOC_CHECK_=3 1", journal.only("setenv"));
+    journal.fails.clear();
+    sys.ppid = 1; // the launcher has gone
+    sys.signal_at(1, SIGUSR2);
+    EXPECT_EQ("exit 0", run_monitor("--dusko|-n"));
+    EXPECT_EQ(1u, journal.count("info: waiting for a service start request. (type=dusko)"));
+    EXPECT_EQ(0u, journal.count("kill"));
     sys.uid = static_cast<uid_t>(-2);
     EXPECT_EQ("exit 1", run_monitor("--dusko"));
     EXPECT_EQ("error: permission denied. (ret=-2)", journal.only("error:"));
@@ -105,11 +111,13 @@ TEST_F(Run, LockFilesOfTheTypes)
 
 TEST_F(Run, ACollectionThatCannotBeStartedIsTold)
 {
-    for (auto [call, error] : { std::pair{ "pthread_create", EAGAIN }, { "calloc", ENOMEM } }) {
+    for (const auto& [call, error, line] :
+         { std::tuple{ "pthread_create", EAGAIN, "pthread_create() failed. (type=trn ret=11)" },
+           { "calloc", ENOMEM, "calloc() failed. (type=trn errno=12)" } }) {
         services(1, 0);
         sys.at(1, [call = call, error = error] { journal.fails = { { call, error } }; });
         run_monitor("--dusko");
-        EXPECT_EQ(1u, journal.count(fmt("info: pthread_create() failed. (type=trn ret=%d)", error)));
+        EXPECT_EQ(1u, journal.count(std::string("info: ") + line));
         journal.fails.clear();
     }
 }
