@@ -1,17 +1,18 @@
 #!/usr/bin/env bash
 # Runs the faults that repeat themselves as often as a release is to stand them; the test suite does so less often.
-# Takes about six minutes. Ends with status 1 if one was not withstood.
+# Takes about three minutes when everything is built. Ends with status 1 if one was not withstood.
 cd "$(dirname "$0")/.."
 . scripts/common.sh
 
-# PRESET TEST ROUNDS
+# PRESET TEST ROUNDS. An end beside the collection is left to the asan preset: in about one of 1,500 such ends tsan's own
+# exit waits for ever for its list of threads, when the monitor has long written its last line.
 rows() {
     cat <<'END'
 release StormOfSignals 10000
 release RestartStorm 1000
 release ReplacedExecutable 300
 release EndsBesideACollection 300
-tsan EndsBesideACollection 300
+asan EndsBesideACollection 300
 tsan ReloadBesideACollection 300
 END
 }
@@ -19,7 +20,7 @@ END
 require_root
 # shellcheck disable=SC2086
 install_missing $build_packages $test_packages
-for preset in release tsan; do
+for preset in release asan tsan; do
     build "$preset" -DMONP_TESTS=ON
 done
 failed=0
