@@ -28,7 +28,7 @@ monp_daemon.cpp | gmonpallpol.core != 1 | gmonpallpol.core == 0
 monp_daemon.cpp | limit.rlim_max = RLIM_INFINITY; | ;
 monp_daemon.cpp | PTHREAD_CREATE_DETACHED | PTHREAD_CREATE_JOINABLE
 monp_signal.cpp | SIGUSR1, &gbmonpinited, -1 } | SIGUSR1, &gbmonpinited, 0 }
-monp_signal.cpp | gndrained.load() != nend | gndrained.load() != gnrecorded.load()
+monp_signal.cpp | gndrained.load() != nend | gndrained.load() != nend - nend + gnrecorded.load()
 monp_signal.cpp | if (gbendtested == 0) { | if (gbendtested != 1) {
 monp_signal.cpp | return bval; | return bval != 0 ? bval : bflag.load();
 monp_signal.cpp | gnunrecorded.exchange(0) | gnunrecorded.load()
