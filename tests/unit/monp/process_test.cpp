@@ -245,6 +245,16 @@ TEST_F(Service, TheSearchFindsTheFirstInByteOrder)
               journal.only("readlink info: error:"));
 }
 
+TEST_F(Service, TheSearchEndsBehindTenThousandOthers)
+{
+    for (pid_t other = 10000; other < 20000; other++) {
+        running(other, { .exe = "/bin/other" });
+    }
+    running(99999);
+    EXPECT_EQ(MONP_RET_SUCCESS, monp_getservice(arg("/bin/svc"), &pid));
+    EXPECT_EQ(99999, pid);
+}
+
 TEST_F(Service, TheSearchComparesResolvedPathsThatFit)
 {
     const std::string fits = x(1023);
