@@ -90,9 +90,8 @@ char* log_text_digits(char* pend, uintmax_t nvalue, unsigned nbase, const char* 
 /*
  * Adds a formatted text, its literal part and its values escaped alike.
  *   pformat  conversions d i u x X o c s p %, with flags - 0 # + and blank, width and precision (also *), and the
- *            lengths
- *            hh h l ll j z t. A null string prints (null). From any other conversion on the format is put literally and
- *            no further argument is touched, as its size would be a guess
+ *            lengths hh h l ll j z t. A null string prints (null). From any other conversion on the format is put
+ *            literally and no further argument is touched, as its size would be a guess
  */
 void log_text_vformat(LOG_TEXT* ptext, const char* pformat, va_list pargs);
 void log_text_format(LOG_TEXT* ptext, const char* pformat, ...) __attribute__((format(printf, 2, 3)));

@@ -342,8 +342,7 @@ int monp_make_thattr_detach(pthread_attr_t* pattr);
  *   ppath  executable, passed on as it is
  *   parg   argument vector, ended by a null pointer
  *   nwait  seconds from an end request to SIGKILL, after which the child is given up without being reaped; 0 or less:
- *   no
- *          limit. Signals do not shorten them
+ *          no limit. Signals do not shorten them
  *   nsig   exit signal on an end request; 0 or less: the child is never signalled, not even with SIGKILL, and runs on
  *          when it is given up
  *   ppid   out, may be null: pid of the child, 0 while there is none
