@@ -74,11 +74,22 @@ TEST_F(Monitor, HandlersSetTheirFlagAtOnceAndSpeakLater)
         }
         monp_drainsignals();
         monp_drainsignals();
-        EXPECT_EQ(fmt("trace: catch signal. (type=trn sig=%d)", signal),
-                  journal.only("trace:", { "start - ", "end - " }));
-        EXPECT_EQ(flag == nullptr ? fmt("warning: unknown signal. (type=trn sig=%d)", signal) : "",
-                  journal.only("warning:"));
+        EXPECT_EQ(fmt("trace: start - (type=trn sig=%d); trace: catch signal. (type=trn sig=%d); ", signal, signal) +
+                      (flag == nullptr ? fmt("warning: unknown signal. (type=trn sig=%d); ", signal) : "") +
+                      "trace: end - (type=trn)",
+                  journal.only(""));
     }
+}
+
+TEST_F(Monitor, TheMarkerIsMadeBetweenTheLinesOfItsSignal)
+{
+    break_marker();
+    monp_sighandler1(SIGUSR1);
+    monp_drainsignals();
+    EXPECT_EQ("trace: start - (type=pelkant sig=10); trace: catch signal. (type=pelkant sig=10); "
+              "info: start - (type=pelkant); error: mkdir failed. (dir=/nonexistent/md errno=2); "
+              "info: end - (type=pelkant); trace: end - (type=pelkant)",
+              journal.only(""));
 }
 
 TEST_F(Monitor, AStormOfSignalsLosesLinesOnly)
