@@ -1,7 +1,8 @@
 /*
  * The command line of monpctl.
  */
-#include "commands.h"
+#include "commands/commands.h"
+#include "common/refusal.h"
 
 #include <CLI/CLI.hpp>
 #include <algorithm>

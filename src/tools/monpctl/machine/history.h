@@ -4,9 +4,9 @@
 #ifndef MONPCTL_HISTORY_H
 #define MONPCTL_HISTORY_H
 
-#include "events.h"
-#include "follow.h"
-#include "process.h"
+#include "machine/events.h"
+#include "machine/follow.h"
+#include "machine/process.h"
 
 #include <map>
 #include <memory>

@@ -1,7 +1,7 @@
 /*
  * What is shown of a text.
  */
-#include "text.h"
+#include "common/text.h"
 
 namespace monpctl {
 

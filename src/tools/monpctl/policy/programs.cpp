@@ -1,7 +1,9 @@
 /*
  * Looks at files without opening any but programs, of which the first bytes tell what they are.
  */
-#include "programs.h"
+#include "policy/programs.h"
+
+#include "common/installation.h"
 
 #include <array>
 #include <cerrno>

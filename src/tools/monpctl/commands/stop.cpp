@@ -1,8 +1,9 @@
 /*
  * The command "stop".
  */
-#include "commands.h"
-#include "operate.h"
+#include "commands/commands.h"
+#include "commands/console.h"
+#include "common/installation.h"
 
 #include "monp.h"
 
@@ -50,7 +51,7 @@ bool changed_since(const Process& monitor, const std::string& path)
 bool action_in_doubt(const Process& monitor, const Settings& settings)
 {
     const std::string key = "monp/service/" + settings.type + "/action";
-    const std::string directory = home() + "/etc/policy";
+    const std::string directory = policy_directory();
 
     const bool given = std::any_of(settings.explained.begin(), settings.explained.end(),
                                    [&](const Setting& one) { return one.name == key && one.source == "command line"; });

@@ -1,7 +1,7 @@
 /*
  * Who may operate, and how the commands speak.
  */
-#include "operate.h"
+#include "commands/console.h"
 
 #include <iostream>
 #include <unistd.h>

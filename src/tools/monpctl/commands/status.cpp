@@ -1,9 +1,9 @@
 /*
  * The command "status".
  */
-#include "commands.h"
-#include "monitor.h"
-#include "text.h"
+#include "commands/commands.h"
+#include "common/text.h"
+#include "machine/monitor.h"
 
 #include <algorithm>
 #include <cstdlib>

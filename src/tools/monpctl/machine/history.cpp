@@ -1,9 +1,9 @@
 /*
  * The texts that are looked for here are those of the monitor's own lines.
  */
-#include "history.h"
+#include "machine/history.h"
 
-#include "settings.h"
+#include "common/installation.h"
 
 #include "monp.h"
 
@@ -23,16 +23,6 @@ constexpr std::string_view START_FUNCTION = "monp_create_process_svc";
 constexpr std::string_view ADOPTED = "service process is found. (";
 constexpr std::string_view CAUGHT = "catch signal. (";
 constexpr std::string_view EXIT_SENT = "throw exit signal. (";
-
-std::string log_file()
-{
-    return home() + "/log/monp.log";
-}
-
-std::string events_file()
-{
-    return home() + "/log/monp.events.jsonl";
-}
 
 /*
  * Whether a line is one of these processes, by the text before and behind their number: most lines are not, and there

@@ -2,9 +2,9 @@
  * Where the open file stands among its generations is looked up anew whenever its end is reached, so that any number of
  * rotations may have happened since the last look.
  */
-#include "follow.h"
+#include "machine/follow.h"
 
-#include "commands.h"
+#include "common/refusal.h"
 
 #include <array>
 #include <cerrno>

@@ -4,7 +4,7 @@
 #ifndef MONPCTL_PROGRAMS_H
 #define MONPCTL_PROGRAMS_H
 
-#include "settings.h"
+#include "policy/settings.h"
 
 #include <string>
 

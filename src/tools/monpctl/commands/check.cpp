@@ -1,9 +1,11 @@
 /*
  * The command "check".
  */
-#include "commands.h"
-#include "settings.h"
-#include "text.h"
+#include "commands/commands.h"
+#include "common/installation.h"
+#include "common/refusal.h"
+#include "common/text.h"
+#include "policy/settings.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -67,7 +69,7 @@ int check(const CheckOptions& given)
     }
     const auto types = given.type.empty() ? known_types() : std::vector{ given.type };
     if (types.empty()) {
-        throw Refusal(home() + "/etc/policy has no section of a service");
+        throw Refusal(policy_directory() + " has no section of a service");
     }
     for (const auto& type : types) {
         all.push_back(read_settings(type, given.options));

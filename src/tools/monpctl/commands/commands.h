@@ -5,7 +5,6 @@
 #define MONPCTL_COMMANDS_H
 
 #include <optional>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -20,13 +19,6 @@ enum Exit {
     EXIT_USAGE = 2,  /* the command line is wrong */
     EXIT_DOWN = 3, /* of status and start: the service is not up; of stop: something survived; of reload: no monitor */
     EXIT_UNKNOWN = 4 /* of status: cannot be told */
-};
-
-/*
- * What the command line asks for cannot be done; the text is one sentence for the operator.
- */
-struct Refusal : std::runtime_error {
-    using std::runtime_error::runtime_error;
 };
 
 /*

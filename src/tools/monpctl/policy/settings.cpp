@@ -1,13 +1,13 @@
 /*
  * Which types there are, and what is common to all of their settings.
  */
-#include "settings.h"
+#include "policy/settings.h"
 
-#include "commands.h"
-#include "policy.h"
+#include "common/installation.h"
+#include "common/refusal.h"
+#include "policy/policy.h"
 
 #include "monp_command.h"
-#include "tesk_home.h"
 #include "teskxml_tools.h"
 
 #include <algorithm>
@@ -60,20 +60,6 @@ bool Settings::usable() const
     return errors().empty();
 }
 
-std::string home()
-{
-    const std::string given = tesk_home();
-
-    return given.substr(0, given.find_last_not_of('/') + 1);
-}
-
-bool same_home(const std::string& value)
-{
-    std::error_code error;
-
-    return fs::weakly_canonical(tesk_home_of(value.c_str()), error) == fs::weakly_canonical(tesk_home(), error);
-}
-
 std::string action_text(int action)
 {
     switch (action) {
@@ -97,7 +83,7 @@ std::vector<std::string> known_types()
     std::vector<std::string> types;
     std::error_code error;
 
-    for (const auto& entry : fs::directory_iterator(home() + "/etc/policy", error)) {
+    for (const auto& entry : fs::directory_iterator(policy_directory(), error)) {
         const std::string name = entry.path().stem();
         const bool section =
             entry.path().extension() == ".xml" && name.size() <= TESKXML_MAX_NAME &&

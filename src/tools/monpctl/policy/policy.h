@@ -6,7 +6,7 @@
 #define MONPCTL_POLICY_H
 
 #include "monp_polkey.h"
-#include "settings.h"
+#include "policy/settings.h"
 
 #include <map>
 #include <set>
@@ -15,11 +15,6 @@
 #include <vector>
 
 namespace monpctl {
-
-/*
- * File of a section, or of the configuration if the name is empty.
- */
-std::string policy_file(const std::string& section);
 
 /*
  * A value that is loaded, and where it stands.

@@ -1,7 +1,7 @@
 /*
  * /proc and pidfds. What a process means to us is monitor.cpp's business.
  */
-#include "process.h"
+#include "machine/process.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -2,12 +2,12 @@
  * The settings of one monitor, formed by the monitor's own code in the monitor's own records, which this program has to
  * itself.
  */
-#include "settings.h"
+#include "policy/settings.h"
 
-#include "monitor_log.h"
-#include "policy.h"
-#include "programs.h"
-#include "text.h"
+#include "common/text.h"
+#include "policy/monitor_log.h"
+#include "policy/policy.h"
+#include "policy/programs.h"
 
 #include "monp_command.h"
 #include "monp_mdfile.h"

@@ -1,26 +1,16 @@
 /*
- * Reading of the events file, and the command "events".
+ * Reading of the events file.
  */
-#include "events.h"
+#include "machine/events.h"
 
-#include "commands.h"
-#include "follow.h"
-#include "settings.h"
-#include "text.h"
+#include "policy/settings.h"
 
 #include <algorithm>
-#include <iomanip>
-#include <iostream>
 #include <nlohmann/json.hpp>
 
 namespace monpctl {
 
 namespace {
-
-std::filesystem::path events_file()
-{
-    return home() + "/log/monp.events.jsonl";
-}
 
 std::string text_member(const nlohmann::json& object, const char* key)
 {
@@ -34,12 +24,6 @@ std::optional<int> number_member(const nlohmann::json& object, const char* key)
     const auto found = object.find(key);
 
     return found != object.end() && found->is_number_integer() ? std::optional(found->get<int>()) : std::nullopt;
-}
-
-void print(const Event& event)
-{
-    std::cout << printable(event.time) << ' ' << std::left << std::setw(8) << printable(event.severity) << ' '
-              << std::setw(18) << printable(event.name) << ' ' << printable(event.text) << '\n';
 }
 
 } // namespace
@@ -84,23 +68,6 @@ std::optional<Event> EventReader::read(const std::string& line)
         return {};
     }
     return event;
-}
-
-int events(const EventsOptions& given)
-{
-    if (!given.type.empty()) {
-        require_known(given.type);
-    }
-    EventReader reader(given.type);
-
-    for_each_line(events_file(), true, given.follow, false, [&](const std::string& line) {
-        if (const auto event = reader.read(line); event && given.json) {
-            std::cout << event->line << '\n';
-        } else if (event) {
-            print(*event);
-        }
-    });
-    return 0;
 }
 
 } // namespace monpctl

@@ -54,16 +54,6 @@ struct Settings {
 };
 
 /*
- * Directory of the configuration and the logs, without a "/" at its end, as the policy library has it.
- */
-std::string home();
-
-/*
- * Whether a process that was started with this value of TESK_HOME, empty if with none, has the same home directory.
- */
-bool same_home(const std::string& value);
-
-/*
  * What the monitor does for an action, as words for a sentence; for any other number that it is unknown.
  */
 std::string action_text(int action);

@@ -1,7 +1,7 @@
 /*
  * The three operations of the log library. The monitor's code calls them wherever it refuses something.
  */
-#include "monitor_log.h"
+#include "policy/monitor_log.h"
 
 #include "tesklog.h"
 

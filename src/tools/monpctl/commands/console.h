@@ -4,7 +4,7 @@
 #ifndef MONPCTL_OPERATE_H
 #define MONPCTL_OPERATE_H
 
-#include "monitor.h"
+#include "machine/monitor.h"
 
 #include <string>
 #include <vector>

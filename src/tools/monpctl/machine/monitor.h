@@ -4,9 +4,9 @@
 #ifndef MONPCTL_MONITOR_H
 #define MONPCTL_MONITOR_H
 
-#include "history.h"
-#include "process.h"
-#include "settings.h"
+#include "machine/history.h"
+#include "machine/process.h"
+#include "policy/settings.h"
 
 #include <map>
 #include <optional>
@@ -109,11 +109,6 @@ private:
  * when its section was moved away.
  */
 void require_known_or_running(const std::string& type);
-
-/*
- * The path of the monitor's program: the one beside this program.
- */
-std::string monitor_program();
 
 } // namespace monpctl
 

@@ -1,9 +1,10 @@
 /*
  * Finding the monitors and telling their states.
  */
-#include "monitor.h"
+#include "machine/monitor.h"
 
-#include "monitor_log.h"
+#include "common/installation.h"
+#include "policy/monitor_log.h"
 
 #include "monp.h"
 #include "tesk_home.h"
@@ -314,11 +315,6 @@ const char* word(State state)
                                              "ending",   "unknown", "dead",    "stopped" };
 
     return WORDS[static_cast<size_t>(state)];
-}
-
-std::string monitor_program()
-{
-    return fs::read_symlink("/proc/self/exe").replace_filename("monp").string();
 }
 
 void require_known_or_running(const std::string& type)

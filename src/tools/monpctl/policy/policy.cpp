@@ -2,10 +2,11 @@
  * Loading and reading. Which keys there are, what a missing one leads to and which value takes its place is the
  * monitor's to decide: each row is read by its own code, and only then compared with what the file says.
  */
-#include "policy.h"
+#include "policy/policy.h"
 
-#include "monitor_log.h"
-#include "programs.h"
+#include "common/installation.h"
+#include "policy/monitor_log.h"
+#include "policy/programs.h"
 #include "teskxml_tools.h"
 
 #include <array>
@@ -105,11 +106,6 @@ std::string consequence_of(const MONP_POLKEY& row, const std::string& ends, cons
 }
 
 } // namespace
-
-std::string policy_file(const std::string& section)
-{
-    return home() + (section.empty() ? "/etc/config.xml" : "/etc/policy/" + section + ".xml");
-}
 
 std::string key_of(const MONP_POLKEY& row, const std::string& section, const std::string& type)
 {

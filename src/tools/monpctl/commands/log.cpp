@@ -3,9 +3,11 @@
  * that its process has named: "(type=NAME" in most lines tells it, with the type's name on the command line or in its
  * section. What a process wrote before it named one is held back until then.
  */
-#include "commands.h"
-#include "follow.h"
-#include "settings.h"
+#include "commands/commands.h"
+#include "common/installation.h"
+#include "common/refusal.h"
+#include "machine/follow.h"
+#include "policy/settings.h"
 
 #include <algorithm>
 #include <array>
@@ -138,8 +140,7 @@ int log(const LogOptions& given)
     }
     Filter filter(given);
 
-    for_each_line(home() + "/log/monp.log", false, given.follow, true,
-                  [&](const std::string& line) { filter.take(line); });
+    for_each_line(log_file(), false, given.follow, true, [&](const std::string& line) { filter.take(line); });
     return 0;
 }
 

@@ -1,8 +1,8 @@
 /*
  * The command "reload".
  */
-#include "commands.h"
-#include "operate.h"
+#include "commands/commands.h"
+#include "commands/console.h"
 
 #include <csignal>
 

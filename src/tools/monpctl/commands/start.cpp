@@ -1,8 +1,9 @@
 /*
  * The command "start": one monitor, in surroundings that are the same from a terminal, a job or another service.
  */
-#include "commands.h"
-#include "operate.h"
+#include "commands/commands.h"
+#include "commands/console.h"
+#include "common/installation.h"
 
 #include <array>
 #include <cerrno>

@@ -1,0 +1,50 @@
+#include "common/installation.h"
+
+#include "tesk_home.h"
+
+#include <filesystem>
+
+namespace fs = std::filesystem;
+
+namespace monpctl {
+
+std::string home()
+{
+    const std::string given = tesk_home();
+
+    return given.substr(0, given.find_last_not_of('/') + 1);
+}
+
+bool same_home(const std::string& value)
+{
+    std::error_code error;
+
+    return fs::weakly_canonical(tesk_home_of(value.c_str()), error) == fs::weakly_canonical(tesk_home(), error);
+}
+
+std::string policy_directory()
+{
+    return home() + "/etc/policy";
+}
+
+std::string policy_file(const std::string& section)
+{
+    return section.empty() ? home() + "/etc/config.xml" : policy_directory() + '/' + section + ".xml";
+}
+
+std::string log_file()
+{
+    return home() + "/log/monp.log";
+}
+
+std::string events_file()
+{
+    return home() + "/log/monp.events.jsonl";
+}
+
+std::string monitor_program()
+{
+    return fs::read_symlink("/proc/self/exe").replace_filename("monp").string();
+}
+
+} // namespace monpctl
