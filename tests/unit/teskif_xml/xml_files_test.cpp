@@ -32,9 +32,9 @@ TEST_F(XmlHome, RefusesWhatOthersCouldHaveWritten)
         setenv("T", target.c_str(), 1);
         for (const auto& [command, code] : tamperings) {
             ASSERT_EQ(0, system(command));
-            EXPECT_EQ(code, word(xmllib_load_policy("all"))) << command << ": " << teskxml_lasterror();
+            EXPECT_EQ(code, word(xmllib_load_policy("all"))) << command << ": " << failure();
             EXPECT_EQ(code == "OK", !loaded().empty());
-            EXPECT_TRUE(code == "OK" || told(": " + target + " ")) << teskxml_lasterror();
+            EXPECT_TRUE(code == "OK" || told(": " + target + " ")) << failure();
             xmllib_unload_policy("all");
             ASSERT_EQ(0, system(undo));
         }
@@ -66,7 +66,7 @@ TEST_F(XmlHome, TakesConfigurationsByPathFromTrustedPlacesOnly)
         EXPECT_EQ(code == "OK", handle != nullptr) << path;
     }
     EXPECT_EQ(0, inheritable);
-    EXPECT_STREQ("/: a \"/\" in the path has no name behind it", teskxml_lasterror());
+    EXPECT_EQ("/: a \"/\" in the path has no name behind it", failure());
     fs::remove_all(beside);
 }
 

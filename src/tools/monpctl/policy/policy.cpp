@@ -119,7 +119,7 @@ Policy::Policy(Settings& result, const std::string& type) : result_(result), typ
 {
     open_ = xmllib_init("monpctl") == 0;
     if (!open_) {
-        result_.problems.push_back({ home(), Severity::error, std::string(teskxml_lasterror()) });
+        result_.problems.push_back({ home(), Severity::error, teskxml_lastfailure().sentence });
     }
 }
 
@@ -135,33 +135,31 @@ Policy::~Policy()
 }
 
 /*
- * The library's sentence about its last failure; it leads with the place, of which a column is left out.
+ * The library's last failure, at the place that it names, or else at the file.
  */
 void Policy::report(const std::string& file, Severity severity, const std::string& consequence)
 {
-    std::string text = teskxml_lasterror();
-    std::string where = file;
+    const TESKXML_FAILURE failure = teskxml_lastfailure();
+    const std::string where = *failure.file != '\0' ? original(failure.file) : file;
+    std::string text = original(failure.sentence);
 
-    if (!copies_.empty() && text.starts_with(copies_)) {
-        text.replace(0, copies_.size(), home() + "/etc");
-    }
-    if (text.starts_with(file + ':')) {
-        int line = 0;
-        int column = 0;
-        int length = 0;
-        text.erase(0, file.size() + 1);
-        if (std::sscanf(text.c_str(), "%d:%d:%n", &line, &column, &length) == 2 && length > 0) {
-            where += ':' + std::to_string(line);
-            text.erase(0, static_cast<size_t>(length));
-        }
-        text.erase(0, text.find_first_not_of(' '));
-    }
-    if (text.starts_with(file + ' ')) {
-        text.replace(0, file.size(), "it");
+    if (text.starts_with(where + ' ')) {
+        text.replace(0, where.size(), "it");
     } else if (text.starts_with(ROOT)) {
         text = name_of(text);
     }
-    result_.problems.push_back({ where, severity, text + "; " + consequence });
+    result_.problems.push_back(
+        { failure.line > 0 ? where + ':' + std::to_string(failure.line) : where, severity, text + "; " + consequence });
+}
+
+/*
+ * A text in which a copy's path reads as the path of the file that it is a copy of.
+ */
+std::string Policy::original(std::string text) const
+{
+    const auto at = copies_.empty() ? std::string::npos : text.find(copies_ + '/');
+
+    return at == std::string::npos ? text : text.replace(at, copies_.size(), home() + "/etc");
 }
 
 bool Policy::load(const std::string& section, Severity severity, const std::string& consequence)
@@ -215,9 +213,7 @@ void Policy::note_values()
 {
     teskxml_walk(note_value, &values_);
     for (auto& [key, found] : values_) {
-        if (!copies_.empty() && found.file.starts_with(copies_)) {
-            found.file.replace(0, copies_.size(), home() + "/etc");
-        }
+        found.file = original(found.file);
     }
 }
 

@@ -77,6 +77,7 @@ private:
     std::string read_key(const MONP_POLKEY& row, const std::string& key, const std::string& section, void* record,
                          Severity worst, const std::string& ends);
     void report(const std::string& file, Severity severity, const std::string& consequence);
+    [[nodiscard]] std::string original(std::string text) const;
     int load_copy(const std::string& file);
     void note_values();
 
