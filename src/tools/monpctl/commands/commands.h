@@ -1,8 +1,12 @@
 /*
- * The commands of monpctl, one declaration each. main.cpp turns the command line into the calls.
+ * The commands of monpctl, one declaration each. command_line.cpp turns the command line into the calls.
+ *
+ * A command throws a Refusal for a type that is not known, or any other mistake of its command line.
  */
-#ifndef MONPCTL_COMMANDS_H
-#define MONPCTL_COMMANDS_H
+#ifndef MONPCTL_COMMANDS_COMMANDS_H
+#define MONPCTL_COMMANDS_COMMANDS_H
+
+#include "commands/exit.h"
 
 #include <optional>
 #include <string>
@@ -11,94 +15,102 @@
 namespace monpctl {
 
 /*
- * Exit statuses.
+ * The types that a command changes something of. One of the two is required.
  */
-enum Exit {
-    EXIT_DONE = 0,   /* done; of status: running */
-    EXIT_FAILED = 1, /* not done, or a check found what would end a monitor; of status: dead, its lock file was left */
-    EXIT_USAGE = 2,  /* the command line is wrong */
-    EXIT_DOWN = 3, /* of status and start: the service is not up; of stop: something survived; of reload: no monitor */
-    EXIT_UNKNOWN = 4 /* of status: cannot be told */
+struct TypeChoice {
+    std::vector<std::string> types;
+    bool all = false; /* every type that the policy has an entry for */
 };
 
 /*
- * Prints every problem of the policy of one type, or of all types if it is empty.
- *   explain  every setting that a monitor would run with, too
- *   options  of the monitor's command line; they need a type
- * Result: 0, or 1 when a monitor would end on one of the problems.
+ * Prints every problem of the policy of some types, or of all types if none is given, and of the log.
+ * Result: EXIT_DONE, or EXIT_FAILED when a monitor of one of the types would end on a problem.
  */
 struct CheckOptions {
-    std::string type;
-    bool explain = false;
-    std::vector<std::string> options;
-};
-int check(const CheckOptions& given);
-
-/*
- * Print the events file or the log, of one type, or of all monitors if it is empty, and go on as they grow.
- *   json   events as they stand in the file
- *   level  word of the least severe level to print; empty: all
- * Result: 0; with `follow` they do not return.
- */
-struct EventsOptions {
-    std::string type;
-    bool follow = false;
+    std::vector<std::string> types;
+    bool explain = false; /* every setting that a monitor would run with, too */
     bool json = false;
+    std::vector<std::string> options; /* of the monitor's command line; they need one type */
 };
-int events(const EventsOptions& given);
-
-struct LogOptions {
-    std::string type;
-    bool follow = false;
-    std::string level;
-};
-int log(const LogOptions& given);
+Exit check(const CheckOptions& given);
 
 /*
- * Prints what the monitors do, as a table or as JSON; of one type, or all monitors and those that have died.
- * Result: EXIT_DONE, EXIT_FAILED, EXIT_DOWN or EXIT_UNKNOWN; of several the worst, EXIT_UNKNOWN being worse than
- * EXIT_FAILED and that worse than EXIT_DOWN.
+ * Print the events, or the log, of some types, or of all monitors if none is given, from the oldest generation on; with
+ * `follow` they go on as the files grow, and do not return.
+ * Result: EXIT_DONE, or EXIT_FAILED when a file is missing or cannot be read.
+ */
+struct HistoryOptions {
+    std::vector<std::string> types;
+    bool follow = false;
+    std::optional<size_t> lines; /* the last so many only */
+    std::string since;           /* times as for parse_moment; empty: no limit */
+    std::string until;
+    bool full = false; /* whole lines, as they stand in the file */
+    bool json = false; /* one object a line; of events, as they stand in the file */
+};
+Exit events(const HistoryOptions& given);
+
+struct LogOptions : HistoryOptions {
+    std::string level; /* word of the least severe level to print; empty: all */
+};
+Exit log(const LogOptions& given);
+
+/*
+ * Prints the states of some types, or of all types if none is given.
+ * Result: EXIT_DONE if all run, else the worst of EXIT_DOWN, EXIT_FAILED and EXIT_UNKNOWN.
  */
 struct StatusOptions {
-    std::string type;
+    std::vector<std::string> types;
     bool json = false;
+    std::vector<std::string> fields; /* one line a type with these only; empty: the table */
+    bool watch = false;              /* again and again, until the terminal's user ends it */
 };
-int status(const StatusOptions& given);
+Exit status(const StatusOptions& given);
 
 /*
- * Starts a monitor, or has a waiting one start its service, and waits until the service is up or will not be.
- *   wait     seconds at most; without a value as many as the policy grants the service, and some
- *   options  of the monitor's command line
- * Result: EXIT_DONE, EXIT_FAILED for a policy or options that no monitor would run with, or EXIT_DOWN.
+ * Starts monitors, or has waiting ones start their services, one after the other, and waits until each service is up or
+ * will not be.
+ * Result: EXIT_DONE, EXIT_FAILED for a policy or options that no monitor would run with, or for a service that runs
+ * already and cannot be adopted, or EXIT_DOWN; of several the worst.
  */
 struct StartOptions {
-    std::string type;
-    std::optional<int> wait;
-    std::vector<std::string> options;
+    TypeChoice choice;
+    std::optional<int> wait;          /* seconds; without a value as many as the policy grants the service, and some */
+    bool second_copy = false;         /* start the service beside one that cannot be adopted */
+    std::vector<std::string> options; /* of the monitor's command line; they need one type */
 };
-int start(const StartOptions& given);
+Exit start(const StartOptions& given);
 
 /*
- * Ends a monitor and its service.
- *   wait  seconds at most; without a value as many as the policy grants the service, and some
- *   yes   do not ask when that may halt or reboot the node
- * Result: EXIT_DONE, also if there was none, EXIT_FAILED when it was refused, or EXIT_DOWN.
+ * Ends monitors and their services, one after the other, the last of the policy's entries first.
+ * Result: EXIT_DONE, also if there was none, EXIT_FAILED when one was refused, or EXIT_DOWN; of several the worst.
  */
 struct StopOptions {
-    std::string type;
-    std::optional<int> wait;
-    bool yes = false;
+    TypeChoice choice;
+    std::optional<int> wait;       /* seconds; without a value as many as the policy grants the service, and some */
+    std::optional<int> kill_after; /* seconds until what is left is killed, the monitor first */
+    bool yes = false;              /* do not ask when that may halt or reboot the node */
 };
-int stop(const StopOptions& given);
+Exit stop(const StopOptions& given);
 
 /*
- * Has a monitor read its policy again, if that is one it can run with.
- * Result: EXIT_DONE, EXIT_FAILED when it was refused or the monitor has ended on it, or EXIT_DOWN.
+ * Stops types and then starts them, with new monitors. One that could not be stopped is not started.
+ */
+struct RestartOptions {
+    StopOptions stop;
+    std::vector<std::string> options; /* of the monitor's command line; they need one type */
+};
+Exit restart(const RestartOptions& given);
+
+/*
+ * Has monitors read their policy again, if that is one they can run with.
+ * Result: EXIT_DONE, EXIT_FAILED when it was refused or the monitor has ended on it, or EXIT_DOWN without a monitor; of
+ * several the worst.
  */
 struct ReloadOptions {
-    std::string type;
+    TypeChoice choice;
 };
-int reload(const ReloadOptions& given);
+Exit reload(const ReloadOptions& given);
 
 } // namespace monpctl
 

@@ -1,43 +1,61 @@
 /*
  * The command "events".
  */
-#include "machine/events.h"
 #include "commands/commands.h"
+#include "commands/history_window.h"
 #include "common/installation.h"
 #include "common/text.h"
-#include "machine/follow.h"
-#include "policy/settings.h"
+#include "machine/event_log.h"
+#include "machine/observer.h"
+#include "policy/service_types.h"
 
-#include <iomanip>
-#include <iostream>
+#include <algorithm>
+#include <fmt/format.h>
 
 namespace monpctl {
 
 namespace {
 
-void print(const Event& event)
+std::string event_line(const EventSummary& event, const HistoryOptions& given)
 {
-    std::cout << printable(event.time) << ' ' << std::left << std::setw(8) << printable(event.severity) << ' '
-              << std::setw(18) << printable(event.name) << ' ' << printable(event.text) << '\n';
+    if (given.json || given.full) {
+        return event.line;
+    }
+    const auto time = parse_time(event.time);
+    return fmt::format("{} {:8} {:10} {}", time ? time_text(*time, "%F %T") : printable(event.time),
+                       printable(event.severity), printable(event.type), printable(event.text));
+}
+
+std::vector<std::string> names_of_types(const std::vector<std::string>& types)
+{
+    std::vector<std::string> names;
+
+    for (const auto& type : types) {
+        const auto own = names_of(type);
+        names.insert(names.end(), own.begin(), own.end());
+    }
+    return names;
 }
 
 } // namespace
 
-int events(const EventsOptions& given)
+Exit events(const HistoryOptions& given)
 {
-    if (!given.type.empty()) {
-        require_known(given.type);
-    }
-    EventReader reader(given.type);
+    std::ranges::for_each(given.types, require_known_or_running);
+    const auto names = names_of_types(given.types);
+    HistoryWindow window(given);
+    EventReader reader("");
 
-    for_each_line(events_file(), true, given.follow, false, [&](const std::string& line) {
-        if (const auto event = reader.read(line); event && given.json) {
-            std::cout << event->line << '\n';
-        } else if (event) {
-            print(*event);
-        }
-    });
-    return 0;
+    print_history({ .path = events_file(), .follow = given.follow, .may_be_missing = true }, window,
+                  [&](const std::string& line) {
+                      const auto event = reader.read(line);
+                      const bool wanted =
+                          event && (names.empty() || std::ranges::find(names, event->type) != names.end());
+                      if (wanted && window.contains(parse_time(event->time))) {
+                          window.print(event_line(*event, given));
+                      }
+                  });
+    return EXIT_DONE;
 }
 
 } // namespace monpctl

@@ -1,147 +1,89 @@
 /*
- * The command "log". All monitors share one log, and only some lines name a service, so a line belongs to the service
- * that its process has named: "(type=NAME" in most lines tells it, with the type's name on the command line or in its
- * section. What a process wrote before it named one is held back until then.
+ * The command "log".
  */
 #include "commands/commands.h"
+#include "commands/history_window.h"
+#include "commands/log_filter.h"
 #include "common/installation.h"
+#include "common/log_level.h"
 #include "common/refusal.h"
-#include "machine/follow.h"
-#include "policy/settings.h"
+#include "common/suggestion.h"
+#include "common/text.h"
+#include "machine/observer.h"
 
 #include <algorithm>
-#include <array>
-#include <iostream>
-#include <map>
-#include <sstream>
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
 
 namespace monpctl {
 
 namespace {
 
-/* The words of monp-log(5), the most severe first; events are kept at every level. */
-constexpr std::array LEVELS = { "event", "error", "warning", "info", "trace", "detail" };
-
-size_t rank_of(const std::string& level)
+size_t rank_of_option(const std::string& level)
 {
-    return static_cast<size_t>(std::find(LEVELS.begin(), LEVELS.end(), level) - LEVELS.begin());
+    const auto words = log_level_words();
+
+    if (level.empty()) {
+        return words.size();
+    }
+    if (const auto rank = log_level_rank(level)) {
+        return *rank;
+    }
+    throw Refusal(
+        fmt::format("'{}' is not a level{}: there are {}", level, did_you_mean(level, words), fmt::join(words, ", ")));
 }
 
-/* Of a process that does not name a service. */
-constexpr size_t HELD_LINES = 200;
-
-class Filter {
-public:
-    explicit Filter(const LogOptions& given);
-    void take(const std::string& line);
-
-private:
-    /* What is known of a process, and what it wrote before anything was. */
-    enum class Owner { unknown, ours, other };
-    struct Process {
-        Owner owner = Owner::unknown;
-        std::vector<std::string> held;
+std::string json_line(const LogLine& line, const std::string& type)
+{
+    const nlohmann::json object = {
+        { "time", line.time },     { "type", type.empty() ? nlohmann::json() : nlohmann::json(type) },
+        { "level", line.level },   { "pid", line.pid },
+        { "thread", line.thread }, { "ident", line.ident },
+        { "source", line.source }, { "function", line.function },
+        { "text", line.text }
     };
-    Process& process_of(const std::string& number, const std::string& line);
 
-    std::vector<std::string> names_;  /* of the service; empty: every service */
-    std::vector<std::string> others_; /* of the other services */
-    size_t rank_;                     /* of the least severe level */
-    std::map<std::string, Process> processes_;
-};
+    return object.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+}
 
-Filter::Filter(const LogOptions& given) : rank_(rank_of(given.level.empty() ? LEVELS.back() : given.level))
+std::string short_line(const LogLine& line, const std::string& type)
 {
-    if (given.type.empty()) {
-        return;
-    }
-    names_ = names_of(given.type);
-    for (const auto& type : known_types()) {
-        const auto names = type == given.type ? std::vector<std::string>() : names_of(type);
-        others_.insert(others_.end(), names.begin(), names.end());
-    }
+    const auto time = parse_time(line.time);
+
+    return fmt::format("{} {:7} {:8} {}", time ? time_text(*time, "%F %T") : printable(std::string(line.time)),
+                       line.level, type.empty() ? "-" : type, printable(std::string(line.text)));
 }
 
 /*
- * The name behind the first "(type=" of a text; empty without one.
+ * A line that is not a record, such as one that a full disk has cut, has no level and no time: it is shown only where
+ * nothing is left out.
  */
-std::string named_type(const std::string& text)
+void print_part(const std::string& line, const LogOptions& given, size_t rank, HistoryWindow& window)
 {
-    constexpr std::string_view MARK = "(type=";
-    const auto mark = text.find(MARK);
-
-    if (mark == std::string::npos) {
-        return "";
-    }
-    const auto begin = mark + MARK.size();
-    return text.substr(begin, text.find_first_of(" )", begin) - begin);
-}
-
-/*
- * The process of a line, which may tell whose it is.
- */
-Filter::Process& Filter::process_of(const std::string& number, const std::string& line)
-{
-    const std::string name = named_type(line);
-    const auto is_in = [&](const auto& names) { return std::find(names.begin(), names.end(), name) != names.end(); };
-
-    if (line.ends_with("****** Start Process Monitor ******")) {
-        processes_.erase(number); /* it is used again */
-    }
-    Process& process = processes_[number];
-    if (is_in(names_)) {
-        process.owner = Owner::ours;
-    } else if (is_in(others_)) {
-        process.owner = Owner::other;
-    }
-    return process;
-}
-
-void Filter::take(const std::string& line)
-{
-    std::istringstream words(line);
-    std::string time;
-    std::string level;
-    std::string number;
-
-    words >> time >> level >> number; /* the last with the thread behind a slash */
-    const bool kept = rank_of(level) <= rank_;
-    if (names_.empty()) {
-        /* What is no record, such as one that a full disk has cut, has no level that it could be left out for. */
-        if (kept || rank_ == LEVELS.size() - 1) {
-            std::cout << line << '\n';
-        }
-        return;
-    }
-    if (rank_of(level) == LEVELS.size()) {
-        return;
-    }
-    Process& process = process_of(number.substr(0, number.find('/')), line);
-    if (kept && process.held.size() < HELD_LINES) {
-        process.held.push_back(line);
-    }
-    if (process.owner == Owner::ours) {
-        std::for_each(process.held.begin(), process.held.end(), [](const auto& held) { std::cout << held << '\n'; });
-    }
-    if (process.owner != Owner::unknown) {
-        process.held.clear();
+    if (!given.json && rank == log_level_words().size() && window.contains({})) {
+        window.print(given.full ? line : printable(line));
     }
 }
 
 } // namespace
 
-int log(const LogOptions& given)
+Exit log(const LogOptions& given)
 {
-    if (!given.type.empty()) {
-        require_known(given.type);
-    }
-    if (!given.level.empty() && rank_of(given.level) == LEVELS.size()) {
-        throw Refusal("'" + given.level + "' is no level; there are event, error, warning, info, trace and detail");
-    }
-    Filter filter(given);
+    std::ranges::for_each(given.types, require_known_or_running);
+    const size_t rank = rank_of_option(given.level);
+    HistoryWindow window(given);
+    LogFilter filter(
+        given.types, [&](const std::string& line, const std::optional<LogLine>& parsed, const std::string& type) {
+            if (!parsed) {
+                print_part(line, given, rank, window);
+            } else if (log_level_rank(parsed->level).value_or(0) <= rank && window.contains(parse_time(parsed->time))) {
+                window.print(given.json ? json_line(*parsed, type) : given.full ? line : short_line(*parsed, type));
+            }
+        });
 
-    for_each_line(log_file(), false, given.follow, true, [&](const std::string& line) { filter.take(line); });
-    return 0;
+    print_history({ .path = log_file(), .follow = given.follow }, window,
+                  [&](const std::string& line) { filter.take(line); });
+    return EXIT_DONE;
 }
 
 } // namespace monpctl

@@ -3,6 +3,10 @@
  */
 #include "commands/commands.h"
 #include "commands/console.h"
+#include "commands/type_choice.h"
+#include "machine/log_history.h"
+#include "machine/observer.h"
+#include "machine/pidfd_handle.h"
 
 #include <csignal>
 
@@ -10,70 +14,72 @@ namespace monpctl {
 
 namespace {
 
-/* In which a waiting monitor has read its policy, or ended on it. */
+/* A waiting monitor has read its policy within this time, or ended on it. */
 constexpr auto RELOAD_LIMIT = std::chrono::milliseconds(2500);
 
 /*
- * What a monitor that waits makes of a reload that succeeds.
+ * The effect of a reload that succeeds on a monitor that waits.
  */
-std::string outlook(const Report& report)
+std::string outlook(const TypeStatus& status)
 {
-    if (report.monitor->no_start) {
+    if (status.monitor->no_start) {
         return "the policy is read; the service is not started, as the monitor was started with -n";
     }
-    if (report.settings.held_back) {
+    if (status.settings.held_back) {
         return "the policy is read; it holds the service back";
     }
-    return "the policy is read, and the service is being started, as nothing speaks against it";
+    return "the policy is read, and the service is being started";
 }
 
-int reload_one(const Report& report)
+Exit reload_monitor(const TypeStatus& status)
 {
     const Time begun = std::chrono::system_clock::now();
-    const Handle monitor(report.monitor->process);
-    const auto errors = report.settings.errors(true);
+    const PidfdHandle monitor(status.monitor->process);
+    const auto errors = status.settings.errors(true);
 
     if (!errors.empty()) {
         show_problems(errors);
-        complain(report.type, "not reloaded, as the monitor would end on its policy when it waits");
+        complain(status.type, "not reloaded, as the monitor would end on its policy when it waits");
         return EXIT_FAILED;
     }
-    if (!report.monitor->set_up) {
-        complain(report.type, "not reloaded, as the monitor is still setting itself up; it has just read its policy");
+    if (!status.monitor->set_up) {
+        complain(status.type, "not reloaded, as the monitor is still setting itself up; it has just read its policy");
         return EXIT_FAILED;
     }
-    if (!monitor.signal(SIGHUP) || (report.state == State::waiting && monitor.ended(RELOAD_LIMIT))) {
-        complain(report.type, "the monitor has ended");
-        show_lines(telling_lines(begun, { report.monitor->process.pid }));
+    if (!monitor.signal(SIGHUP) || (status.state == State::waiting && monitor.ended(RELOAD_LIMIT))) {
+        complain(status.type, "the monitor has ended");
+        show_lines(telling_lines(begun, { status.monitor->process.pid }));
         return EXIT_FAILED;
     }
-    say(report.type, report.state == State::waiting
-                         ? outlook(report)
+    say(status.type, status.state == State::waiting
+                         ? outlook(status)
                          : "the policy is read when the monitor next waits, which is after a failed start; until then "
                            "the service runs as it is");
-    say(report.type, "a reload does not change the service's program, arguments and environment, the recovery action, "
-                     "the restart limit, the wait time, the lock file and the log; for these, stop and start");
+    say(status.type, "a reload does not change the service's program, arguments and environment, the recovery action, "
+                     "the restart limit, the wait time, the lock file and the log; for these, restart");
     return EXIT_DONE;
+}
+
+Exit reload_one(const std::string& type)
+{
+    Exit result = EXIT_DONE;
+
+    for (const auto& status : Observer().look({ type })) {
+        if (!status.monitor) {
+            complain(type, "no monitor runs");
+            return EXIT_DOWN;
+        }
+        result = worse(result, reload_monitor(status));
+    }
+    return result;
 }
 
 } // namespace
 
-int reload(const ReloadOptions& given)
+Exit reload(const ReloadOptions& given)
 {
-    int result = EXIT_DONE;
-
     require_root();
-    require_known_or_running(given.type);
-    for (const auto& report : Observer().look(given.type)) {
-        if (!report.monitor) {
-            complain(given.type, "no monitor runs");
-            return EXIT_DOWN;
-        }
-        if (const int one = reload_one(report); one != EXIT_DONE) {
-            result = one;
-        }
-    }
-    return result;
+    return for_each_type(chosen_types(given.choice, Taken::known_or_running), reload_one);
 }
 
 } // namespace monpctl

@@ -1,178 +1,61 @@
 /*
- * The command "start": one monitor, in surroundings that are the same from a terminal, a job or another service.
+ * The command "start".
  */
+#include "commands/start.h"
+
 #include "commands/commands.h"
 #include "commands/console.h"
+#include "commands/launch.h"
+#include "commands/type_choice.h"
 #include "common/installation.h"
+#include "common/refusal.h"
+#include "machine/adoption.h"
+#include "machine/log_history.h"
+#include "machine/observer.h"
+#include "machine/pidfd_handle.h"
 
-#include <array>
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
-#include <cstring>
-#include <fcntl.h>
-#include <filesystem>
-#include <spawn.h>
-#include <sys/file.h>
+#include <fmt/format.h>
+#include <iterator>
 #include <sys/stat.h>
 #include <sys/wait.h>
-#include <system_error>
 #include <thread>
 #include <unistd.h>
-
-namespace fs = std::filesystem;
 
 namespace monpctl {
 
 namespace {
 
-/* Added to what the policy grants the service until it reports. */
+/* Added to the time that the policy grants the service until it reports. */
 constexpr int SPARE_SECONDS = 10;
 
-/* In which a waiting monitor acts on a start request, unless it must not. */
+/* A waiting monitor acts on a start request within this time, unless it must not. */
 constexpr auto REQUEST_LIMIT = std::chrono::seconds(5);
 
-[[noreturn]] void fail(int error, const std::string& what)
-{
-    throw std::system_error(error, std::generic_category(), what);
-}
-
 /*
- * Held by one start of a type at a time. The file stays: who removed it would leave two starts with a lock each.
- */
-class StartLock {
-public:
-    StartLock(const std::string& type, Clock::time_point limit);
-    ~StartLock();
-    StartLock(const StartLock&) = delete;
-    StartLock& operator=(const StartLock&) = delete;
-
-private:
-    int fd_;
-};
-
-StartLock::StartLock(const std::string& type, Clock::time_point limit)
-{
-    const fs::path file = fs::path(home()) / "run" / ("monpctl." + type + ".lock");
-
-    fs::create_directory(file.parent_path());
-    fd_ = open(file.c_str(), O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
-    if (fd_ < 0) {
-        fail(errno, file.string());
-    }
-    while (flock(fd_, LOCK_EX | LOCK_NB) != 0) {
-        if (errno != EWOULDBLOCK || Clock::now() > limit) {
-            const int error = errno;
-            close(fd_);
-            fail(error, "another start of " + type + " goes on, " + file.string());
-        }
-        std::this_thread::sleep_for(LOOK_PAUSE);
-    }
-}
-
-StartLock::~StartLock()
-{
-    close(fd_);
-}
-
-/*
- * The monitor's lock file is its launcher's to make; the monitor only removes it.
- * Result: whether it is a new one.
- */
-bool make_lock_file(const Settings& settings)
-{
-    if (settings.lock_file.empty()) {
-        return false;
-    }
-    const int fd = open(settings.lock_file.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
-    if (fd < 0 && errno != EEXIST) {
-        complain(settings.type,
-                 "warning: the lock file " + settings.lock_file + " cannot be made: " + std::strerror(errno));
-    }
-    return fd >= 0 && close(fd) == 0;
-}
-
-/*
- * The attributes and file actions of a spawn, which have to be given back.
- */
-struct Surroundings {
-    posix_spawnattr_t attributes = {};
-    posix_spawn_file_actions_t files = {};
-
-    Surroundings();
-    ~Surroundings();
-    Surroundings(const Surroundings&) = delete;
-    Surroundings& operator=(const Surroundings&) = delete;
-};
-
-/*
- * The daemon keeps its first process's descriptors for life, and hands them on to the service. So they lead nowhere:
- * what the first process says on its standard error is in the log, too.
- */
-Surroundings::Surroundings()
-{
-    sigset_t all;
-    sigset_t none;
-
-    sigfillset(&all);
-    sigemptyset(&none);
-    posix_spawnattr_init(&attributes);
-    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGDEF | POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSID);
-    posix_spawnattr_setsigdefault(&attributes, &all);
-    posix_spawnattr_setsigmask(&attributes, &none);
-    posix_spawn_file_actions_init(&files);
-    for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; fd++) {
-        posix_spawn_file_actions_addopen(&files, fd, "/dev/null", O_RDWR, 0);
-    }
-    posix_spawn_file_actions_addclosefrom_np(&files, STDERR_FILENO + 1);
-    posix_spawn_file_actions_addchdir_np(&files, "/");
-}
-
-Surroundings::~Surroundings()
-{
-    posix_spawn_file_actions_destroy(&files);
-    posix_spawnattr_destroy(&attributes);
-}
-
-/*
- * Result: the monitor's first process, a child of ours.
- */
-pid_t launch(const std::string& type, const std::vector<std::string>& options)
-{
-    const Surroundings surroundings;
-    std::vector<std::string> words = { monitor_program(), "--" + type };
-    std::vector<std::string> environment = { "PATH=/usr/sbin:/usr/bin:/sbin:/bin", "TESK_HOME=" + home() };
-    pid_t pid = 0;
-
-    words.insert(words.end(), options.begin(), options.end());
-    const int error = posix_spawn(&pid, words.front().c_str(), &surroundings.files, &surroundings.attributes,
-                                  pointers(words).data(), pointers(environment).data());
-    if (error != 0) {
-        fail(error, words.front() + " cannot be started");
-    }
-    return pid;
-}
-
-/*
- * One start, from the launch or the request to the verdict.
+ * One start, from the launch or the request to the result.
  */
 class Attempt {
 public:
-    Attempt(const StartOptions& given, const Settings& settings, int limit);
-    int run();
+    Attempt(const StartRequest& request, const Settings& settings, int seconds);
+    Exit run();
 
 private:
-    int begin(const Report& report);
-    int begin_launch();
-    int begin_request(const Report& report);
-    int watch();
-    std::optional<int> judge_report(const Report& report);
+    Exit begin(const TypeStatus& status);
+    Exit begin_launch();
+    Exit begin_request(const TypeStatus& status);
+    Exit watch();
+    std::optional<Exit> judge(const TypeStatus& status);
+    bool has_news(const TypeStatus& status) const;
     bool first_has_ended();
     void drop_lock_file() const;
-    int failed(const std::string& sentence);
-    int up(const Report& report, const std::string& how);
-    Report look();
+    Exit failed(const std::string& sentence);
+    Exit up(const TypeStatus& status, const std::string& how);
+    TypeStatus look();
 
-    const StartOptions& given_;
+    const StartRequest& request_;
     const Settings& settings_;
     Observer observer_;
     const int seconds_;
@@ -180,93 +63,113 @@ private:
     const StartLock lock_;
     const Time begun_ = std::chrono::system_clock::now();
     std::optional<Clock::time_point> requested_;
-    pid_t first_ = 0; /* the process launched; 0: none, or it has ended */
+    std::optional<Time> old_failure_; /* that the monitor waited after when it was requested to start */
+    pid_t first_ = 0;                 /* the process launched; 0: none, or it has ended */
     int first_status_ = 0;
     bool lock_file_made_ = false;
-    bool was_running_ = false; /* at the last look */
-    std::set<pid_t> pids_;     /* of the first process and the monitors seen */
+    bool was_running_ = false;    /* at the last look */
+    std::vector<pid_t> monitors_; /* pids of the first process and the monitors seen */
 };
 
-Attempt::Attempt(const StartOptions& given, const Settings& settings, int limit)
-    : given_(given), settings_(settings), seconds_(limit),
-      lock_(given.type, limit_ + std::chrono::seconds(SPARE_SECONDS))
+Attempt::Attempt(const StartRequest& request, const Settings& settings, int seconds)
+    : request_(request), settings_(settings), seconds_(seconds),
+      lock_(request.type, limit_ + std::chrono::seconds(SPARE_SECONDS))
 {
 }
 
-Report Attempt::look()
+TypeStatus Attempt::look()
 {
-    Report report = observer_.look(given_.type).front();
+    TypeStatus status = observer_.look({ request_.type }).front();
 
-    if (report.monitor) {
-        pids_.insert(report.monitor->process.pid);
+    if (status.monitor && std::ranges::find(monitors_, status.monitor->process.pid) == monitors_.end()) {
+        monitors_.push_back(status.monitor->process.pid);
     }
-    return report;
+    return status;
 }
 
 /*
  * A monitor that is about to go, or to restart its service, is left alone until that is done.
  */
-int Attempt::run()
+Exit Attempt::run()
 {
-    Report report = look();
+    TypeStatus status = look();
 
-    while ((report.state == State::ending || report.state == State::recovering) && Clock::now() < limit_) {
+    while ((status.state == State::ending || status.state == State::recovering) && Clock::now() < limit_) {
         std::this_thread::sleep_for(LOOK_PAUSE);
-        report = look();
+        status = look();
     }
-    return begin(report);
+    return begin(status);
 }
 
-int Attempt::begin(const Report& report)
+/*
+ * A running service that no monitor can take over, as the monitor looks for the program's file.
+ */
+const Process* unadoptable(const TypeStatus& status)
 {
-    if (!report.monitor) {
+    const auto found = std::ranges::find_if(status.copies, [](const Process& copy) { return !adoptable(copy); });
+
+    return found == status.copies.end() ? nullptr : &*found;
+}
+
+Exit Attempt::begin(const TypeStatus& status)
+{
+    if (status.monitor && !request_.options.empty()) {
+        warn(request_.type, "a monitor runs already, and takes no options any more");
+    }
+    if (status.state == State::running) {
+        return up(status, "runs already");
+    }
+    if (status.state == State::ending || status.state == State::recovering) {
+        return failed(fmt::format("not started, as its monitor is still {}", word(status.state)));
+    }
+    const bool begins = !status.monitor || status.state == State::waiting;
+    if (const Process* copy = unadoptable(status); begins && copy != nullptr && !request_.second_copy) {
+        complain(request_.type,
+                 fmt::format("not started: the service runs already, process {}, and no monitor can take "
+                             "it over, as {}; end that process first, or start a second copy with "
+                             "--second-copy",
+                             copy->pid, unadoptable_reason(*copy)));
+        return EXIT_FAILED;
+    }
+    if (!status.monitor) {
         return begin_launch();
     }
-    if (!given_.options.empty()) {
-        complain(given_.type, "warning: a monitor runs already, and takes no options any more");
-    }
-    if (report.state == State::running) {
-        return up(report, "runs already");
-    }
-    if (report.state == State::waiting) {
-        return begin_request(report);
-    }
-    if (report.state == State::ending || report.state == State::recovering) {
-        return failed(std::string("not started, as its monitor is still ") + word(report.state));
-    }
-    return watch();
+    return status.state == State::waiting ? begin_request(status) : watch();
 }
 
-int Attempt::begin_launch()
+Exit Attempt::begin_launch()
 {
     if (!settings_.usable()) {
         show_problems(settings_.errors());
-        complain(given_.type, "not started, as the monitor would end on its policy or options");
+        complain(request_.type, "not started, as the monitor would end on its policy or options");
         return EXIT_FAILED;
     }
     lock_file_made_ = make_lock_file(settings_);
     try {
-        first_ = launch(given_.type, given_.options);
+        first_ = launch(request_.type, request_.options);
     } catch (...) {
         drop_lock_file();
         throw;
     }
-    pids_.insert(first_);
+    monitors_.push_back(first_);
     return watch();
 }
 
-int Attempt::begin_request(const Report& report)
+Exit Attempt::begin_request(const TypeStatus& status)
 {
-    if (report.monitor->no_start) {
-        return failed("not started; its monitor waits: " + report.reason);
+    if (status.monitor->no_start) {
+        return failed("not started; its monitor waits: " + status.reason);
+    }
+    if (status.history.last_failure) {
+        old_failure_ = status.history.last_failure->time;
     }
     requested_ = Clock::now();
-    Handle(report.monitor->process).signal(SIGUSR1);
+    PidfdHandle(status.monitor->process).signal(SIGUSR1);
     return watch();
 }
 
 /*
- * Of a monitor that was not there to remove it.
+ * Removes the lock file of a monitor that did not live to remove it.
  */
 void Attempt::drop_lock_file() const
 {
@@ -276,8 +179,8 @@ void Attempt::drop_lock_file() const
 }
 
 /*
- * Result: whether the first process has ended, or there is none. The end of one that somebody else has reaped counts as
- * a good one; what the monitor does is looked at next.
+ * Result: true if the first process has ended, or there is none. If somebody else has reaped it, its end counts as a
+ * good one: the state of the monitor is looked at next.
  */
 bool Attempt::first_has_ended()
 {
@@ -295,86 +198,134 @@ bool Attempt::first_has_ended()
 }
 
 /*
- * Result: nothing as long as it may go either way.
+ * Tells if the last failure in the records is one of this start, and not the one that the monitor waited after.
  */
-std::optional<int> Attempt::judge_report(const Report& report)
+bool Attempt::has_news(const TypeStatus& status) const
 {
-    const bool old_failure = requested_ && (report.record.last_event_time < begun_);
+    const auto& failure = status.history.last_failure;
 
-    /* Twice: the first process is let go a moment before a service that is late is told to end. */
-    if (report.state == State::running && was_running_) {
-        return up(report, "started");
+    return failure && (!old_failure_ || failure->time != *old_failure_);
+}
+
+/*
+ * Result: nothing as long as the start may end either way.
+ */
+std::optional<Exit> Attempt::judge(const TypeStatus& status)
+{
+    const bool settled = first_ == 0;
+
+    if (status.start_failed && has_news(status)) {
+        return failed(fmt::format("not started: {}", status.history.last_failure->reason));
     }
-    was_running_ = report.state == State::running;
-    if (!report.monitor) {
-        return failed("not started: its monitor has ended");
+    if (!settled) {
+        return std::nullopt;
     }
-    if (report.state == State::waiting && !old_failure) {
-        return failed("not started; its monitor waits" + (report.reason.empty() ? "" : ": " + report.reason));
+    /* Twice: the first process is released a moment before a service that is late is told to end. */
+    if (status.state == State::running && was_running_) {
+        return up(status, "started");
     }
-    if (report.state == State::waiting && Clock::now() > *requested_ + REQUEST_LIMIT) {
+    was_running_ = status.state == State::running;
+    if (!status.monitor) {
+        return failed("not started: its monitor has ended" + (status.reason.empty() ? "" : ": " + status.reason));
+    }
+    if (status.state == State::waiting && has_news(status)) {
+        return failed(
+            fmt::format("not started: {}; its monitor waits for a start request", status.history.last_failure->reason));
+    }
+    if (status.state == State::waiting && !requested_) {
+        return failed("not started; its monitor waits" + (status.reason.empty() ? "" : ": " + status.reason));
+    }
+    if (status.state == State::waiting && Clock::now() > *requested_ + REQUEST_LIMIT) {
         return failed("not started; its monitor waits on in spite of a request, as its policy holds the service back");
     }
     return std::nullopt;
 }
 
-int Attempt::watch()
+Exit Attempt::watch()
 {
-    std::optional<int> result;
+    std::optional<Exit> result;
 
     if (seconds_ == 0) {
-        say(given_.type, "is being started");
+        say(request_.type, "is being started");
         return EXIT_DONE;
     }
     while (!result) {
-        const bool settled = first_has_ended();
+        first_has_ended();
         if (first_status_ != 0) {
-            return failed("not started: the monitor's first process has ended with status " +
-                          std::to_string(first_status_));
+            return failed(
+                fmt::format("not started: the monitor's first process has ended with status {}", first_status_));
         }
-        const Report report = look();
-        if (settled) {
-            result = judge_report(report);
-        }
+        const TypeStatus status = look();
+        result = judge(status);
         if (!result && Clock::now() > limit_) {
-            result = failed("not up after " + std::to_string(seconds_) + " seconds; its monitor goes on and is " +
-                            word(report.state));
+            result = failed(
+                fmt::format("not up after {} seconds; its monitor goes on and is {}", seconds_, word(status.state)));
         }
         std::this_thread::sleep_for(result ? std::chrono::milliseconds(0) : LOOK_PAUSE);
     }
     return *result;
 }
 
-int Attempt::failed(const std::string& sentence)
+/*
+ * Tells why, with the problems of the policy that may be the cause, and the lines of the log.
+ */
+Exit Attempt::failed(const std::string& sentence)
 {
-    complain(given_.type, sentence);
-    show_lines(telling_lines(begun_, pids_));
+    std::vector<Problem> problems;
+
+    std::ranges::copy_if(settings_.problems, std::back_inserter(problems), [](const Problem& problem) {
+        return problem.severity != Severity::note && problem.other_type.empty();
+    });
+    complain(request_.type, sentence);
+    show_problems(problems);
+    show_lines(telling_lines(begun_, monitors_));
     return EXIT_DOWN;
 }
 
-int Attempt::up(const Report& report, const std::string& how)
+Exit Attempt::up(const TypeStatus& status, const std::string& how)
 {
-    say(given_.type, how + ", its monitor being process " + std::to_string(report.monitor->process.pid) +
-                         (report.service ? " and the service process " + std::to_string(report.service->pid) : ""));
-    for (const auto& warning : report.warnings) {
-        complain(given_.type, "warning: " + warning);
+    say(request_.type, fmt::format("{}, monitor {}{}", how, status.monitor->process.pid,
+                                   status.service ? fmt::format(", service {}", status.service->pid) : ""));
+    for (const auto& warning : status.warnings) {
+        warn(request_.type, warning);
     }
     return EXIT_DONE;
 }
 
 } // namespace
 
-int start(const StartOptions& given)
+Exit start_one(const StartRequest& request)
+{
+    const Settings settings = read_settings(request.type, request.options);
+    const std::string trouble = log_trouble(log_file());
+
+    if (!trouble.empty()) {
+        warn(request.type, fmt::format("the log cannot be written: {}", trouble));
+    }
+    return Attempt(request, settings, request.wait.value_or(settings.init_seconds + SPARE_SECONDS)).run();
+}
+
+void prepare_starts()
+{
+    /* If it is ignored, as a caller may have it, the kernel reaps the first process, and its end cannot be told. */
+    std::signal(SIGCHLD, SIG_DFL);
+    /* Do not inherit a lax umask: it would make our files and the monitor's writable by others. */
+    umask(022);
+}
+
+Exit start(const StartOptions& given)
 {
     require_root();
-    require_known(given.type);
-    /* Ignored, as a caller may have it, the kernel would reap the first process and nobody could tell how it ended. */
-    std::signal(SIGCHLD, SIG_DFL);
-    /* The caller's could open what is made here, and what the monitor makes, to others. */
-    umask(022);
-    const Settings settings = read_settings(given.type, given.options);
+    const auto types = chosen_types(given.choice, Taken::known);
 
-    return Attempt(given, settings, given.wait.value_or(settings.init_seconds + SPARE_SECONDS)).run();
+    if (types.size() != 1 && !given.options.empty()) {
+        throw Refusal("options of a monitor need one type");
+    }
+    prepare_starts();
+    return for_each_type(types, [&](const std::string& type) {
+        return start_one(
+            { .type = type, .wait = given.wait, .second_copy = given.second_copy, .options = given.options });
+    });
 }
 
 } // namespace monpctl

@@ -2,198 +2,262 @@
  * The command "status".
  */
 #include "commands/commands.h"
+#include "commands/console.h"
+#include "commands/fields.h"
+#include "commands/log_filter.h"
+#include "commands/state_look.h"
+#include "commands/status_json.h"
+#include "common/installation.h"
+#include "common/refusal.h"
 #include "common/text.h"
-#include "machine/monitor.h"
+#include "machine/follow.h"
+#include "machine/observer.h"
 
 #include <algorithm>
-#include <cstdlib>
-#include <cstring>
-#include <iomanip>
+#include <deque>
+#include <fmt/format.h>
 #include <iostream>
-#include <nlohmann/json.hpp>
-#include <sstream>
+#include <thread>
 #include <unistd.h>
 
 namespace monpctl {
 
 namespace {
 
-/* A result for each state, and its colour on a terminal. */
-struct Look {
-    State state;
-    Exit result;
-    const char* colour;
-};
+/* Of the log, below the status of one type. */
+constexpr size_t SHOWN_LINES = 5;
 
-constexpr const char* GREEN = "\033[32m";
-constexpr const char* YELLOW = "\033[33m";
-constexpr const char* RED = "\033[31m";
-constexpr const char* PLAIN = "\033[0m";
+constexpr auto WATCH_PAUSE = std::chrono::seconds(1);
+constexpr const char* CLEAR_SCREEN = "\033[H\033[2J";
 
-constexpr Look LOOKS[] = {
-    { State::running, EXIT_DONE, GREEN },  { State::starting, EXIT_DOWN, YELLOW },
-    { State::waiting, EXIT_DOWN, YELLOW }, { State::recovering, EXIT_DOWN, YELLOW },
-    { State::ending, EXIT_DOWN, YELLOW },  { State::stopped, EXIT_DOWN, "" },
-    { State::dead, EXIT_FAILED, RED },     { State::unknown, EXIT_UNKNOWN, RED },
-};
-
-const Look& look_of(State state)
+Time now()
 {
-    return *std::find_if(std::begin(LOOKS), std::end(LOOKS), [state](const Look& one) { return one.state == state; });
+    return std::chrono::system_clock::now();
+}
+
+std::string age_of(const Time& time)
+{
+    return age_text(std::chrono::duration_cast<std::chrono::seconds>(now() - time));
 }
 
 /*
- * From the best to the worst; a number that is higher is not always worse.
+ * "2/3"; "2" without a limit.
  */
-Exit worse(Exit one, Exit other)
+std::string restarts_text(const TypeStatus& status)
 {
-    constexpr Exit ORDER[] = { EXIT_DONE, EXIT_DOWN, EXIT_FAILED, EXIT_UNKNOWN };
-    const auto place = [&](Exit result) { return std::find(std::begin(ORDER), std::end(ORDER), result); };
+    const auto& history = status.history;
+    const std::string unknown = history.missing.empty() ? "-" : "?";
+    const std::string number = history.restarts ? std::to_string(*history.restarts) : unknown;
 
-    return place(one) < place(other) ? other : one;
+    return history.restart_limit.value_or(0) > 0 ? fmt::format("{}/{}", number, *history.restart_limit) : number;
 }
 
-std::string time_text(Time time, const char* format)
+std::string end_text(const TypeStatus& status)
 {
-    const std::time_t seconds = std::chrono::system_clock::to_time_t(time);
-    std::tm fields = {};
-    std::ostringstream text;
+    const auto& end = status.history.last_end;
 
-    text << std::put_time(localtime_r(&seconds, &fields), format);
-    return text.str();
-}
-
-/*
- * The time of today, the date of any other day.
- */
-std::string short_time(Time time)
-{
-    const bool today = time_text(time, "%F") == time_text(std::chrono::system_clock::now(), "%F");
-
-    return time_text(time, today ? "%T" : "%F");
-}
-
-bool colours()
-{
-    const char* terminal = std::getenv("TERM");
-
-    return isatty(STDOUT_FILENO) != 0 && std::getenv("NO_COLOR") == nullptr && terminal != nullptr &&
-           std::strcmp(terminal, "dumb") != 0;
-}
-
-std::string pid_text(const std::optional<Process>& process)
-{
-    return process ? std::to_string(process->pid) : "-";
-}
-
-/*
- * A row fits 80 characters with a type of 29 and pids of 7.
- */
-void print_row(size_t width, const std::vector<std::string>& cells, const char* colour)
-{
-    const size_t widths[] = { width, 10, 7, 7, 10, 8, 3 };
-
-    for (size_t cell = 0; cell < cells.size(); cell++) {
-        const std::string blanks(std::max(widths[cell], cells[cell].size()) - cells[cell].size(), ' ');
-        const bool number = cell == 2 || cell == 3 || cell > 4;
-        const std::string text = cell == 1 && *colour != '\0' ? colour + cells[cell] + PLAIN : cells[cell];
-        const bool last = cell + 1 == cells.size();
-        std::cout << (number ? blanks + text : text + (last ? "" : blanks)) << (last ? "\n" : " ");
+    if (!end) {
+        return status.history.missing.empty() ? "-" : "?";
     }
+    return fmt::format("{}, {} ago", end->words, age_of(end->time));
 }
 
-void print_table(const std::vector<Report>& reports)
+struct Row {
+    std::string type;
+    std::string state;
+    std::string since;
+    std::string restarts;
+    std::string end;
+};
+
+Row row_of(const TypeStatus& status)
 {
-    const bool coloured = colours();
+    return { .type = printable(status.type),
+             .state = std::string(word(status.state)),
+             .since = status.since ? age_of(*status.since) : "-",
+             .restarts = restarts_text(status),
+             .end = end_text(status) };
+}
+
+/*
+ * A row fits 80 characters with usual types. Only the state is coloured.
+ */
+void print_row(const Row& row, size_t width, std::optional<State> state)
+{
+    const std::string padded = fmt::format("{:10}", row.state);
+
+    std::cout << fmt::format("{:{}}  {}  {:12}  {:>8}  {}\n", row.type, width,
+                             state ? coloured(*state, padded) : padded, row.since, row.restarts, row.end);
+}
+
+/*
+ * The sentences about a type: the reason of its state, the end of an uncertainty, missing records and warnings.
+ */
+std::vector<std::string> remarks_of(const TypeStatus& status)
+{
+    std::vector<std::string> remarks;
+
+    if (!status.reason.empty()) {
+        remarks.push_back(fmt::format("{}: {}", word(status.state), status.reason));
+    }
+    if (status.until) {
+        remarks.push_back(fmt::format("decided in {} at the latest",
+                                      age_text(std::chrono::ceil<std::chrono::seconds>(*status.until - now()))));
+    }
+    if (!status.history.missing.empty()) {
+        remarks.push_back("warning: records are missing: " + status.history.missing);
+    }
+    for (const auto& warning : status.warnings) {
+        remarks.push_back("warning: " + warning);
+    }
+    return remarks;
+}
+
+void print_table(const std::vector<TypeStatus>& statuses)
+{
+    const bool colours = shows_colours();
     size_t width = 4;
 
-    for (const auto& report : reports) {
-        width = std::max(width, report.type.size());
+    for (const auto& status : statuses) {
+        width = std::max(width, status.type.size());
     }
-    print_row(width, { "TYPE", "STATE", "MONITOR", "SERVICE", "SINCE", "RESTARTS", "END" }, "");
-    for (const auto& report : reports) {
-        const bool runs = report.monitor.has_value();
-        const auto& shown = report.service ? report.service
-                            : runs         ? std::optional(report.monitor->process)
-                                           : std::nullopt;
-        print_row(width,
-                  { printable(report.type), word(report.state),
-                    runs ? std::to_string(report.monitor->process.pid) : "-", pid_text(report.service),
-                    shown ? short_time(shown->since()) : "-", runs ? std::to_string(report.record.restarts) : "-",
-                    report.record.last_status ? std::to_string(*report.record.last_status) : "-" },
-                  coloured ? look_of(report.state).colour : "");
+    print_row({ "TYPE", "STATE", "SINCE", "RESTARTS", "LAST END" }, width, {});
+    for (const auto& status : statuses) {
+        print_row(row_of(status), width, colours ? std::optional(status.state) : std::nullopt);
     }
-    for (const auto& report : reports) {
-        if (!report.reason.empty()) {
-            std::cout << printable(report.type) << " is " << word(report.state) << ": " << report.reason << ".\n";
-        }
-        for (const auto& warning : report.warnings) {
-            std::cout << printable(report.type) << ": warning: " << warning << ".\n";
+    for (const auto& status : statuses) {
+        for (const auto& remark : remarks_of(status)) {
+            std::cout << fmt::format("{}: {}.\n", printable(status.type), printable(remark));
         }
     }
 }
 
-nlohmann::json process_json(const std::optional<Process>& process)
+void print_detail(std::string_view name, const std::string& text)
 {
-    if (!process) {
-        return nullptr;
-    }
-    return { { "pid", process->pid },
-             { "since", time_text(process->since(), "%FT%T%z") },
-             { "executable", process->executable } };
+    std::cout << fmt::format("  {:14}{}\n", name, printable(text));
 }
 
-nlohmann::json report_json(const Report& report)
+void print_process(std::string_view name, const std::optional<Process>& process)
 {
-    const auto monitor = report.monitor ? std::optional(report.monitor->process) : std::nullopt;
-    nlohmann::json copies = nlohmann::json::array();
-
-    for (const auto& copy : report.copies) {
-        copies.push_back(copy.pid);
+    if (process) {
+        print_detail(name, fmt::format("process {}, for {}, {}", process->pid, age_of(process->since()),
+                                       process->executable.empty() ? "executable not visible" : process->executable));
     }
-    return { { "type", report.type },
-             { "state", word(report.state) },
-             { "reason", report.reason.empty() ? nlohmann::json() : nlohmann::json(report.reason) },
-             { "monitor", process_json(monitor) },
-             { "service", process_json(report.service) },
-             { "copies", copies },
-             { "restarts", report.record.restarts },
-             { "last_status",
-               report.record.last_status ? nlohmann::json(*report.record.last_status) : nlohmann::json() },
-             { "lock_file", report.settings.lock_file },
-             { "warnings", report.warnings } };
 }
 
-int print_status(const StatusOptions& given)
+std::string action_detail(const TypeStatus& status)
 {
-    if (!given.type.empty()) {
-        require_known_or_running(given.type);
-    }
-    const auto reports = Observer().look(given.type);
-    Exit result = reports.empty() ? EXIT_DOWN : EXIT_DONE;
+    return fmt::format("{} ({}){}", action_text(status.action.action), status.action.action,
+                       status.action.in_doubt ? ", by the policy of today: the monitor may have read another" : "");
+}
 
-    for (const auto& report : reports) {
-        result = worse(result, look_of(report.state).result);
+/*
+ * The last lines of the log about a type. A log that cannot be read is among the remarks.
+ */
+void print_last_lines(const std::string& type)
+{
+    std::deque<std::string> lines;
+    LogFilter filter({ type }, [&](const std::string& line, const auto&, const auto&) {
+        lines.push_back(line);
+        if (lines.size() > SHOWN_LINES) {
+            lines.pop_front();
+        }
+    });
+    Follower follower(log_file(), FollowFrom::oldest);
+
+    for (std::string line; follower.next(line);) {
+        filter.take(line);
     }
+    if (!lines.empty()) {
+        std::cout << "  last lines of its log:\n";
+    }
+    for (const auto& line : lines) {
+        std::cout << "    " << printable(line) << '\n';
+    }
+}
+
+void print_details(const TypeStatus& status)
+{
+    const auto& history = status.history;
+    const std::string state(word(status.state));
+
+    std::cout << fmt::format(
+        "{}: {}{}\n", printable(status.type), shows_colours() ? coloured(status.state, state) : state,
+        status.since ? fmt::format(" for {}, since {}", age_of(*status.since), time_text(*status.since, "%F %T")) : "");
+    print_process("monitor", status.monitor ? std::optional(status.monitor->process) : std::nullopt);
+    print_process(status.adopted ? "adopted" : "service", status.service);
+    print_detail("restarts", restarts_text(status));
+    if (history.last_end) {
+        print_detail("last end", fmt::format("{}, status {}", end_text(status), history.last_end->status));
+    }
+    if (history.last_failure) {
+        print_detail("last failure",
+                     fmt::format("{}, {} ago", history.last_failure->reason, age_of(history.last_failure->time)));
+    }
+    print_detail("when it fails", action_detail(status));
+    for (const auto& remark : remarks_of(status)) {
+        std::cout << fmt::format("  {}.\n", printable(remark));
+    }
+    print_last_lines(status.type);
+}
+
+void print_statuses(const StatusOptions& given, const std::vector<TypeStatus>& statuses)
+{
     if (given.json) {
-        nlohmann::json list = nlohmann::json::array();
-        std::transform(reports.begin(), reports.end(), std::back_inserter(list), report_json);
-        /* A path of any bytes must not keep the rest from being told. */
-        std::cout << list.dump(2, ' ', false, nlohmann::json::error_handler_t::replace) << '\n';
-    } else if (reports.empty()) {
-        std::cout << "No monitor runs.\n";
+        print_status_json(statuses);
+    } else if (!given.fields.empty()) {
+        for (const auto& status : statuses) {
+            std::cout << fields_line(status, given.fields) << '\n';
+        }
+    } else if (given.types.size() == 1 && !given.watch) {
+        std::ranges::for_each(statuses, print_details);
+    } else if (statuses.empty()) {
+        std::cout << "The policy has no entry of a service, and no monitor runs.\n";
     } else {
-        print_table(reports);
+        print_table(statuses);
     }
+}
+
+Exit show(const StatusOptions& given, Observer& observer)
+{
+    const auto statuses = observer.look(given.types);
+    Exit result = statuses.empty() ? EXIT_DOWN : EXIT_DONE;
+
+    for (const auto& status : statuses) {
+        result = worse(result, exit_status(status));
+    }
+    print_statuses(given, statuses);
+    return result;
+}
+
+/*
+ * Goes on until the output cannot be written; a terminal's user ends it by a signal.
+ */
+Exit watch(const StatusOptions& given, Observer& observer)
+{
+    const bool terminal = isatty(STDOUT_FILENO) != 0;
+    Exit result = EXIT_DONE;
+
+    do {
+        std::cout << (terminal ? CLEAR_SCREEN : "");
+        result = show(given, observer);
+        std::cout << (terminal || given.json || !given.fields.empty() ? "" : "\n") << std::flush;
+        std::this_thread::sleep_for(std::cout ? WATCH_PAUSE : std::chrono::seconds(0));
+    } while (std::cout);
     return result;
 }
 
 } // namespace
 
-int status(const StatusOptions& given)
+Exit status(const StatusOptions& given)
 {
+    std::ranges::for_each(given.types, require_known_or_running);
+    std::ranges::for_each(given.fields, require_field);
     try {
-        return print_status(given);
+        Observer observer;
+        return given.watch ? watch(given, observer) : show(given, observer);
+    } catch (const Refusal&) {
+        throw;
     } catch (const std::exception& error) {
         std::cerr << "monpctl: " << error.what() << '\n';
         return EXIT_UNKNOWN;

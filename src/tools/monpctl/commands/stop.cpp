@@ -1,240 +1,90 @@
 /*
  * The command "stop".
  */
-#include "commands/commands.h"
-#include "commands/console.h"
-#include "common/installation.h"
+#include "commands/stop.h"
 
-#include "monp.h"
+#include "commands/consent.h"
+#include "commands/console.h"
+#include "commands/type_choice.h"
+#include "machine/adoption.h"
+#include "machine/observer.h"
+#include "machine/pidfd_handle.h"
 
 #include <algorithm>
 #include <csignal>
-#include <iostream>
+#include <fmt/format.h>
 #include <memory>
-#include <sys/stat.h>
-#include <unistd.h>
+#include <ranges>
 
 namespace monpctl {
 
 namespace {
 
-/* Added to what the policy grants the service, and the whole limit when the policy sets none. */
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+
+/* Added to the time that the policy grants the service, and the whole limit when the policy sets none. */
 constexpr int SPARE_SECONDS = 10;
 constexpr int UNLIMITED_SECONDS = 60;
 
-/* Between two end requests, and until a killed service is gone. */
-constexpr auto REQUEST_PAUSE = std::chrono::seconds(1);
-constexpr auto KILL_LIMIT = std::chrono::seconds(3);
-
-/* To which the start of a process is known, and always given too early. */
-constexpr auto TICK = std::chrono::milliseconds(10);
-
-/*
- * Whether a file or directory is not the one that a monitor has read: by the time of its last change in any way, as
- * copies and moves keep that of the content.
- */
-bool changed_since(const Process& monitor, const std::string& path)
-{
-    using std::chrono::system_clock;
-    struct stat status = {};
-
-    if (stat(path.c_str(), &status) != 0) {
-        return true;
-    }
-    const auto changed = std::chrono::seconds(status.st_ctim.tv_sec) + std::chrono::nanoseconds(status.st_ctim.tv_nsec);
-    return Time(std::chrono::duration_cast<system_clock::duration>(changed)) > monitor.since() + TICK;
-}
-
-/*
- * Whether a monitor may have read another action than the policy has now. One given on its command line is its own.
- */
-bool action_in_doubt(const Process& monitor, const Settings& settings)
-{
-    const std::string key = "monp/service/" + settings.type + "/action";
-    const std::string directory = policy_directory();
-
-    const bool given = std::any_of(settings.explained.begin(), settings.explained.end(),
-                                   [&](const Setting& one) { return one.name == key && one.source == "command line"; });
-    /* The directory has changed with a file that was put in the place of another. */
-    return !given &&
-           (!settings.usable() || changed_since(monitor, directory + "/monp.xml") || changed_since(monitor, directory));
-}
-
-/*
- * Why the node may go down with a service; empty if it will not. A monitor that waits has no service to end. The policy
- * is read anew: it may have been changed since that of another monitor was read.
- */
-std::string danger(const Report& report)
-{
-    if (report.state == State::waiting) {
-        return "";
-    }
-    const Settings settings = read_settings(report.type, report.monitor->options);
-    const int action = settings.action;
-    const bool drastic = action == MONP_ACT_OS_HALT || action == MONP_ACT_OS_REBOOT;
-    if (!drastic && action_in_doubt(report.monitor->process, settings)) {
-        return "this may halt or reboot the node, as the policy was changed after the monitor had read its action";
-    }
-    if (!drastic) {
-        return "";
-    }
-    const std::string handler =
-        report.service && report.service->dies_of(SIGUSR1) ? " (it has no handler for it, so it will)" : "";
-    return "this may " + action_text(action) + ", as the monitor does when the service dies of its exit signal" +
-           handler + ", has to be killed, or ends with a status other than 0";
-}
-
-bool confirmed(const StopOptions& given, const Report& report)
-{
-    const std::string reason = danger(report);
-    std::string answer;
-
-    if (reason.empty() || given.yes) {
-        return true;
-    }
-    complain(given.type, "warning: " + reason);
-    if (isatty(STDIN_FILENO) == 0 || isatty(STDERR_FILENO) == 0) {
-        complain(given.type, "not stopped; --yes stops it all the same");
-        return false;
-    }
-    std::cerr << "Stop " << given.type << " all the same? [y/N] " << std::flush;
-    std::getline(std::cin, answer);
-    return answer == "y" || answer == "Y" || answer == "yes";
-}
-
-/*
- * What a service without a handler makes of an end request.
- */
-void warn_of_recovery(const Report& report)
-{
-    if (!report.service || !report.service->dies_of(SIGUSR1)) {
-        return;
-    }
-    if (report.settings.action == MONP_ACT_RESTART || report.settings.action == MONP_ACT_STOP_CLSDAEMON) {
-        complain(report.type, "warning: the service has no handler for its exit signal, so the monitor takes its end "
-                              "for a failure, and will " +
-                                  action_text(report.settings.action));
-    }
-}
+/* Between two end requests, and until a killed process is gone. */
+constexpr auto REQUEST_PAUSE = seconds(1);
+constexpr auto KILL_LIMIT = seconds(3);
 
 /*
  * A process that was seen, held until it has ended.
  */
-struct Held {
+struct HeldProcess {
     Process process;
-    std::unique_ptr<Handle> handle;
+    std::unique_ptr<PidfdHandle> handle;
+
+    [[nodiscard]] bool ended(Clock::time_point limit) const
+    {
+        const auto left = std::chrono::duration_cast<milliseconds>(limit - Clock::now());
+        return handle->ended(std::max(left, milliseconds(0)));
+    }
 };
 
-void hold(std::vector<Held>& held, const Process& process)
+using HeldProcesses = std::vector<HeldProcess>;
+
+void hold(HeldProcesses& held, const Process& process)
 {
-    const bool known =
-        std::any_of(held.begin(), held.end(), [&](const Held& one) { return one.process.same(process); });
+    const bool known = std::ranges::any_of(held, [&](const HeldProcess& one) { return one.process.same(process); });
 
     if (!known) {
-        held.push_back({ process, std::make_unique<Handle>(process) });
+        held.push_back({ process, std::make_unique<PidfdHandle>(process) });
     }
 }
 
 /*
- * Which monitors may be signalled. Each is asked about once, also one that comes while others are being stopped.
+ * One stop of one type.
  */
-class Consent {
+class Stop {
 public:
-    explicit Consent(const StopOptions& given) : given_(given) {}
-
-    bool to_stop(const Report& report)
-    {
-        const Process& monitor = report.monitor->process;
-        const auto asked =
-            std::find_if(answers_.begin(), answers_.end(), [&](const auto& one) { return one.first.same(monitor); });
-
-        return asked != answers_.end() ? asked->second
-                                       : answers_.emplace_back(monitor, confirmed(given_, report)).second;
-    }
+    Stop(std::string type, const StopOptions& given) : type_(std::move(type)), given_(given), consent_(given.yes) {}
+    Exit run();
 
 private:
+    bool prepare(const std::vector<TypeStatus>& statuses);
+    void request_end();
+    void request_once(const TypeStatus& status);
+    void kill_left();
+    static void kill_all(const HeldProcesses& held);
+    bool name_survivors();
+    Exit outcome();
+
+    const std::string type_;
     const StopOptions& given_;
-    std::vector<std::pair<Process, bool>> answers_;
+    Consent consent_;
+    Observer observer_;
+    HeldProcesses monitors_;
+    HeldProcesses services_; /* each with its descendants behind it */
+    Clock::time_point limit_;
+    int seconds_ = 0;
+    bool had_monitor_ = false;
+    bool killed_ = false; /* by us */
+    std::optional<Time> old_end_;
 };
-
-void request_once(const Report& report, std::vector<Held>& services)
-{
-    if (report.service) {
-        hold(services, *report.service);
-    }
-    const Handle monitor(report.monitor->process);
-    if (report.monitor->set_up) {
-        monitor.signal(SIGUSR2);
-    }
-}
-
-/*
- * Asks every monitor of the type to end, again each second: a request that comes in the middle of a restart is
- * forgotten. One that has no handlers yet would be killed by it, and is waited for; one without consent is not.
- * Result: what is left of the monitors when nothing more comes of it, or at the limit.
- */
-std::vector<Report> request_end(const std::string& type, Clock::time_point limit, Consent& consent,
-                                std::vector<Held>& services)
-{
-    Observer observer;
-
-    for (;;) {
-        const Report* awaited = nullptr;
-        auto reports = observer.look(type);
-        std::erase_if(reports, [](const Report& report) { return !report.monitor; });
-        for (const auto& report : reports) {
-            if (consent.to_stop(report)) {
-                request_once(report, services);
-                awaited = &report;
-            }
-        }
-        if (awaited == nullptr || Clock::now() > limit) {
-            return reports;
-        }
-        /* Whichever ends first may be the last. */
-        static_cast<void>(Handle(awaited->monitor->process).ended(std::chrono::milliseconds(REQUEST_PAUSE)));
-    }
-}
-
-/*
- * What can be done about a service that has outlived its monitor.
- */
-std::string way_out(const Process& service)
-{
-    return service.replaced() ? "no monitor takes it over, as its program was replaced on disk"
-                              : "a start takes it over, and the next stop then ends it";
-}
-
-/*
- * Names each process that has outlived the stop.
- * Result: whether there was none.
- */
-bool name_survivors(const std::string& type, const std::vector<Report>& monitors, const std::vector<Held>& services)
-{
-    const auto limit = Clock::now() + (monitors.empty() ? KILL_LIMIT : std::chrono::seconds(0));
-    std::map<pid_t, Process> survivors;
-
-    for (const auto& report : monitors) {
-        complain(type, "its monitor, process " + std::to_string(report.monitor->process.pid) + ", is still " +
-                           word(report.state));
-    }
-    for (const auto& service : services) {
-        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(limit - Clock::now());
-        if (!service.handle->ended(std::max(left, std::chrono::milliseconds(0)))) {
-            survivors[service.process.pid] = service.process;
-        }
-    }
-    for (const auto& report : Observer().look(type)) {
-        for (const auto& copy : report.copies) {
-            survivors[copy.pid] = copy;
-        }
-    }
-    for (const auto& [pid, service] : survivors) {
-        complain(type, "its service, process " + std::to_string(pid) + ", survives" +
-                           (monitors.empty() ? "; " + way_out(service) : ""));
-    }
-    return monitors.empty() && survivors.empty();
-}
 
 int default_seconds(const Settings& settings)
 {
@@ -242,39 +92,192 @@ int default_seconds(const Settings& settings)
                                      : UNLIMITED_SECONDS;
 }
 
-} // namespace
-
-int stop(const StopOptions& given)
+/*
+ * Result: false if one of the monitors must not be stopped.
+ */
+bool Stop::prepare(const std::vector<TypeStatus>& statuses)
 {
-    require_root();
-    require_known_or_running(given.type);
-    const auto reports = Observer().look(given.type);
-    std::vector<Held> services;
-    Consent consent(given);
-
-    for (const auto& report : reports) {
-        if (report.monitor && !consent.to_stop(report)) {
-            return EXIT_FAILED;
+    for (const auto& status : statuses) {
+        if (status.monitor && !consent_.to_stop(status)) {
+            return false;
         }
-        warn_of_recovery(report);
+        warn_of_recovery(status);
+        had_monitor_ = had_monitor_ || status.monitor;
+        for (const auto& copy : status.copies) {
+            hold(services_, copy);
+        }
+        if (status.history.last_end) {
+            old_end_ = status.history.last_end->time;
+        }
     }
-    const auto seconds = std::chrono::seconds(given.wait.value_or(default_seconds(reports.front().settings)));
-    const auto limit = Clock::now() + seconds;
-    const auto monitors =
-        reports.front().monitor ? request_end(given.type, limit, consent, services) : std::vector<Report>();
-    if (!reports.front().monitor) {
-        say(given.type, "no monitor runs");
+    seconds_ =
+        given_.wait.value_or(std::max(default_seconds(statuses.front().settings), given_.kill_after.value_or(0)));
+    limit_ = Clock::now() + seconds(given_.kill_after.value_or(seconds_));
+    return true;
+}
+
+void Stop::request_once(const TypeStatus& status)
+{
+    hold(monitors_, status.monitor->process);
+    if (status.service) {
+        hold(services_, *status.service);
+        for (const auto& descendant : descendants_of(status.service->pid)) {
+            hold(services_, descendant);
+        }
     }
-    if (!name_survivors(given.type, monitors, services)) {
-        if (!monitors.empty() && Clock::now() > limit) {
-            complain(given.type, "not stopped within " + std::to_string(seconds.count()) + " seconds");
+    if (status.monitor->set_up) {
+        monitors_.back().handle->signal(SIGUSR2);
+    }
+}
+
+/*
+ * Asks every monitor of the type to end, again each second: a request that comes in the middle of a restart is
+ * forgotten. One that has no handlers yet would be killed by it, and is waited for; one without consent is not.
+ */
+void Stop::request_end()
+{
+    for (;;) {
+        const HeldProcess* awaited = nullptr;
+        auto statuses = observer_.look({ type_ });
+        std::erase_if(statuses, [](const TypeStatus& status) { return !status.monitor; });
+        for (const auto& status : statuses) {
+            if (consent_.to_stop(status)) {
+                request_once(status);
+                awaited = &*std::ranges::find_if(
+                    monitors_, [&](const HeldProcess& one) { return one.process.same(status.monitor->process); });
+            }
+        }
+        if (awaited == nullptr || Clock::now() > limit_) {
+            return;
+        }
+        /* Whichever ends first may be the last. */
+        static_cast<void>(awaited->ended(std::min(Clock::now() + REQUEST_PAUSE, limit_)));
+    }
+}
+
+void Stop::kill_all(const HeldProcesses& held)
+{
+    for (const auto& one : held) {
+        if (!one.ended(Clock::now())) {
+            one.handle->kill();
+        }
+    }
+}
+
+/*
+ * The monitors first: one that lived would take the end of its service for a failure.
+ */
+void Stop::kill_left()
+{
+    const auto left = [](const HeldProcess& one) { return !one.ended(Clock::now()); };
+
+    killed_ = std::ranges::any_of(monitors_, left) || std::ranges::any_of(services_, left);
+    kill_all(monitors_);
+    for (const auto& monitor : monitors_) {
+        static_cast<void>(monitor.ended(Clock::now() + KILL_LIMIT));
+    }
+    kill_all(services_);
+}
+
+/*
+ * The way to end a service that has outlived its monitor.
+ */
+std::string way_out(const Process& service)
+{
+    return adoptable(service) ? "a start takes it over, and the next stop then ends it"
+                              : "no monitor can take it over, as " + unadoptable_reason(service);
+}
+
+/*
+ * Names each process that has outlived the stop.
+ * Result: true if there was none.
+ */
+bool Stop::name_survivors()
+{
+    const auto limit = Clock::now() + KILL_LIMIT;
+    bool none = true;
+
+    for (const auto& monitor : monitors_) {
+        if (!monitor.ended(Clock::now())) {
+            complain(type_, fmt::format("its monitor, process {}, still runs", monitor.process.pid));
+            none = false;
+        }
+    }
+    for (const auto& status : observer_.look({ type_ })) {
+        for (const auto& copy : status.copies) {
+            hold(services_, copy);
+        }
+    }
+    for (const auto& service : services_) {
+        if (!service.ended(none ? limit : Clock::now())) {
+            complain(type_, fmt::format("process {}, {}, survives; {}", service.process.pid, service.process.executable,
+                                        way_out(service.process)));
+            none = false;
+        }
+    }
+    return none;
+}
+
+/*
+ * Tells how the service has ended. Unless it ended as asked, the monitor may have recovered from that.
+ */
+Exit Stop::outcome()
+{
+    const auto status = observer_.look({ type_ }).front();
+    const auto& end = status.history.last_end;
+    const bool ended_now = end && (!old_end_ || end->time != *old_end_);
+
+    if (killed_) {
+        say(type_, fmt::format("stopped by force, as it had not ended after {} seconds", *given_.kill_after));
+    } else if (status.state == State::gave_up && ended_now) {
+        complain(type_, "ended, but not as asked: " + status.reason);
+        return EXIT_FAILED;
+    } else if (ended_now && end->killed) {
+        say(type_, "stopped; its monitor had to kill the service, as it did not end when asked");
+    } else {
+        say(type_, "stopped");
+    }
+    return EXIT_DONE;
+}
+
+Exit Stop::run()
+{
+    if (!prepare(observer_.look({ type_ }))) {
+        return EXIT_FAILED;
+    }
+    if (had_monitor_) {
+        request_end();
+    } else {
+        say(type_, "no monitor runs");
+    }
+    if (given_.kill_after) {
+        kill_left();
+    }
+    if (!name_survivors()) {
+        if (had_monitor_ && Clock::now() > limit_) {
+            complain(type_, fmt::format("not stopped within {} seconds", seconds_));
         }
         return EXIT_DOWN;
     }
-    if (reports.front().monitor) {
-        say(given.type, "stopped");
+    return had_monitor_ || killed_ ? outcome() : EXIT_DONE;
+}
+
+} // namespace
+
+Exit stop_one(const std::string& type, const StopOptions& given)
+{
+    return Stop(type, given).run();
+}
+
+Exit stop(const StopOptions& given)
+{
+    require_root();
+    auto types = chosen_types(given.choice, Taken::known_or_running);
+
+    if (given.choice.all) {
+        std::ranges::reverse(types);
     }
-    return EXIT_DONE;
+    return for_each_type(types, [&](const std::string& type) { return stop_one(type, given); });
 }
 
 } // namespace monpctl

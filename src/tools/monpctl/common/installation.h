@@ -19,10 +19,17 @@ std::string home();
 bool same_home(const std::string& value);
 
 /*
+ * Throws a Fault, which names the home directory, if there is no installation or we may not look into it: TESK_HOME may
+ * be wrong.
+ */
+void require_installation();
+
+/*
  * Files of the installation. An empty section means the configuration.
  */
 std::string policy_directory();
 std::string policy_file(const std::string& section);
+std::string log_directory();
 std::string log_file();
 std::string events_file();
 

@@ -86,6 +86,13 @@ struct TESKXML_FAILURE {
 TESKXML_FAILURE teskxml_lastfailure();
 
 /*
+ * Has the next loads take files and directories that others than root could have written, or stop it. For a tool that
+ * only judges a policy: it can then find the other faults of a file that no monitor would take.
+ *   accept  0: refuse them, as at first; any other number: take them
+ */
+void teskxml_accept_untrusted(int accept);
+
+/*
  * Name of a result code as written in this header, and the sentence for it, without a full stop.
  *   code  result of an operation
  * Result: a constant text; for a code that is not of TESKXML_RESULT, one that says so.
