@@ -4,7 +4,8 @@
 #ifndef MONPCTL_OPERATE_H
 #define MONPCTL_OPERATE_H
 
-#include "machine/monitor.h"
+#include "machine/observer.h"
+#include "machine/pidfd_handle.h"
 
 #include <string>
 #include <vector>

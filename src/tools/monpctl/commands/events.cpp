@@ -1,10 +1,10 @@
 /*
  * The command "events".
  */
-#include "machine/events.h"
 #include "commands/commands.h"
 #include "common/installation.h"
 #include "common/text.h"
+#include "machine/event_log.h"
 #include "machine/follow.h"
 #include "policy/settings.h"
 
@@ -15,7 +15,7 @@ namespace monpctl {
 
 namespace {
 
-void print(const Event& event)
+void print(const EventSummary& event)
 {
     std::cout << printable(event.time) << ' ' << std::left << std::setw(8) << printable(event.severity) << ' '
               << std::setw(18) << printable(event.name) << ' ' << printable(event.text) << '\n';
@@ -30,7 +30,7 @@ int events(const EventsOptions& given)
     }
     EventReader reader(given.type);
 
-    for_each_line(events_file(), true, given.follow, false, [&](const std::string& line) {
+    for_each_line(events_file(), { .follow = given.follow }, [&](const std::string& line) {
         if (const auto event = reader.read(line); event && given.json) {
             std::cout << event->line << '\n';
         } else if (event) {

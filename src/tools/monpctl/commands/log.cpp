@@ -140,7 +140,8 @@ int log(const LogOptions& given)
     }
     Filter filter(given);
 
-    for_each_line(log_file(), false, given.follow, true, [&](const std::string& line) { filter.take(line); });
+    for_each_line(log_file(), { .from = FollowFrom::newest, .follow = given.follow, .needed = true },
+                  [&](const std::string& line) { filter.take(line); });
     return 0;
 }
 

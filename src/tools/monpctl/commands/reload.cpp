@@ -16,7 +16,7 @@ constexpr auto RELOAD_LIMIT = std::chrono::milliseconds(2500);
 /*
  * What a monitor that waits makes of a reload that succeeds.
  */
-std::string outlook(const Report& report)
+std::string outlook(const TypeStatus& report)
 {
     if (report.monitor->no_start) {
         return "the policy is read; the service is not started, as the monitor was started with -n";
@@ -27,10 +27,10 @@ std::string outlook(const Report& report)
     return "the policy is read, and the service is being started, as nothing speaks against it";
 }
 
-int reload_one(const Report& report)
+int reload_one(const TypeStatus& report)
 {
     const Time begun = std::chrono::system_clock::now();
-    const Handle monitor(report.monitor->process);
+    const PidfdHandle monitor(report.monitor->process);
     const auto errors = report.settings.errors(true);
 
     if (!errors.empty()) {
@@ -64,7 +64,7 @@ int reload(const ReloadOptions& given)
 
     require_root();
     require_known_or_running(given.type);
-    for (const auto& report : Observer().look(given.type)) {
+    for (const auto& report : Observer().look({ given.type })) {
         if (!report.monitor) {
             complain(given.type, "no monitor runs");
             return EXIT_DOWN;

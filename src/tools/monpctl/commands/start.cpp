@@ -161,16 +161,16 @@ public:
     int run();
 
 private:
-    int begin(const Report& report);
+    int begin(const TypeStatus& report);
     int begin_launch();
-    int begin_request(const Report& report);
+    int begin_request(const TypeStatus& report);
     int watch();
-    std::optional<int> judge_report(const Report& report);
+    std::optional<int> judge_report(const TypeStatus& report);
     bool first_has_ended();
     void drop_lock_file() const;
     int failed(const std::string& sentence);
-    int up(const Report& report, const std::string& how);
-    Report look();
+    int up(const TypeStatus& report, const std::string& how);
+    TypeStatus look();
 
     const StartOptions& given_;
     const Settings& settings_;
@@ -184,7 +184,7 @@ private:
     int first_status_ = 0;
     bool lock_file_made_ = false;
     bool was_running_ = false; /* at the last look */
-    std::set<pid_t> pids_;     /* of the first process and the monitors seen */
+    std::vector<pid_t> pids_;  /* of the first process and the monitors seen */
 };
 
 Attempt::Attempt(const StartOptions& given, const Settings& settings, int limit)
@@ -193,12 +193,12 @@ Attempt::Attempt(const StartOptions& given, const Settings& settings, int limit)
 {
 }
 
-Report Attempt::look()
+TypeStatus Attempt::look()
 {
-    Report report = observer_.look(given_.type).front();
+    TypeStatus report = observer_.look({ given_.type }).front();
 
     if (report.monitor) {
-        pids_.insert(report.monitor->process.pid);
+        pids_.push_back(report.monitor->process.pid);
     }
     return report;
 }
@@ -208,7 +208,7 @@ Report Attempt::look()
  */
 int Attempt::run()
 {
-    Report report = look();
+    TypeStatus report = look();
 
     while ((report.state == State::ending || report.state == State::recovering) && Clock::now() < limit_) {
         std::this_thread::sleep_for(LOOK_PAUSE);
@@ -217,7 +217,7 @@ int Attempt::run()
     return begin(report);
 }
 
-int Attempt::begin(const Report& report)
+int Attempt::begin(const TypeStatus& report)
 {
     if (!report.monitor) {
         return begin_launch();
@@ -232,7 +232,7 @@ int Attempt::begin(const Report& report)
         return begin_request(report);
     }
     if (report.state == State::ending || report.state == State::recovering) {
-        return failed(std::string("not started, as its monitor is still ") + word(report.state));
+        return failed("not started, as its monitor is still " + std::string(word(report.state)));
     }
     return watch();
 }
@@ -251,17 +251,17 @@ int Attempt::begin_launch()
         drop_lock_file();
         throw;
     }
-    pids_.insert(first_);
+    pids_.push_back(first_);
     return watch();
 }
 
-int Attempt::begin_request(const Report& report)
+int Attempt::begin_request(const TypeStatus& report)
 {
     if (report.monitor->no_start) {
         return failed("not started; its monitor waits: " + report.reason);
     }
     requested_ = Clock::now();
-    Handle(report.monitor->process).signal(SIGUSR1);
+    PidfdHandle(report.monitor->process).signal(SIGUSR1);
     return watch();
 }
 
@@ -297,9 +297,9 @@ bool Attempt::first_has_ended()
 /*
  * Result: nothing as long as it may go either way.
  */
-std::optional<int> Attempt::judge_report(const Report& report)
+std::optional<int> Attempt::judge_report(const TypeStatus& report)
 {
-    const bool old_failure = requested_ && (report.record.last_event_time < begun_);
+    const bool old_failure = requested_ && (!report.history.last_failure || report.history.last_failure->time < begun_);
 
     /* Twice: the first process is let go a moment before a service that is late is told to end. */
     if (report.state == State::running && was_running_) {
@@ -332,13 +332,13 @@ int Attempt::watch()
             return failed("not started: the monitor's first process has ended with status " +
                           std::to_string(first_status_));
         }
-        const Report report = look();
+        const TypeStatus report = look();
         if (settled) {
             result = judge_report(report);
         }
         if (!result && Clock::now() > limit_) {
             result = failed("not up after " + std::to_string(seconds_) + " seconds; its monitor goes on and is " +
-                            word(report.state));
+                            std::string(word(report.state)));
         }
         std::this_thread::sleep_for(result ? std::chrono::milliseconds(0) : LOOK_PAUSE);
     }
@@ -352,7 +352,7 @@ int Attempt::failed(const std::string& sentence)
     return EXIT_DOWN;
 }
 
-int Attempt::up(const Report& report, const std::string& how)
+int Attempt::up(const TypeStatus& report, const std::string& how)
 {
     say(given_.type, how + ", its monitor being process " + std::to_string(report.monitor->process.pid) +
                          (report.service ? " and the service process " + std::to_string(report.service->pid) : ""));

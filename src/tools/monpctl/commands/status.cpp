@@ -3,15 +3,13 @@
  */
 #include "commands/commands.h"
 #include "common/text.h"
-#include "machine/monitor.h"
+#include "machine/observer.h"
 
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
-#include <iomanip>
 #include <iostream>
 #include <nlohmann/json.hpp>
-#include <sstream>
 #include <unistd.h>
 
 namespace monpctl {
@@ -35,6 +33,7 @@ constexpr Look LOOKS[] = {
     { State::waiting, EXIT_DOWN, YELLOW }, { State::recovering, EXIT_DOWN, YELLOW },
     { State::ending, EXIT_DOWN, YELLOW },  { State::stopped, EXIT_DOWN, "" },
     { State::dead, EXIT_FAILED, RED },     { State::unknown, EXIT_UNKNOWN, RED },
+    { State::gave_up, EXIT_FAILED, RED },
 };
 
 const Look& look_of(State state)
@@ -53,24 +52,12 @@ Exit worse(Exit one, Exit other)
     return place(one) < place(other) ? other : one;
 }
 
-std::string time_text(Time time, const char* format)
-{
-    const std::time_t seconds = std::chrono::system_clock::to_time_t(time);
-    std::tm fields = {};
-    std::ostringstream text;
-
-    text << std::put_time(localtime_r(&seconds, &fields), format);
-    return text.str();
-}
-
 /*
- * The time of today, the date of any other day.
+ * A number that the records tell, "?" where they are missing.
  */
-std::string short_time(Time time)
+std::string told(const std::optional<int>& number, const TypeStatus& report)
 {
-    const bool today = time_text(time, "%F") == time_text(std::chrono::system_clock::now(), "%F");
-
-    return time_text(time, today ? "%T" : "%F");
+    return number ? std::to_string(*number) : report.history.missing.empty() ? "-" : "?";
 }
 
 bool colours()
@@ -102,7 +89,7 @@ void print_row(size_t width, const std::vector<std::string>& cells, const char* 
     }
 }
 
-void print_table(const std::vector<Report>& reports)
+void print_table(const std::vector<TypeStatus>& reports)
 {
     const bool coloured = colours();
     size_t width = 4;
@@ -116,12 +103,14 @@ void print_table(const std::vector<Report>& reports)
         const auto& shown = report.service ? report.service
                             : runs         ? std::optional(report.monitor->process)
                                            : std::nullopt;
-        print_row(width,
-                  { printable(report.type), word(report.state),
-                    runs ? std::to_string(report.monitor->process.pid) : "-", pid_text(report.service),
-                    shown ? short_time(shown->since()) : "-", runs ? std::to_string(report.record.restarts) : "-",
-                    report.record.last_status ? std::to_string(*report.record.last_status) : "-" },
-                  coloured ? look_of(report.state).colour : "");
+        print_row(
+            width,
+            { printable(report.type), std::string(word(report.state)),
+              runs ? std::to_string(report.monitor->process.pid) : "-", pid_text(report.service),
+              shown ? short_time(shown->since(), std::chrono::system_clock::now()) : "-",
+              told(report.history.restarts, report),
+              told(report.history.last_end ? std::optional(report.history.last_end->status) : std::nullopt, report) },
+            coloured ? look_of(report.state).colour : "");
     }
     for (const auto& report : reports) {
         if (!report.reason.empty()) {
@@ -143,7 +132,7 @@ nlohmann::json process_json(const std::optional<Process>& process)
              { "executable", process->executable } };
 }
 
-nlohmann::json report_json(const Report& report)
+nlohmann::json report_json(const TypeStatus& report)
 {
     const auto monitor = report.monitor ? std::optional(report.monitor->process) : std::nullopt;
     nlohmann::json copies = nlohmann::json::array();
@@ -157,9 +146,9 @@ nlohmann::json report_json(const Report& report)
              { "monitor", process_json(monitor) },
              { "service", process_json(report.service) },
              { "copies", copies },
-             { "restarts", report.record.restarts },
+             { "restarts", report.history.restarts ? nlohmann::json(*report.history.restarts) : nlohmann::json() },
              { "last_status",
-               report.record.last_status ? nlohmann::json(*report.record.last_status) : nlohmann::json() },
+               report.history.last_end ? nlohmann::json(report.history.last_end->status) : nlohmann::json() },
              { "lock_file", report.settings.lock_file },
              { "warnings", report.warnings } };
 }
@@ -169,7 +158,7 @@ int print_status(const StatusOptions& given)
     if (!given.type.empty()) {
         require_known_or_running(given.type);
     }
-    const auto reports = Observer().look(given.type);
+    const auto reports = Observer().look(given.type.empty() ? std::vector<std::string>() : std::vector{ given.type });
     Exit result = reports.empty() ? EXIT_DOWN : EXIT_DONE;
 
     for (const auto& report : reports) {

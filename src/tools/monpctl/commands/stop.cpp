@@ -4,12 +4,14 @@
 #include "commands/commands.h"
 #include "commands/console.h"
 #include "common/installation.h"
+#include "machine/exit_signal.h"
 
 #include "monp.h"
 
 #include <algorithm>
 #include <csignal>
 #include <iostream>
+#include <map>
 #include <memory>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -60,31 +62,35 @@ bool action_in_doubt(const Process& monitor, const Settings& settings)
            (!settings.usable() || changed_since(monitor, directory + "/monp.xml") || changed_since(monitor, directory));
 }
 
+bool dies_of_request(const TypeStatus& report)
+{
+    return report.service && exit_signal(*report.service, SIGUSR1) == ExitSignal::fatal;
+}
+
 /*
  * Why the node may go down with a service; empty if it will not. A monitor that waits has no service to end. The policy
  * is read anew: it may have been changed since that of another monitor was read.
  */
-std::string danger(const Report& report)
+std::string danger(const TypeStatus& report)
 {
     if (report.state == State::waiting) {
         return "";
     }
     const Settings settings = read_settings(report.type, report.monitor->options);
-    const int action = settings.action;
+    const int action = report.action.in_doubt ? settings.action : report.action.action;
     const bool drastic = action == MONP_ACT_OS_HALT || action == MONP_ACT_OS_REBOOT;
-    if (!drastic && action_in_doubt(report.monitor->process, settings)) {
+    if (!drastic && report.action.in_doubt && action_in_doubt(report.monitor->process, settings)) {
         return "this may halt or reboot the node, as the policy was changed after the monitor had read its action";
     }
     if (!drastic) {
         return "";
     }
-    const std::string handler =
-        report.service && report.service->dies_of(SIGUSR1) ? " (it has no handler for it, so it will)" : "";
+    const std::string handler = dies_of_request(report) ? " (it has no handler for it, so it will)" : "";
     return "this may " + action_text(action) + ", as the monitor does when the service dies of its exit signal" +
            handler + ", has to be killed, or ends with a status other than 0";
 }
 
-bool confirmed(const StopOptions& given, const Report& report)
+bool confirmed(const StopOptions& given, const TypeStatus& report)
 {
     const std::string reason = danger(report);
     std::string answer;
@@ -105,15 +111,15 @@ bool confirmed(const StopOptions& given, const Report& report)
 /*
  * What a service without a handler makes of an end request.
  */
-void warn_of_recovery(const Report& report)
+void warn_of_recovery(const TypeStatus& report)
 {
-    if (!report.service || !report.service->dies_of(SIGUSR1)) {
+    if (!dies_of_request(report)) {
         return;
     }
-    if (report.settings.action == MONP_ACT_RESTART || report.settings.action == MONP_ACT_STOP_CLSDAEMON) {
+    if (report.action.action == MONP_ACT_RESTART || report.action.action == MONP_ACT_STOP_CLSDAEMON) {
         complain(report.type, "warning: the service has no handler for its exit signal, so the monitor takes its end "
                               "for a failure, and will " +
-                                  action_text(report.settings.action));
+                                  action_text(report.action.action));
     }
 }
 
@@ -122,7 +128,7 @@ void warn_of_recovery(const Report& report)
  */
 struct Held {
     Process process;
-    std::unique_ptr<Handle> handle;
+    std::unique_ptr<PidfdHandle> handle;
 };
 
 void hold(std::vector<Held>& held, const Process& process)
@@ -131,7 +137,7 @@ void hold(std::vector<Held>& held, const Process& process)
         std::any_of(held.begin(), held.end(), [&](const Held& one) { return one.process.same(process); });
 
     if (!known) {
-        held.push_back({ process, std::make_unique<Handle>(process) });
+        held.push_back({ process, std::make_unique<PidfdHandle>(process) });
     }
 }
 
@@ -142,7 +148,7 @@ class Consent {
 public:
     explicit Consent(const StopOptions& given) : given_(given) {}
 
-    bool to_stop(const Report& report)
+    bool to_stop(const TypeStatus& report)
     {
         const Process& monitor = report.monitor->process;
         const auto asked =
@@ -157,12 +163,12 @@ private:
     std::vector<std::pair<Process, bool>> answers_;
 };
 
-void request_once(const Report& report, std::vector<Held>& services)
+void request_once(const TypeStatus& report, std::vector<Held>& services)
 {
     if (report.service) {
         hold(services, *report.service);
     }
-    const Handle monitor(report.monitor->process);
+    const PidfdHandle monitor(report.monitor->process);
     if (report.monitor->set_up) {
         monitor.signal(SIGUSR2);
     }
@@ -173,15 +179,15 @@ void request_once(const Report& report, std::vector<Held>& services)
  * forgotten. One that has no handlers yet would be killed by it, and is waited for; one without consent is not.
  * Result: what is left of the monitors when nothing more comes of it, or at the limit.
  */
-std::vector<Report> request_end(const std::string& type, Clock::time_point limit, Consent& consent,
-                                std::vector<Held>& services)
+std::vector<TypeStatus> request_end(const std::string& type, Clock::time_point limit, Consent& consent,
+                                    std::vector<Held>& services)
 {
     Observer observer;
 
     for (;;) {
-        const Report* awaited = nullptr;
-        auto reports = observer.look(type);
-        std::erase_if(reports, [](const Report& report) { return !report.monitor; });
+        const TypeStatus* awaited = nullptr;
+        auto reports = observer.look({ type });
+        std::erase_if(reports, [](const TypeStatus& report) { return !report.monitor; });
         for (const auto& report : reports) {
             if (consent.to_stop(report)) {
                 request_once(report, services);
@@ -192,7 +198,7 @@ std::vector<Report> request_end(const std::string& type, Clock::time_point limit
             return reports;
         }
         /* Whichever ends first may be the last. */
-        static_cast<void>(Handle(awaited->monitor->process).ended(std::chrono::milliseconds(REQUEST_PAUSE)));
+        static_cast<void>(PidfdHandle(awaited->monitor->process).ended(std::chrono::milliseconds(REQUEST_PAUSE)));
     }
 }
 
@@ -209,14 +215,14 @@ std::string way_out(const Process& service)
  * Names each process that has outlived the stop.
  * Result: whether there was none.
  */
-bool name_survivors(const std::string& type, const std::vector<Report>& monitors, const std::vector<Held>& services)
+bool name_survivors(const std::string& type, const std::vector<TypeStatus>& monitors, const std::vector<Held>& services)
 {
     const auto limit = Clock::now() + (monitors.empty() ? KILL_LIMIT : std::chrono::seconds(0));
     std::map<pid_t, Process> survivors;
 
     for (const auto& report : monitors) {
         complain(type, "its monitor, process " + std::to_string(report.monitor->process.pid) + ", is still " +
-                           word(report.state));
+                           std::string(word(report.state)));
     }
     for (const auto& service : services) {
         const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(limit - Clock::now());
@@ -224,7 +230,7 @@ bool name_survivors(const std::string& type, const std::vector<Report>& monitors
             survivors[service.process.pid] = service.process;
         }
     }
-    for (const auto& report : Observer().look(type)) {
+    for (const auto& report : Observer().look({ type })) {
         for (const auto& copy : report.copies) {
             survivors[copy.pid] = copy;
         }
@@ -248,7 +254,7 @@ int stop(const StopOptions& given)
 {
     require_root();
     require_known_or_running(given.type);
-    const auto reports = Observer().look(given.type);
+    const auto reports = Observer().look({ given.type });
     std::vector<Held> services;
     Consent consent(given);
 
@@ -261,7 +267,7 @@ int stop(const StopOptions& given)
     const auto seconds = std::chrono::seconds(given.wait.value_or(default_seconds(reports.front().settings)));
     const auto limit = Clock::now() + seconds;
     const auto monitors =
-        reports.front().monitor ? request_end(given.type, limit, consent, services) : std::vector<Report>();
+        reports.front().monitor ? request_end(given.type, limit, consent, services) : std::vector<TypeStatus>();
     if (!reports.front().monitor) {
         say(given.type, "no monitor runs");
     }

@@ -1,5 +1,7 @@
 #include "common/installation.h"
 
+#include "common/refusal.h"
+
 #include "tesk_home.h"
 
 #include <filesystem>
@@ -20,6 +22,17 @@ bool same_home(const std::string& value)
     std::error_code error;
 
     return fs::weakly_canonical(tesk_home_of(value.c_str()), error) == fs::weakly_canonical(tesk_home(), error);
+}
+
+void require_installation()
+{
+    std::error_code error;
+
+    if (!fs::is_directory(policy_directory(), error)) {
+        const bool absent = !error || error == std::errc::no_such_file_or_directory;
+        throw Refusal(policy_directory() + (absent ? " is missing" : " cannot be reached: " + error.message()) +
+                      "; TESK_HOME must name the home directory of an installation");
+    }
 }
 
 std::string policy_directory()

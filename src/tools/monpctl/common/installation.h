@@ -19,6 +19,11 @@ std::string home();
 bool same_home(const std::string& value);
 
 /*
+ * Throws a Refusal, which names the home directory, where there is no installation or we may not look into it.
+ */
+void require_installation();
+
+/*
  * Files of the installation. An empty section means the configuration.
  */
 std::string policy_directory();

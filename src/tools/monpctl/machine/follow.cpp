@@ -27,22 +27,15 @@ static constexpr int LAST_GENERATION = 99;
 /* Between two looks for new lines. */
 static constexpr auto PAUSE = std::chrono::milliseconds(200);
 
-Follower::Follower(fs::path file, bool oldest) : file_(std::move(file))
+Follower::Follower(fs::path file, FollowFrom from) : file_(std::move(file))
 {
-    int number = oldest ? LAST_GENERATION : 0;
+    int number = from == FollowFrom::oldest ? LAST_GENERATION : 0;
     std::error_code error;
 
     while (number > 0 && !fs::exists(generation(number), error)) {
         number--;
     }
     open(number);
-}
-
-Follower::~Follower()
-{
-    if (fd_ >= 0) {
-        close(fd_);
-    }
 }
 
 fs::path Follower::generation(int number) const
@@ -56,22 +49,16 @@ fs::path Follower::generation(int number) const
 bool Follower::open(int number)
 {
     struct stat status = {};
-    const int fd = ::open(generation(number).c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    UniqueFd fd(::open(generation(number).c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
 
-    if (fd < 0 || fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) {
-        error_ = fd < 0 ? errno : EINVAL;
-        if (fd >= 0) {
-            close(fd);
-        }
+    if (!fd || fstat(fd.get(), &status) != 0 || !S_ISREG(status.st_mode)) {
+        error_ = fd ? EINVAL : errno;
         return false;
-    }
-    if (fd_ >= 0) {
-        close(fd_);
     }
     if (taken_ < buffer_.size()) {
         buffer_ += '\n';
     }
-    fd_ = fd;
+    fd_ = std::move(fd);
     error_ = 0;
     newest_ = number == 0;
     return true;
@@ -79,7 +66,7 @@ bool Follower::open(int number)
 
 int Follower::error() const
 {
-    return fd_ < 0 ? error_ : 0;
+    return fd_ ? 0 : error_;
 }
 
 bool Follower::next(std::string& line)
@@ -111,14 +98,14 @@ bool Follower::fill()
     std::array<char, 65536> piece = {};
     struct stat status = {};
 
-    if (fd_ < 0) {
+    if (!fd_) {
         return false;
     }
     /* One that was emptied instead of renamed begins again. */
-    if (fstat(fd_, &status) == 0 && status.st_size < lseek(fd_, 0, SEEK_CUR)) {
-        lseek(fd_, 0, SEEK_SET);
+    if (fstat(fd_.get(), &status) == 0 && status.st_size < lseek(fd_.get(), 0, SEEK_CUR)) {
+        lseek(fd_.get(), 0, SEEK_SET);
     }
-    const ssize_t length = read(fd_, piece.data(), piece.size());
+    const ssize_t length = read(fd_.get(), piece.data(), piece.size());
     if (length > 0) {
         buffer_.append(piece.data(), static_cast<size_t>(length));
     }
@@ -133,7 +120,7 @@ int Follower::find() const
     struct stat own = {};
     struct stat other = {};
 
-    if (fd_ < 0 || fstat(fd_, &own) != 0) {
+    if (!fd_ || fstat(fd_.get(), &own) != 0) {
         return -1;
     }
     for (int number = 0; number <= LAST_GENERATION; number++) {
@@ -152,7 +139,7 @@ int Follower::first_newer() const
 {
     struct stat own = {};
     struct stat other = {};
-    int number = fstat(fd_, &own) == 0 ? LAST_GENERATION : 0;
+    int number = fstat(fd_.get(), &own) == 0 ? LAST_GENERATION : 0;
 
     while (number > 0 &&
            (stat(generation(number).c_str(), &other) != 0 || std::pair(other.st_mtim.tv_sec, other.st_mtim.tv_nsec) <
@@ -187,13 +174,13 @@ bool Follower::move_on()
     return false;
 }
 
-void for_each_line(const fs::path& file, bool oldest, bool follow, bool needed,
+void for_each_line(const fs::path& file, const LineOptions& options,
                    const std::function<void(const std::string&)>& take)
 {
-    Follower follower(file, oldest);
+    Follower follower(file, options.from);
     std::string line;
 
-    if (const int error = follower.error(); error != 0 && (error != ENOENT || (needed && !follow))) {
+    if (const int error = follower.error(); error != 0 && (error != ENOENT || (options.needed && !options.follow))) {
         throw Refusal(file.string() + " cannot be read: " + std::strerror(error));
     }
     for (;;) {
@@ -203,7 +190,7 @@ void for_each_line(const fs::path& file, bool oldest, bool follow, bool needed,
         if (!std::cout.flush()) {
             throw std::runtime_error("the standard output cannot be written");
         }
-        if (!follow) {
+        if (!options.follow) {
             return;
         }
         std::this_thread::sleep_for(PAUSE);

@@ -4,22 +4,25 @@
 #ifndef MONPCTL_FOLLOW_H
 #define MONPCTL_FOLLOW_H
 
+#include "common/unique_fd.h"
+
 #include <filesystem>
 #include <functional>
 #include <string>
 
 namespace monpctl {
 
+enum class FollowFrom {
+    newest, /* generation of the file */
+    oldest
+};
+
 class Follower {
 public:
     /*
-     *   file    the newest generation; it need not exist yet
-     *   oldest  whether to begin with the oldest generation instead
+     *   file  the newest generation; it need not exist yet
      */
-    Follower(std::filesystem::path file, bool oldest);
-    ~Follower();
-    Follower(const Follower&) = delete;
-    Follower& operator=(const Follower&) = delete;
+    Follower(std::filesystem::path file, FollowFrom from);
 
     /*
      * Takes the next line. A file that has been rotated away is read to its end, then those that came after it.
@@ -40,19 +43,23 @@ private:
     bool open(int number);
 
     std::filesystem::path file_;
-    int fd_ = -1;
+    UniqueFd fd_;
     int error_ = 0;
     bool newest_ = false; /* the open file was the newest one when it was last looked at */
-    std::string buffer_;
+    std::string buffer_ = {};
     size_t taken_ = 0; /* bytes of it that were given out */
 };
 
+struct LineOptions {
+    FollowFrom from = FollowFrom::oldest;
+    bool follow = false; /* go on with the lines that come, and do not return */
+    bool needed = false; /* refuse a missing file, unless it is waited for */
+};
+
 /*
- * Calls `take` for each line that there is, and with `follow` for each that comes; then it does not return. The
- * standard output is flushed whenever there is nothing to read.
- *   needed  whether a missing file is refused, if it is not waited for
+ * Calls `take` for each line. The standard output is flushed whenever there is nothing to read.
  */
-void for_each_line(const std::filesystem::path& file, bool oldest, bool follow, bool needed,
+void for_each_line(const std::filesystem::path& file, const LineOptions& options,
                    const std::function<void(const std::string&)>& take);
 
 } // namespace monpctl

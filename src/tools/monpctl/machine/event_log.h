@@ -1,8 +1,8 @@
 /*
  * The events file of all monitors: one JSON object a line.
  */
-#ifndef MONPCTL_EVENTS_H
-#define MONPCTL_EVENTS_H
+#ifndef MONPCTL_EVENT_LOG_H
+#define MONPCTL_EVENT_LOG_H
 
 #include <map>
 #include <optional>
@@ -16,7 +16,7 @@ namespace monpctl {
  * One event, or a place where some are missing: id 0 and the name "LOST". Those about a failed recovery command have no
  * type of their own; they get that of the event before it from the same monitor.
  */
-struct Event {
+struct EventSummary {
     std::string time; /* with microseconds and the offset from UTC */
     std::string type; /* as the type's section states it, which may differ from the type on the command line */
     std::string name; /* such as "FAIL_MON" */
@@ -36,7 +36,7 @@ public:
     explicit EventReader(const std::string& type);
 
     /* Nothing for a line that is no event, or not one of the type. */
-    std::optional<Event> read(const std::string& line);
+    std::optional<EventSummary> read(const std::string& line);
 
 private:
     std::vector<std::string> names_;    /* those that the type may appear under */

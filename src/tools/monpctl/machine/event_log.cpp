@@ -1,7 +1,7 @@
 /*
  * Reading of the events file.
  */
-#include "machine/events.h"
+#include "machine/event_log.h"
 
 #include "policy/settings.h"
 
@@ -35,13 +35,13 @@ EventReader::EventReader(const std::string& type)
     }
 }
 
-std::optional<Event> EventReader::read(const std::string& line)
+std::optional<EventSummary> EventReader::read(const std::string& line)
 {
     const auto object = nlohmann::json::parse(line, nullptr, false);
     const auto id = number_member(object, "event");
     const auto lost = number_member(object, "lost");
     const auto monitor = number_member(object, "pid");
-    Event event;
+    EventSummary event;
 
     if (!object.is_object() || !monitor || (!id && !lost)) {
         return {};
