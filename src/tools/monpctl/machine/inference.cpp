@@ -63,6 +63,14 @@ std::string failure_words(const Evidence& evidence, const LoggedEnd& end)
 }
 
 /*
+ * An end as a sentence about the service.
+ */
+std::string service_words(const std::string& end)
+{
+    return (end.starts_with("killed") ? "the service was " : "the service ") + end;
+}
+
+/*
  * The end of a zombie.
  */
 std::string wait_words(const std::optional<int>& status)
@@ -182,7 +190,7 @@ Judgement judge_zombie(const Evidence& evidence, Judgement starting)
 
     if (unreported) {
         starting.failed_start = wait_words(service.wait_status) + " before it reported";
-        starting.reason = "the service " + starting.failed_start + ", which its monitor takes notice of later";
+        starting.reason = service_words(starting.failed_start) + ", which its monitor takes notice of later";
     } else {
         starting.reason = "the service has ended, and it is not known yet if it had reported";
     }
@@ -296,9 +304,21 @@ Judgement judge_monitor(const Evidence& evidence)
 
 /* ---------------------------------------------------------------- without a monitor ---- */
 
-std::string action_words(int action)
+/*
+ * Why no recovery followed on the end of a service.
+ */
+std::string no_recovery(const Evidence& evidence, const LoggedRun& run)
 {
-    return action == MONP_ACT_NONE ? "it was to do nothing about that" : "it was to " + action_text(action);
+    const int action = action_of(evidence).action;
+    const int limit = run.restart_limit.value_or(evidence.restart_limit);
+
+    if (action == MONP_ACT_NONE) {
+        return ", and its recovery action is to do nothing";
+    }
+    if (action == MONP_ACT_RESTART && (run.limit_reached || (limit > 0 && run.restarts >= limit))) {
+        return fmt::format(" after {} of {} restarts", run.restarts, limit);
+    }
+    return ", and its monitor ended before it could " + action_text(action);
 }
 
 /*
@@ -306,9 +326,8 @@ std::string action_words(int action)
  */
 std::string surrender(const Evidence& evidence, const LoggedRun& run)
 {
-    const int action = action_of(evidence).action;
     const std::string service =
-        run.end ? "the service " + end_words(*run.end) + (run.end->asked ? " when it was asked to end" : "")
+        run.end ? service_words(end_words(*run.end)) + (run.end->asked ? " when it was asked to end" : "")
                 : "the service failed";
 
     if (run.reload_failed) {
@@ -316,19 +335,15 @@ std::string surrender(const Evidence& evidence, const LoggedRun& run)
     }
     switch (run.last_event) {
     case MONP_EVTID_FAIL_MON:
-        if (action == MONP_ACT_RESTART) {
-            return fmt::format("{} after {} of {} restarts", service, run.restarts,
-                               run.restart_limit.value_or(evidence.restart_limit));
-        }
-        return service + ", and " + action_words(action);
+        return service + no_recovery(evidence, run);
     case MONP_EVTID_ACT_STOP_DAEMON:
     case MONP_EVTID_ACT_HALT_SYSTEM:
     case MONP_EVTID_ACT_REBOOT_SYSTEM:
-        return service + ", so it has set out to " + action_text(run.last_event / 2 + 1);
+        return service + ", so its monitor set out to " + action_text(run.last_event / 2 + 1);
     case MONP_EVTID_FAIL_STOP_DAEMON:
     case MONP_EVTID_FAIL_HALT_SYSTEM:
     case MONP_EVTID_FAIL_REBOOT_SYSTEM:
-        return service + ", and it failed to " + action_text(run.last_event / 2 + 1);
+        return service + ", and its monitor failed to " + action_text(run.last_event / 2 + 1);
     default:
         return "";
     }

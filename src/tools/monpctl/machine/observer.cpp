@@ -94,7 +94,7 @@ void warn_of_monitor(TypeStatus& status)
         tell("the monitor is held by a signal or a debugger");
     }
     if (status.state == State::waiting && status.history.last_failure) {
-        tell("the monitor waits after a failed start: the service " + status.history.last_failure->reason);
+        tell("the monitor waits after a failed start: " + status.history.last_failure->reason);
     }
     if (!status.history.missing.empty()) {
         tell("records are missing: " + status.history.missing);
