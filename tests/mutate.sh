@@ -10,11 +10,14 @@ module=src/linux/server/process/monp/src/monp
 # FILE | TEXT | REPLACEMENT. The text stands in the file exactly once.
 rows() {
     cat <<'END'
-monp.cpp | &gpmonplog, 0, MONP_DEF_LOGSZ | &gpmonplog, 4, MONP_DEF_LOGSZ
+monp.cpp | monp_log_open(0, MONP_DEF_LOGSZ) | monp_log_open(4, MONP_DEF_LOGSZ)
 monp.cpp |     gmdfilemaked = 0; |     ;
 monp.cpp |     monp_delete_mdfile(); |     ;
 monp.cpp |     gbmonpend = 0; |     ;
-monp.cpp | if (gpmonplog != nullptr) { | if (gpmonplog == nullptr) {
+monp.cpp |     monp_log_close(); |     ;
+monp_log.cpp | gpmonplog.exchange(nullptr) | gpmonplog.load()
+monp_log.cpp | gnlogusers != 0 && nstep | gnlogusers > 1 && nstep
+monp_log.cpp | if (gnlogusers == 0) { | if (gnlogusers >= 0) {
 monp_startup.cpp | if (nret != 0) { | if (nret > 0) {
 monp_startup.cpp | nfuncret = MONP_RET_FAIL_PARAM; | nfuncret = MONP_RET_FAIL_INIT;
 monp_startup.cpp | strcmp(gmonpparam.type, gsuffixes | strcmp(gmonpmonpol.type, gsuffixes

@@ -2,6 +2,9 @@
 #include "monp_run.h"
 #include "stage.h"
 
+#include <gmock/gmock.h>
+#include <thread>
+
 struct Run : Monitor {
     Run()
     {
@@ -87,6 +90,20 @@ TEST_F(Run, FailuresOfStartUpAndExitAreTolerated)
     sys.uid = static_cast<uid_t>(-2);
     EXPECT_EQ("exit 1", run_monitor("--dusko"));
     EXPECT_EQ("error: permission denied. (ret=-2)", journal.only("error:"));
+}
+
+TEST_F(Run, ACollectionWritesNothingToAClosedLog)
+{
+    services(1, 0);
+    sys.at(1, [] {
+        journal.when["log_term"] = [] {
+            sys.next = { { .runs = 1 } };
+            std::thread(monp_elog_collect, nullptr).join();
+        };
+    });
+    run_monitor("--dusko");
+    EXPECT_EQ(1u, journal.count("execv /opt/x/sbin/elog"));
+    EXPECT_THAT(journal.only("info: error: detail:"), testing::EndsWith("info: end - (type=trn ret=0)"));
 }
 
 TEST_F(Run, LockFilesOfTheTypes)

@@ -212,7 +212,7 @@ extern MONP_FLAG gbmonpterm;    /* in the launcher's process: the daemon has rel
 extern MONP_FLAG gmdfilemaked;  /* the marker file has been made in this phase */
 
 extern std::atomic<pid_t> gmonpppid;    /* the launcher's process; 0 once it has been released */
-extern void* gpmonplog;                 /* log handle; null as long as no log is open */
+extern std::atomic<void*> gpmonplog;    /* log handle; null while no log is open. See monp_log.h */
 extern pthread_attr_t gmonpthattr_elog; /* attributes of every collection thread; valid for the whole run */
 
 extern char (*gpmonpldpol)[CS_TYPE_LEN]; /* policy sections loaded, in load order; null while there are none */

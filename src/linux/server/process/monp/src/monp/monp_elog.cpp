@@ -50,7 +50,8 @@ static void monp_elog_arguments(PMONP_COLLECTOR_INFO pcollector)
     monp_addarg(pcollector->pargv, &nnum, "-o");
     monp_addarg(pcollector->pargv, &nnum, pcollector->szarc);
 
-    nret = cs_itoasc(nrotate, sizeof(pcollector->szrotate), pcollector->szrotate, gpmonplog);
+    nret = cs_itoasc(nrotate, sizeof(pcollector->szrotate), pcollector->szrotate, monp_log_take());
+    monp_log_leave();
     if (nret != CS_RET_SUCCESS) {
         MONP_INFO("cs_itoasc() failed. (ret=%d rotate=%d)", nret, nrotate);
     } else {

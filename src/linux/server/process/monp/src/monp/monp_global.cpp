@@ -19,7 +19,7 @@ constinit MONP_FLAG gbmonpterm{ 0 };
 constinit MONP_FLAG gmdfilemaked{ 0 };
 
 constinit std::atomic<pid_t> gmonpppid{ 0 };
-void* gpmonplog = nullptr;
+constinit std::atomic<void*> gpmonplog{ nullptr };
 pthread_attr_t gmonpthattr_elog;
 
 char (*gpmonpldpol)[CS_TYPE_LEN] = nullptr;

@@ -43,8 +43,8 @@ static int monp_readrow(const MONP_POLKEY* prow, const char* ptype, const char* 
 
     nret = xmllib_get_value(szkey, prow->nkind, pfield, &ncapacity);
     if (nret != 0) {
-        TESKLOG_LINE(gpmonplog, prow->nlevel, "xmllib_get_value() failed. (type=%s ret=%#x key=%s)", plogtype,
-                     static_cast<unsigned>(nret), szkey);
+        MONP_LINE(prow->nlevel, "xmllib_get_value() failed. (type=%s ret=%#x key=%s)", plogtype,
+                  static_cast<unsigned>(nret), szkey);
         monp_setdefault(prow, pfield);
         if (prow->nfail == MONP_KEYFAIL_END) {
             nfuncret = MONP_RET_FAIL_UNKNOWN;

@@ -129,14 +129,14 @@ static void monp_finishsignal(MONP_HANDLER nhandler, int nsig)
     const char* pname = ghandlernames[nhandler];
     const MONP_SIGNAL_ITEMS* prow = monp_findsignal(nhandler, nsig);
 
-    TESKLOG_LINE_AS(gpmonplog, TESKLOG_TRACE, pname, "start - (type=%s sig=%d)", gmonpmonpol.type, nsig);
-    TESKLOG_LINE_AS(gpmonplog, TESKLOG_TRACE, pname, "catch signal. (type=%s sig=%d)", gmonpmonpol.type, nsig);
+    MONP_LINE_AS(TESKLOG_TRACE, pname, "start - (type=%s sig=%d)", gmonpmonpol.type, nsig);
+    MONP_LINE_AS(TESKLOG_TRACE, pname, "catch signal. (type=%s sig=%d)", gmonpmonpol.type, nsig);
     if (prow == nullptr) {
-        TESKLOG_LINE_AS(gpmonplog, TESKLOG_WARNING, pname, "unknown signal. (type=%s sig=%d)", gmonpmonpol.type, nsig);
+        MONP_LINE_AS(TESKLOG_WARNING, pname, "unknown signal. (type=%s sig=%d)", gmonpmonpol.type, nsig);
     } else if (prow->bmarker != 0) {
         monp_make_mdfile();
     }
-    TESKLOG_LINE_AS(gpmonplog, TESKLOG_TRACE, pname, "end - (type=%s)", gmonpmonpol.type);
+    MONP_LINE_AS(TESKLOG_TRACE, pname, "end - (type=%s)", gmonpmonpol.type);
 }
 
 void monp_drainsignals(void)
