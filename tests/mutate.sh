@@ -56,6 +56,7 @@ monp_create_process_svc.cpp | &pchild->nstat, 0); | &pchild->nstat, WNOHANG);
 monp_loop.cpp | strcmp(gmonpparam.type, ptypes[ninx]) | strcmp(gmonpmonpol.type, ptypes[ninx])
 monp_loop.cpp | prun->nrestart > gmonpparam.restime | prun->nrestart >= gmonpparam.restime
 monp_loop.cpp |     gbreload = 0; |     ;
+monp_loop.cpp |         monp_drainsignals(); |         ;
 monp_loop.cpp | prun->nfuncret = MONP_RET_FAIL_INIT; | prun->nfuncret = MONP_RET_FAIL_UNKNOWN;
 monp_loop.cpp | start request. (type=%s)", gmonpparam.type | start request. (type=%s)", gmonpmonpol.type
 monp_loop.cpp | prun->nstat == 0 || gmonpparam.action == MONP_ACT_NONE || | prun->nstat == 0 ||

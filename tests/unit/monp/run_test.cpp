@@ -259,6 +259,27 @@ TEST_F(Run, HoldsBackSomeTypes)
     }
 }
 
+// A request that comes between the two is answered by the marker file of the phase that ends.
+TEST_F(Run, AReloadRemovesTheMarkerOfAnEarlierRequest)
+{
+    xml.values["/root/dusko/type"] = "pelkant";
+    xml.values["/root/all/path"] = "/nonexistent";
+    journal.fails["access"] = EACCES;
+    sys.next = { { .reports = 2, .ack = exited(0) } };
+    sys.signal_at(1, SIGHUP);
+    sys.signal_at(4, SIGUSR2);
+    journal.when["info: reload configuration. (type=dusko)"] = [] {
+        monp_sighandler1(SIGUSR1);
+        journal.fails.clear();
+        journal.entries.clear();
+    };
+    run_monitor("--dusko");
+    EXPECT_THAT(journal.only("error: xmllib_init execv"),
+                testing::StartsWith("error: mkdir failed. (dir=/nonexistent/md errno=2); "
+                                    "error: Not exist file. (file=/nonexistent/md/made errno=2); xmllib_init monp; "
+                                    "execv /nonexistent/bin/svc svc -f a"));
+}
+
 // Only the policy type counts. The marker cannot be made, so that each try leaves a line.
 TEST_F(Run, TheMarkerFollowsThePhases)
 {

@@ -70,6 +70,8 @@ static MONP_STEP monp_reload(PMONP_RUN_INFO prun)
     gbreload = 0;
     MONP_INFO("reload configuration. (type=%s)", gmonpparam.type);
     if (monp_usesmarker() != 0) {
+        /* A signal caught before must not make the file after it was removed, as at the start of a run. */
+        monp_drainsignals();
         monp_delete_mdfile();
         gmdfilemaked = 0;
     }
