@@ -50,6 +50,7 @@ monp_create_process.cpp | *pstat = MONP_EXEC_PROCKILL; | *pstat = 0;
 monp_create_process.cpp | MONP_WARNING("waitpid() failed. | MONP_ERROR("waitpid() failed.
 monp_create_process_svc.cpp | return i < gmonppol.child_initto ? | return i <= gmonppol.child_initto ?
 monp_create_process_svc.cpp |     monp_release_launcher(); |     ;
+monp_create_process_svc.cpp |         monp_drainsignals(); |         ;
 monp_create_process_svc.cpp | if (gbreported == 0) { | if (gbreported > 0) {
 monp_create_process_svc.cpp | pchild->nret > 0 && | pchild->nret >= 0 &&
 monp_create_process_svc.cpp | &pchild->nstat, 0); | &pchild->nstat, WNOHANG);

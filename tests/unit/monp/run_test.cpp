@@ -5,6 +5,10 @@
 #include <gmock/gmock.h>
 #include <thread>
 
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::StartsWith;
+
 struct Run : Monitor {
     Run()
     {
@@ -103,7 +107,7 @@ TEST_F(Run, ACollectionWritesNothingToAClosedLog)
     });
     run_monitor("--dusko");
     EXPECT_EQ(1u, journal.count("execv /opt/x/sbin/elog"));
-    EXPECT_THAT(journal.only("info: error: detail:"), testing::EndsWith("info: end - (type=trn ret=0)"));
+    EXPECT_THAT(journal.only("info: error: detail:"), EndsWith("info: end - (type=trn ret=0)"));
 }
 
 TEST_F(Run, LockFilesOfTheTypes)
@@ -195,6 +199,19 @@ TEST_F(Run, AFailedStartWaitsAndShowsInTheExitStatus)
     }
 }
 
+TEST_F(Run, ARequestThatAFailedStartDropsIsToldBeforeItsFailure)
+{
+    for (const std::string moment : { "access /opt/x/bin/svc 1", "info: end - (type=trn ret=4 pid=0 stat=-1)" }) {
+        journal.fails = { { "access /opt/x/bin/svc 1", EACCES } };
+        journal.when[moment] = [] { monp_sighandler1(SIGUSR1); };
+        sys.signal_at(3, SIGUSR2);
+        EXPECT_EQ("exit 4", run_monitor("--dusko"));
+        EXPECT_EQ(1u, journal.count("access /opt/x/bin/svc 1")) << "dropped";
+        EXPECT_THAT(journal.only(""), HasSubstr("trace: catch signal. (type=trn sig=10); trace: end - (type=trn); "
+                                                "error: start of processing failed."));
+    }
+}
+
 TEST_F(Run, RequestsBetweenTwoStepsDoNotStartOrRecover)
 {
     // A report while a failed start returns is not the end of a service that ran.
@@ -275,9 +292,9 @@ TEST_F(Run, AReloadRemovesTheMarkerOfAnEarlierRequest)
     };
     run_monitor("--dusko");
     EXPECT_THAT(journal.only("error: xmllib_init execv"),
-                testing::StartsWith("error: mkdir failed. (dir=/nonexistent/md errno=2); "
-                                    "error: Not exist file. (file=/nonexistent/md/made errno=2); xmllib_init monp; "
-                                    "execv /nonexistent/bin/svc svc -f a"));
+                StartsWith("error: mkdir failed. (dir=/nonexistent/md errno=2); "
+                           "error: Not exist file. (file=/nonexistent/md/made errno=2); xmllib_init monp; "
+                           "execv /nonexistent/bin/svc svc -f a"));
 }
 
 // Only the policy type counts. The marker cannot be made, so that each try leaves a line.

@@ -363,7 +363,7 @@ int monp_create_process(char* ppath, char** parg, int nwait, int nsig, pid_t* pp
  * one that the loop could not see any more. A service that does not report within child_initto seconds gets the exit
  * signal, SIGKILL a second later, and is reaped; an end request from those seconds is acted on afterwards.
  * Leaves gbmonpinited set when the service reported in time or was adopted, and clear otherwise: a report or start
- * request that arrives before a failed start has returned is dropped. See monp_svc_reported.
+ * request that arrives during a failed start is dropped, and its lines are written by then. See monp_svc_reported.
  * Blocks. Called by the loop, through the restart row of the recovery table.
  */
 int monp_create_process_svc(char* ppath, char** parg, int nwait, int nsig, pid_t* ppid, int* pstat, int bstd);

@@ -140,9 +140,11 @@ int monp_create_process_svc(char* ppath, char** parg, int nwait, int nsig, pid_t
 
 monp_exit_func:
     MONP_INFO("end - (type=%s ret=%d pid=%d stat=%d)", gmonpmonpol.type, nfuncret, child.npid, *pstat);
-    /* A late report is no request for another start. */
+    /* A late report is not a request for another start. The lines of what is dropped here belong in front of those of
+       the failure. In this order, for what comes in between keeps its flag and is a request of its own. */
     if (gbreported == 0) {
         gbmonpinited = 0;
+        monp_drainsignals();
     }
     return nfuncret;
 }
