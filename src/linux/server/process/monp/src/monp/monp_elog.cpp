@@ -127,7 +127,7 @@ void monp_elog_start(void)
     PMONP_COPY_INFO pcopy = static_cast<PMONP_COPY_INFO>(calloc(1, sizeof(MONP_COPY_INFO)));
 
     if (pcopy == nullptr) {
-        MONP_INFO("calloc() failed. (type=%s errno=%d)", gmonpmonpol.type, errno);
+        MONP_ERROR("calloc() failed. (type=%s errno=%d)", gmonpmonpol.type, errno);
         goto monp_exit_func;
     }
     *pcopy = { gmonpallpol, gmonppol, gmonpmonpol };
