@@ -26,7 +26,7 @@ monp_startup.cpp | if (pvalue[0] != '\0' && setenv | if (setenv
 monp_startup.cpp | MONP_OPT_NUM - 2 | MONP_OPT_NUM - 3
 monp_daemon.cpp | ninx < gmonppol.parent_initto * | ninx <= gmonppol.parent_initto *
 monp_daemon.cpp | { SIGCHLD, SIG_DFL } | { SIGCHLD, SIG_IGN }
-monp_daemon.cpp | nsig <= gnsigmax | nsig < gnsigmax
+monp_daemon.cpp | nsig <= MONP_SIG_MAX | nsig < MONP_SIG_MAX
 monp_daemon.cpp | gmonpallpol.core != 1 | gmonpallpol.core == 0
 monp_daemon.cpp | limit.rlim_max = RLIM_INFINITY; | ;
 monp_daemon.cpp | PTHREAD_CREATE_DETACHED | PTHREAD_CREATE_JOINABLE

@@ -22,7 +22,7 @@ typedef enum {
 /*
  * A key of the policy. Each is spelled out in its row, so that searching for it finds it.
  */
-struct MONP_POLKEY {
+typedef struct __monp_polkey__ {
     const char* pkey;   /* the key; its first "%s" is the section, its second the command-line type */
     int nkind;          /* __teskxml_kind__ */
     size_t noffset;     /* field in the record */
@@ -34,15 +34,15 @@ struct MONP_POLKEY {
     int (*pwanted)(const void* precord, const void* pfield) = nullptr; /* -1: read the key; null: always */
     int (*pcheck)(void* pfield) =
         nullptr; /* runs on the field when the reading goes on, and may end it by its result */
-};
+} MONP_POLKEY, *PMONP_POLKEY;
 
 /*
  * A service type with a use flag.
  */
-struct MONP_USEKEY {
+typedef struct {
     const char* ptype;
     MONP_POLKEY key;
-};
+} MONP_USEKEY, *PMONP_USEKEY;
 
 /*
  * Every key that the monitor reads, in the order of reading.
