@@ -16,8 +16,8 @@ monp.cpp |     monp_delete_mdfile(); |     ;
 monp.cpp |     gbmonpend = 0; |     ;
 monp.cpp |     monp_log_close(); |     ;
 monp_log.cpp | gpmonplog.exchange(nullptr) | gpmonplog.load()
-monp_log.cpp | gnlogusers != 0 && nstep | gnlogusers > 1 && nstep
-monp_log.cpp | if (gnlogusers == 0) { | if (gnlogusers >= 0) {
+monp_log.cpp | gmonpstate.nlogusers != 0 && nstep | gmonpstate.nlogusers > 1 && nstep
+monp_log.cpp | if (gmonpstate.nlogusers == 0) { | if (gmonpstate.nlogusers >= 0) {
 monp_startup.cpp | if (nret != 0) { | if (nret > 0) {
 monp_startup.cpp | nfuncret = MONP_RET_FAIL_PARAM; | nfuncret = MONP_RET_FAIL_INIT;
 monp_startup.cpp | strcmp(gmonpparam.type, gsuffixes | strcmp(gmonpmonpol.type, gsuffixes
@@ -32,7 +32,7 @@ monp_daemon.cpp | limit.rlim_max = RLIM_INFINITY; | ;
 monp_daemon.cpp | PTHREAD_CREATE_DETACHED | PTHREAD_CREATE_JOINABLE
 monp_signal.cpp | SIGUSR1, &gbmonpinited, -1 } | SIGUSR1, &gbmonpinited, 0 }
 monp_signal.cpp | gndrained.load() != nend | gndrained.load() != nend - nend + gnrecorded.load()
-monp_signal.cpp | if (gbendtested == 0) { | if (gbendtested != 1) {
+monp_create_process_svc.cpp | if (gmonpstate.bendtested == 0) { | if (gmonpstate.bendtested != 1) {
 monp_signal.cpp | return bval; | return bval != 0 ? bval : bflag.load();
 monp_signal.cpp | gnunrecorded.exchange(0) | gnunrecorded.load()
 monp_signal.cpp | if (gbmonpinited != 0) { | if (gbmonpinited == 0) {
@@ -51,7 +51,7 @@ monp_create_process.cpp | MONP_WARNING("waitpid() failed. | MONP_ERROR("waitpid(
 monp_create_process_svc.cpp | return i < gmonppol.child_initto ? | return i <= gmonppol.child_initto ?
 monp_create_process_svc.cpp |     monp_release_launcher(); |     ;
 monp_create_process_svc.cpp |         monp_drainsignals(); |         ;
-monp_create_process_svc.cpp | if (gbreported == 0) { | if (gbreported > 0) {
+monp_create_process_svc.cpp | if (gmonpstate.breported == 0) { | if (gmonpstate.breported > 0) {
 monp_create_process_svc.cpp | pchild->nret > 0 && | pchild->nret >= 0 &&
 monp_create_process_svc.cpp | &pchild->nstat, 0); | &pchild->nstat, WNOHANG);
 monp_loop.cpp | strcmp(gmonpparam.type, ptypes[ninx]) | strcmp(gmonpmonpol.type, ptypes[ninx])
@@ -69,7 +69,7 @@ monp_recover.cpp |     errno = 0; |     ;
 monp_recover.cpp | if (WTERMSIG(nret) != 0) { | if (nret < 0) {
 monp_waitprocterm.cpp | ntimer >= ntimeout | ntimer > ntimeout
 monp_waitprocterm.cpp | if (npid <= 0) { | if (npid < 0) {
-monp_elog.cpp |     bexec = 0; |     ;
+monp_elog.cpp |     gmonpstate.bexec = 0; |     ;
 monp_elog.cpp | pargv, &nnum, "-d"); | pargv, &nnum, "-l");
 monp_getservice.cpp | linkpath[0] == '\0') { | linkpath[0] == '!') {
 monp_getservice.cpp | nullptr, alphasort); | nullptr, versionsort);

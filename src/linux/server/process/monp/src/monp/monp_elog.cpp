@@ -69,7 +69,6 @@ void monp_elog_command(PMONP_COLLECTOR_INFO pcollector)
 
 int monp_elog_collect(void*)
 {
-    static std::atomic<int> bexec{ 0 };
     int nfuncret = MONP_RET_SUCCESS;
     int nstat = 0;
     int bexecnow = 0;
@@ -77,7 +76,7 @@ int monp_elog_collect(void*)
 
     MONP_INFO("start - (type=%s)", gview.pmonpol->type);
 
-    if (!bexec.compare_exchange_strong(bexecnow, -1)) {
+    if (!gmonpstate.bexec.compare_exchange_strong(bexecnow, -1)) {
         MONP_INFO("now elog collecting. (type=%s exec=%d)", gview.pmonpol->type, bexecnow);
         goto monp_exit_func;
     }
@@ -88,7 +87,7 @@ int monp_elog_collect(void*)
         MONP_ERROR("monp_create_process() failed. (type=%s ret=%d path=%s)", gview.pmonpol->type, nfuncret,
                    collector.prog.szpath);
     }
-    bexec = 0;
+    gmonpstate.bexec = 0;
 
 monp_exit_func:
     MONP_INFO("end - (type=%s ret=%d stat=%d)", gview.pmonpol->type, nfuncret, nstat);

@@ -8,9 +8,6 @@
 static constexpr useconds_t MONP_LOG_CLOSESTEP = 1000; /* microseconds between two looks at the lines being written */
 static constexpr int MONP_LOG_CLOSESTEPS = 1000;       /* looks before the log is left open */
 
-/* Calls between monp_log_take and monp_log_leave, on both threads. */
-static constinit std::atomic<int> gnlogusers{ 0 };
-
 void monp_log_open(int nlevel, int nsize)
 {
     void* plog = nullptr;
@@ -28,11 +25,11 @@ void monp_log_close(void)
         goto monp_exit_func;
     }
     /* A call counts itself before it takes the handle. So once there are none, nobody has the old handle any more. */
-    while (gnlogusers != 0 && nstep < MONP_LOG_CLOSESTEPS) {
+    while (gmonpstate.nlogusers != 0 && nstep < MONP_LOG_CLOSESTEPS) {
         usleep(MONP_LOG_CLOSESTEP);
         nstep++;
     }
-    if (gnlogusers == 0) {
+    if (gmonpstate.nlogusers == 0) {
         log_term(plog);
     }
 
@@ -42,11 +39,11 @@ monp_exit_func:
 
 void* monp_log_take(void)
 {
-    gnlogusers++;
+    gmonpstate.nlogusers++;
     return gpmonplog;
 }
 
 void monp_log_leave(void)
 {
-    gnlogusers--;
+    gmonpstate.nlogusers--;
 }

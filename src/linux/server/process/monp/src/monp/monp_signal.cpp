@@ -6,6 +6,7 @@
 
 #include "monp_log.h"
 #include "monp_mdfile.h"
+#include "monp_view.h"
 
 #include <cerrno>
 #include <csignal>
@@ -50,17 +51,7 @@ static constinit std::atomic<int> gnunrecorded{ 0 };
 static_assert((MONP_SIGNAL_SLOTS & (MONP_SIGNAL_SLOTS - 1)) == 0, "the counters wrap around");
 static_assert(std::atomic<unsigned>::is_always_lock_free);
 
-/* gbmonpend was looked at before a start. */
-static int gbendtested = 0;
-
 static constexpr int MONP_HANDLER_SHIFT = 8;
-
-static const pthread_t gmainthread = pthread_self();
-
-int monp_ismainthread(void)
-{
-    return pthread_equal(pthread_self(), gmainthread) != 0 ? -1 : 0;
-}
 
 static const MONP_SIGNAL_ITEMS* monp_findsignal(MONP_HANDLER nhandler, int nsig)
 {
@@ -179,22 +170,6 @@ int monp_testflag(const MONP_FLAG& bflag)
 
     monp_drainsignals();
     return bval;
-}
-
-int monp_testendbeforestart(void)
-{
-    gbendtested = -1;
-    return monp_testflag(gbmonpend);
-}
-
-void monp_clearrequests(void)
-{
-    gbmonpinited = 0;
-    /* It was clear when it was tested, so what sets it from then on is a request that nobody has looked at. */
-    if (gbendtested == 0) {
-        gbmonpend = 0;
-    }
-    gbendtested = 0;
 }
 
 void monp_pause(void)
