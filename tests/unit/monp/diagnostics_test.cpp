@@ -8,6 +8,11 @@
 #include <future>
 #include <thread>
 
+static void write_late()
+{
+    MONP_INFO("late");
+}
+
 // Closes the log while another thread is writing a line, for these milliseconds or as long as it takes.
 static std::string close_beside_a_writer(int milliseconds)
 {
@@ -17,7 +22,7 @@ static std::string close_beside_a_writer(int milliseconds)
         begun.set_value();
         ended.get_future().wait();
     };
-    std::thread writer([] { MONP_INFO("late"); });
+    std::thread writer(write_late);
     const auto end = [&] {
         ended.set_value();
         writer.join();
@@ -28,7 +33,7 @@ static std::string close_beside_a_writer(int milliseconds)
         sys.at(milliseconds / 1000.0, end);
     }
     monp_log_close();
-    const std::string course = journal.only("log_term");
+    std::string course = journal.only("log_term");
     if (milliseconds == FOREVER) {
         end();
     }
