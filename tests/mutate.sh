@@ -42,7 +42,7 @@ monp_child.cpp | pchild->nwsig = SIGKILL; | pchild->nwsig = SIGTERM;
 monp_child.cpp | WTERMSIG(nstat) != SIGUSR1 | WTERMSIG(nstat) != SIGUSR2
 monp_child.cpp | _exit(MONP_RET_FAIL_UNKNOWN); | _exit(MONP_RET_FAIL_INIT);
 monp_child.cpp | sigaddset(&set, SIGUSR2); | sigaddset(&set, SIGUSR1);
-monp_child.cpp |  || gmonpparam.action == MONP_ACT_OS_REBOOT; | ;
+monp_child.cpp | monp_isnodedown(gmonpparam.action) != 0 ? | monp_isnodedown(gmonpparam.action) > 0 ?
 monp_child.cpp | if (npid > 0 && npid == getppid()) { | if (npid > 0) {
 monp_child.cpp | bsent = npid > 0 ? | bsent = npid == getppid() ?
 monp_create_process.cpp |     monp_make_mdfile(); |     ;

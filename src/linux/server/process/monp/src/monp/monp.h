@@ -241,7 +241,7 @@ extern pthread_attr_t gmonpthattr_elog; /* attributes of every collection thread
 extern char (*gpmonpldpol)[CS_TYPE_LEN]; /* policy sections loaded, in load order; null while there are none */
 extern int gmonpldpolnum;                /* entries in use */
 
-extern const MONP_RECOVER_ITEMS gmonprecover[6];
+extern const MONP_RECOVER_ITEMS gmonprecover[]; /* in the order of the actions, from 1 without a gap */
 
 /* ---------------------------------------------------------------- command line ---- */
 
