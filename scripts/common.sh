@@ -2,6 +2,8 @@
 # Sourced by a script that stands in the top directory.
 
 set -euo pipefail
+# What is built can be run by every user, as some tests do.
+umask 022
 
 say() {
     printf '== %s\n' "$*"

@@ -45,8 +45,9 @@ TEST_F(XmlHome, TakesConfigurationsByPathFromTrustedPlacesOnly)
 {
     const std::string inside = write("etc/other.xml", "<root><x>1</x></root>");
     fs::create_symlink(inside, home / "etc/link.xml");
-    const std::string beside = home.string() + "2"; // not below the home directory, so /tmp counts
+    const std::string beside = home.string() + "2"; // not below the home directory, so every directory counts
     fs::create_directory(beside);
+    fs::permissions(beside, fs::perms::all); // the machine's own may be closed
     fs::copy_file(inside, beside + "/other.xml");
     ASSERT_EQ(0, mknod((home / "etc/socket").c_str(), S_IFSOCK | 0600, 0));
     const std::pair<std::string, std::string> paths[] = {
