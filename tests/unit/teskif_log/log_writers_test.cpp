@@ -8,11 +8,20 @@
 #include <fcntl.h>
 #include <set>
 #include <sys/file.h>
+#include <sys/syscall.h>
 #include <sys/time.h>
 #include <sys/wait.h>
 #include <thread>
 
-using LogRotate = LogTest;
+struct LogRotate : public LogTest {
+    const int descriptor = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 100); // the number that the log will get
+    const int freed = close(descriptor);
+
+    void writeFull() const
+    {
+        std::ofstream(path(), std::ios::app) << std::string(5000, 'x') << "\n";
+    }
+};
 
 TEST_F(LogRotate, WaitsForNobodyClosesAGapAndKeepsTheNewest)
 {
@@ -54,7 +63,6 @@ TEST_F(LogRotate, NeitherObstaclesNorASlowOrFastWriterStopIt)
 {
     fs::create_directories(path("monp.log.2"));
     open(0, 1, 2);
-    const auto writeFull = [this] { std::ofstream(path(), std::ios::app) << std::string(5000, 'x') << "\n"; };
     for (const char* text : { "one", "two", "three" }) {
         writeFull();
         WRITE("%s", text);
@@ -74,6 +82,54 @@ TEST_F(LogRotate, NeitherObstaclesNorASlowOrFastWriterStopIt)
     fs::remove(path()); // as writers do that fill all generations
     WRITE("written once more");
     EXPECT_EQ(Texts{ "written once more" }, texts());
+}
+
+static long openDescriptors()
+{
+    return std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator());
+}
+
+// A child has the descriptors of one moment of a rotation, and the memory of that or of a later one.
+TEST_F(LogRotate, ForkInTheMiddleNeitherDoublesARecordNorKeepsADescriptor)
+{
+    int old = -1; // the file that is rotated
+    const auto writeInChild = [&, this](int number, bool oldDescriptors) {
+        const pid_t child = fork();
+        if (child == 0) {
+            logSystem.onReplace = nullptr;
+            writeFull();
+            if (oldDescriptors) {
+                syscall(SYS_dup3, old, descriptor, O_CLOEXEC);
+            }
+            close(old);
+            WRITE("child %d", number);
+            _exit(static_cast<int>(openDescriptors()));
+        }
+        int status = 0;
+        waitpid(child, &status, 0);
+        return WEXITSTATUS(status);
+    };
+    std::vector<int> descriptors;
+    open(0, 1, 9);
+    const long expected = openDescriptors();
+    logSystem.onReplace = [&] {
+        old = old < 0 ? fcntl(descriptor, F_DUPFD_CLOEXEC, 0) : old;
+        descriptors.push_back(writeInChild(static_cast<int>(descriptors.size()), false));
+    };
+    writeFull();
+    WRITE("rotates");
+    logSystem.onReplace = nullptr;
+    descriptors.push_back(writeInChild(2, true));
+    close(old);
+    EXPECT_EQ(std::vector<int>(3, static_cast<int>(expected)), descriptors);
+    std::multiset<std::string> found;
+    for (const auto& entry : fs::directory_iterator(home / "log")) {
+        const Texts texts = this->texts(entry.path().filename());
+        found.insert(texts.begin(), texts.end());
+    }
+    for (int number = 0; number < 3; number++) {
+        EXPECT_EQ(1U, found.count(printed("child %d", number)));
+    }
 }
 
 // A writer is a process whose main thread, second thread and signal handler write.

@@ -65,13 +65,14 @@ static ssize_t log_file_bytes(const LOG_FILE* pfile, const char* pbytes, size_t 
  */
 static bool log_file_mend(const LOG_FILE* pfile)
 {
+    struct stat own = {};
     struct stat found = {};
     char clast = '\n';
     const off_t nend = lseek(pfile->nfd, 0, SEEK_CUR);
     const int nfd = open(pfile->szpath, O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NOCTTY | O_NONBLOCK);
-    const bool bended = nfd >= 0 && fstat(nfd, &found) == 0 && found.st_dev == pfile->ndevice &&
-                        found.st_ino == pfile->ninode && nend > 0 && pread(nfd, &clast, 1, nend - 1) == 1 &&
-                        (clast == '\n' || pwrite(nfd, "\n", 1, nend - 1) == 1);
+    const bool bended = nfd >= 0 && fstat(nfd, &found) == 0 && fstat(pfile->nfd, &own) == 0 &&
+                        found.st_dev == own.st_dev && found.st_ino == own.st_ino && nend > 0 &&
+                        pread(nfd, &clast, 1, nend - 1) == 1 && (clast == '\n' || pwrite(nfd, "\n", 1, nend - 1) == 1);
 
     if (nfd >= 0) {
         close(nfd);

@@ -50,6 +50,7 @@ int log_file_init(LOG_FILE* pfile, const char* pdirectory, const char* pident, c
     pfile->pfnotice = pfnotice;
     pfile->nowner = 0;
     pfile->nlockfd = -1;
+    pfile->nnextfd = -1;
     pfile->nfd = -1;
     pfile->bunreachable = false;
     pfile->nabandoned = 0;
@@ -93,17 +94,14 @@ int log_fd_above_standard(int nfd)
 }
 
 /*
- * Moves a descriptor to a number that programs seldom come to: one that closes ours unknowingly opens its next file
- * under the lowest free number, and we would write to that until the next look.
- * Result: the descriptor, the same one if there is none so high.
+ * Gives back a second descriptor with a number that programs seldom come to: one that closes ours unknowingly opens its
+ * next file under the lowest free number, and we would write to that until the next look.
+ * Result: the descriptor, the given one if there is none so high.
  */
 static int log_fd_high(int nfd)
 {
     const int nhigh = fcntl(nfd, F_DUPFD_CLOEXEC, gfdhigh);
 
-    if (nhigh >= 0) {
-        close(nfd);
-    }
     return nhigh >= 0 ? nhigh : nfd;
 }
 
@@ -172,18 +170,51 @@ int log_open_path(const char* ppath)
 
 /* ---------------------------------------------------------------- following ---- */
 
+/*
+ * Tells whether a descriptor is a log's by the name of the file behind it. That may have been renamed or removed since,
+ * so what follows the path's last part does not count; nor does the directory, whose path may contain links.
+ */
+static bool log_fd_isnamed(const LOG_FILE* pfile, int nfd)
+{
+    char szlink[64];
+    char szfound[LOG_PATH_LEN + 64];
+    LOG_TEXT link = {};
+    const char* pname = strrchr(pfile->szpath, '/') + 1;
+    const char* pfound = nullptr;
+    ssize_t nlength = 0;
+
+    log_text_open(&link, szlink, sizeof(szlink), LOG_ESC_NONE);
+    log_text_format(&link, "/proc/self/fd/%d", nfd);
+    log_text_close(&link, "");
+
+    nlength = readlink(szlink, szfound, sizeof(szfound) - 1);
+    szfound[nlength > 0 ? nlength : 0] = '\0';
+    pfound = strrchr(szfound, '/');
+    return pfound != nullptr && strncmp(pfound + 1, pname, strlen(pname)) == 0;
+}
+
+/*
+ * Closes a descriptor that was open for a moment when the process was forked. The number may be a later one's or an
+ * earlier one's than the descriptors themselves, and somebody else's by now.
+ */
+static void log_fd_dispose(const LOG_FILE* pfile, std::atomic<int>* pnfd)
+{
+    const int nfd = pnfd->exchange(-1);
+
+    if (nfd >= 0 && log_fd_isnamed(pfile, nfd)) {
+        close(nfd);
+    }
+}
+
 bool log_file_enter(LOG_FILE* pfile, unsigned nepoch)
 {
     unsigned nowner = pfile->nowner.load(std::memory_order_relaxed);
-    int nlockfd = -1;
-    bool bentered =
+    const bool bentered =
         nowner != nepoch && pfile->nowner.compare_exchange_strong(nowner, nepoch, std::memory_order_acquire);
 
     if (bentered && nowner != 0) {
-        nlockfd = pfile->nlockfd.exchange(-1);
-        if (nlockfd >= 0) {
-            close(nlockfd);
-        }
+        log_fd_dispose(pfile, &pfile->nlockfd);
+        log_fd_dispose(pfile, &pfile->nnextfd);
     }
     return bentered;
 }
@@ -195,14 +226,15 @@ void log_file_leave(LOG_FILE* pfile)
 
 bool log_file_isours(const LOG_FILE* pfile, struct stat* pown)
 {
-    return fstat(pfile->nfd, pown) == 0 && pown->st_dev == pfile->ndevice && pown->st_ino == pfile->ninode;
+    return fstat(pfile->nfd, pown) == 0 &&
+           ((pown->st_dev == pfile->ndevice && pown->st_ino == pfile->ninode) || log_fd_isnamed(pfile, pfile->nfd));
 }
 
-bool log_file_iscurrent(const LOG_FILE* pfile)
+bool log_file_iscurrent(const LOG_FILE* pfile, const struct stat* pown)
 {
     struct stat found = {};
 
-    return lstat(pfile->szpath, &found) == 0 && found.st_dev == pfile->ndevice && found.st_ino == pfile->ninode;
+    return lstat(pfile->szpath, &found) == 0 && found.st_dev == pown->st_dev && found.st_ino == pown->st_ino;
 }
 
 int log_file_follow(LOG_FILE* pfile)
@@ -214,10 +246,11 @@ int log_file_follow(LOG_FILE* pfile)
     int nfd = -1;
     int ncode = 0;
 
-    if (bours && log_file_iscurrent(pfile)) {
+    if (bours && log_file_iscurrent(pfile, &own)) {
         goto monp_exit_reached;
     }
     nfd = log_open_path(pfile->szpath);
+    pfile->nnextfd = nfd;
     if (nfd < 0 || fstat(nfd, &found) != 0) {
         ncode = errno;
         pfile->nabandoned += bgone && !pfile->bunreachable ? 1 : 0;
@@ -229,7 +262,6 @@ int log_file_follow(LOG_FILE* pfile)
         ncode = dup3(nfd, pfile->nfd, O_CLOEXEC) < 0 ? errno : 0;
     } else {
         pfile->nfd = log_fd_high(nfd);
-        nfd = -1;
     }
     if (ncode != 0) {
         goto monp_exit_close;
@@ -243,7 +275,8 @@ int log_file_follow(LOG_FILE* pfile)
 monp_exit_reached:
     pfile->bunreachable = false;
 monp_exit_close:
-    if (nfd >= 0) {
+    pfile->nnextfd = -1; /* first: a child must not close what has its number later */
+    if (nfd >= 0 && nfd != pfile->nfd) {
         close(nfd);
     }
     return ncode;

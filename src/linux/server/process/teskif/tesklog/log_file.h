@@ -37,7 +37,8 @@ typedef struct {
 
     std::atomic<unsigned> nowner; /* epoch of the process in which somebody follows or rotates; 0: nobody */
     std::atomic<int> nlockfd;     /* the owner's, -1: none */
-    std::atomic<dev_t> ndevice;   /* the file behind nfd; changed by the owner only */
+    std::atomic<int> nnextfd;     /* the owner's, -1: none; the file that it is about to follow to */
+    std::atomic<dev_t> ndevice;   /* the file behind nfd; changed by the owner only, which a fork may overtake */
     std::atomic<ino_t> ninode;
     std::atomic<int> nfd;             /* -1: none yet. The number stays when the file behind it changes */
     std::atomic<bool> bunreachable;   /* there is no file whose name would lead to what is written */
@@ -108,8 +109,8 @@ int log_fd_above_standard(int nfd);
 /*
  * Makes the calling thread the only one in this process that follows or rotates, its owner, until it leaves. It never
  * waits: whoever does not get in, be it another thread or a signal handler above the one that is in, writes to the file
- * that is open. An owner from before a fork is not here any more; its lock would be held as long as our copy of the
- * descriptor is open.
+ * that is open. An owner from before a fork is not here any more; the descriptors that it had open for the moment are
+ * closed.
  *   nepoch  LOG_SELF.nepoch of the caller
  */
 bool log_file_enter(LOG_FILE* pfile, unsigned nepoch);
@@ -117,15 +118,17 @@ void log_file_leave(LOG_FILE* pfile);
 
 /*
  * Tells whether our descriptor still is our file. A program that closes all descriptors takes it from us, and the next
- * file it opens may get the number.
+ * file it opens may get the number. The file that we noted may be another one in a child that was forked while it
+ * changed, so its name counts as well.
  *   pown  out: what our descriptor is
  */
 bool log_file_isours(const LOG_FILE* pfile, struct stat* pown);
 
 /*
  * Tells whether the path still leads to the file that we write to.
+ *   pown  our file, as log_file_isours found it
  */
-bool log_file_iscurrent(const LOG_FILE* pfile);
+bool log_file_iscurrent(const LOG_FILE* pfile, const struct stat* pown);
 
 /*
  * Learns what the process may write to a file. Its limit may change at any time. Owner only.

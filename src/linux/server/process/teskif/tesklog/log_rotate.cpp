@@ -148,7 +148,7 @@ int log_file_rotate(LOG_FILE* pfile, int64_t nnow)
     if (ncode == EWOULDBLOCK) {
         pfile->nbusy = nnow;
     }
-    if (ncode == 0 && log_file_iscurrent(pfile)) {
+    if (ncode == 0 && log_file_iscurrent(pfile, &own)) {
         ncode = log_generations_shift(pfile);
     }
     if (ncode == 0) {
