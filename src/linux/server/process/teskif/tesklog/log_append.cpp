@@ -48,29 +48,28 @@ static ssize_t log_write_guarded(int nfd, const char* pbytes, size_t nbytes)
     return nwritten;
 }
 
-static ssize_t log_file_bytes(const LOG_FILE* pfile, const char* pbytes, size_t nbytes)
+static ssize_t log_file_bytes(const LOG_FILE* pfile, int nfd, const char* pbytes, size_t nbytes)
 {
-    const int nfd = pfile->nfd.load(std::memory_order_relaxed);
-
     return pfile->bsizelimit.load(std::memory_order_relaxed) ? log_write_guarded(nfd, pbytes, nbytes)
                                                              : write(nfd, pbytes, nbytes);
 }
 
 /*
  * Ends a line that broke off, in the place of its last byte, as there is no room for one more; else the next line of
- * another process would be glued to it. The offset of our descriptor is the end of a write, ours or that of a process
+ * another process would be glued to it. The offset of the descriptor is the end of a write, ours or that of a process
  * which shares it; so what stands before it is a line end or the end of a fragment. An appending descriptor cannot
- * write there, so it takes another one. Owner only.
+ * write there, so it takes another one.
+ *   nbroken  the appending descriptor; if it is the file's own, by the owner only
  * Result: true if the line is ended now.
  */
-static bool log_file_mend(const LOG_FILE* pfile)
+static bool log_file_mend(const LOG_FILE* pfile, int nbroken)
 {
     struct stat own = {};
     struct stat found = {};
     char clast = '\n';
-    const off_t nend = lseek(pfile->nfd, 0, SEEK_CUR);
+    const off_t nend = lseek(nbroken, 0, SEEK_CUR);
     const int nfd = open(pfile->szpath, O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NOCTTY | O_NONBLOCK);
-    const bool bended = nfd >= 0 && fstat(nfd, &found) == 0 && fstat(pfile->nfd, &own) == 0 &&
+    const bool bended = nfd >= 0 && fstat(nfd, &found) == 0 && fstat(nbroken, &own) == 0 &&
                         found.st_dev == own.st_dev && found.st_ino == own.st_ino && nend > 0 &&
                         pread(nfd, &clast, 1, nend - 1) == 1 && (clast == '\n' || pwrite(nfd, "\n", 1, nend - 1) == 1);
 
@@ -85,13 +84,14 @@ static bool log_file_mend(const LOG_FILE* pfile)
  */
 static bool log_file_put(LOG_FILE* pfile, const LOG_RECORD* precord, const LOG_TEXT* pline)
 {
-    const ssize_t nwritten = log_file_bytes(pfile, pline->ptext, pline->nlen);
+    const ssize_t nwritten =
+        log_file_bytes(pfile, pfile->nfd.load(std::memory_order_relaxed), pline->ptext, pline->nlen);
     const bool bwhole = nwritten == static_cast<ssize_t>(pline->nlen);
 
     if (nwritten < 0 && errno == EBADF) {
         pfile->nlooked.store(0, std::memory_order_relaxed); /* closed behind our back: look with the next record */
     } else if (nwritten > 0 && !bwhole && log_file_enter(pfile, precord->self.nepoch)) {
-        log_file_mend(pfile);
+        log_file_mend(pfile, pfile->nfd);
         log_file_leave(pfile);
     }
     return bwhole;
@@ -145,6 +145,7 @@ static bool log_file_isfull(LOG_FILE* pfile, int64_t nnow, size_t nwritten)
         nlimit = pfile->nlimit.load(std::memory_order_relaxed);
         nroom = nlimit - lseek(pfile->nfd.load(std::memory_order_relaxed), 0, SEEK_CUR);
         bfull = nroom <= 0;
+        pfile->bfull = bfull;
         nroom = nroom / groompart < groommax ? nroom / groompart : groommax;
         nroom = nlimit <= gsmallmax / (pfile->ngenerations + int64_t{ 1 }) ? 0 : nroom;
         pfile->nmeasured.store(nnow, std::memory_order_relaxed);
@@ -177,9 +178,10 @@ int log_file_open(LOG_FILE* pfile, const LOG_SELF* pself)
     if (log_file_enter(pfile, pself->nepoch)) {
         ncode = log_file_follow(pfile);
         if (ncode == 0 && log_file_staysragged(pfile)) {
-            log_file_bytes(pfile, "\n", 1);
+            log_file_bytes(pfile, pfile->nfd, "\n", 1);
         }
         if (ncode == 0) {
+            log_file_number(pfile);
             log_file_prune(pfile);
         }
         log_file_leave(pfile);
@@ -201,13 +203,55 @@ static void log_file_look(LOG_FILE* pfile, const LOG_RECORD* precord)
 }
 
 /*
+ * Appends a line to the file behind the path through a descriptor of its own. For those who find our file full while
+ * another thread of this process rotates it, or who interrupted it there: it may be held up for long.
+ */
+static bool log_file_detour(LOG_FILE* pfile, const LOG_RECORD* precord, const LOG_TEXT* pline)
+{
+    struct stat found = {};
+    int nnone = -1;
+    int nfd = log_open_path(pfile->szpath);
+    ssize_t nwritten = -1;
+
+    if (nfd >= 0 && fstat(nfd, &found) == 0 && log_file_isoverdue(pfile, &found, precord)) {
+        close(nfd);
+        log_file_putaside(pfile, &found, precord);
+        nfd = log_open_path(pfile->szpath);
+    }
+    if (nfd >= 0) {
+        const bool bnoted = pfile->ndetourfd.compare_exchange_strong(nnone, nfd);
+        nwritten = log_file_bytes(pfile, nfd, pline->ptext, pline->nlen);
+        if (nwritten > 0 && nwritten != static_cast<ssize_t>(pline->nlen)) {
+            log_file_mend(pfile, nfd);
+        }
+        if (bnoted) {
+            pfile->ndetourfd = -1;
+        }
+        close(nfd);
+    }
+    return nwritten == static_cast<ssize_t>(pline->nlen);
+}
+
+static bool log_file_needsdetour(const LOG_FILE* pfile, const LOG_RECORD* precord)
+{
+    return pfile->bfull.load(std::memory_order_relaxed) && pfile->nrefused.load(std::memory_order_relaxed) == 0 &&
+           pfile->nowner.load(std::memory_order_relaxed) == precord->self.nepoch;
+}
+
+/*
  * Appends a line, preceded by a notice if one is due.
  */
 static bool log_file_append(LOG_FILE* pfile, const LOG_RECORD* precord, const LOG_TEXT* pline)
 {
-    return !pfile->bunreachable.load(std::memory_order_relaxed) &&
-           (pfile->pnlost->load(std::memory_order_relaxed) == 0 || log_file_report(pfile, precord)) &&
-           log_file_put(pfile, precord, pline);
+    bool bappended = false;
+
+    if (log_file_needsdetour(pfile, precord)) {
+        bappended = log_file_detour(pfile, precord, pline);
+    } else if (!pfile->bunreachable.load(std::memory_order_relaxed)) {
+        bappended = (pfile->pnlost->load(std::memory_order_relaxed) == 0 || log_file_report(pfile, precord)) &&
+                    log_file_put(pfile, precord, pline);
+    }
+    return bappended;
 }
 
 /*
@@ -219,7 +263,7 @@ static void log_file_bound(LOG_FILE* pfile, const LOG_RECORD* precord, size_t nw
 
     if (log_file_isfull(pfile, precord->nnow, nwritten) &&
         log_file_isdue(pfile->nfailed, precord->nnow, glookinterval) && log_file_enter(pfile, precord->self.nepoch)) {
-        ncode = log_file_rotate(pfile, precord->nnow);
+        ncode = log_file_rotate(pfile, precord);
         if (ncode != 0) {
             pfile->nfailed.store(precord->nnow, std::memory_order_relaxed);
         }
@@ -243,7 +287,7 @@ void log_file_write(LOG_FILE* pfile, const LOG_RECORD* precord, const LOG_TEXT* 
     do {
         nabandoned = pfile->nabandoned.load(std::memory_order_relaxed);
         bappended = log_file_append(pfile, precord, pline);
-        if (bappended) {
+        if (bappended && !log_file_needsdetour(pfile, precord)) {
             log_file_bound(pfile, precord, pline->nlen);
         }
         bkept = bappended && nabandoned == pfile->nabandoned.load(std::memory_order_relaxed);

@@ -51,6 +51,8 @@ int log_file_init(LOG_FILE* pfile, const char* pdirectory, const char* pident, c
     pfile->nowner = 0;
     pfile->nlockfd = -1;
     pfile->nnextfd = -1;
+    pfile->ndetourfd = -1;
+    pfile->bfull = false;
     pfile->nfd = -1;
     pfile->bunreachable = false;
     pfile->nabandoned = 0;
@@ -193,6 +195,25 @@ static bool log_fd_isnamed(const LOG_FILE* pfile, int nfd)
     return pfound != nullptr && strncmp(pfound + 1, pname, strlen(pname)) == 0;
 }
 
+const char* log_file_directory(const LOG_FILE* pfile, char* pname)
+{
+    const size_t nlength = static_cast<size_t>(strrchr(pfile->szpath, '/') - pfile->szpath);
+
+    memcpy(pname, pfile->szpath, nlength);
+    pname[nlength] = '\0';
+    return pname;
+}
+
+static bool log_fd_isdirectory(const LOG_FILE* pfile, int nfd)
+{
+    char szdirectory[LOG_PATH_LEN];
+    struct stat own = {};
+    struct stat found = {};
+
+    return fstat(nfd, &own) == 0 && S_ISDIR(own.st_mode) && stat(log_file_directory(pfile, szdirectory), &found) == 0 &&
+           own.st_ino == found.st_ino && own.st_dev == found.st_dev;
+}
+
 /*
  * Closes a descriptor that was open for a moment when the process was forked. The number may be a later one's or an
  * earlier one's than the descriptors themselves, and somebody else's by now.
@@ -201,7 +222,7 @@ static void log_fd_dispose(const LOG_FILE* pfile, std::atomic<int>* pnfd)
 {
     const int nfd = pnfd->exchange(-1);
 
-    if (nfd >= 0 && log_fd_isnamed(pfile, nfd)) {
+    if (nfd >= 0 && (log_fd_isnamed(pfile, nfd) || log_fd_isdirectory(pfile, nfd))) {
         close(nfd);
     }
 }
@@ -215,6 +236,7 @@ bool log_file_enter(LOG_FILE* pfile, unsigned nepoch)
     if (bentered && nowner != 0) {
         log_fd_dispose(pfile, &pfile->nlockfd);
         log_fd_dispose(pfile, &pfile->nnextfd);
+        log_fd_dispose(pfile, &pfile->ndetourfd);
     }
     return bentered;
 }
@@ -268,6 +290,7 @@ int log_file_follow(LOG_FILE* pfile)
     }
     pfile->nabandoned += bgone ? 1 : 0;
     pfile->nroom = 0;
+    pfile->bfull = false;
     pfile->nbusy = 0;
     pfile->ndevice = found.st_dev;
     pfile->ninode = found.st_ino;

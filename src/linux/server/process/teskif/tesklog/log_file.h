@@ -37,10 +37,12 @@ typedef struct {
 
     std::atomic<unsigned> nowner; /* epoch of the process in which somebody follows or rotates; 0: nobody */
     std::atomic<int> nlockfd;     /* the owner's, -1: none */
-    std::atomic<int> nnextfd;     /* the owner's, -1: none; the file that it is about to follow to */
+    std::atomic<int> ndetourfd;   /* as nnextfd, of the first of those who write to another file meanwhile */
+    std::atomic<int> nnextfd;     /* the owner's, -1: none; any other that it has open for the moment */
     std::atomic<dev_t> ndevice;   /* the file behind nfd; changed by the owner only, which a fork may overtake */
     std::atomic<ino_t> ninode;
     std::atomic<int> nfd;             /* -1: none yet. The number stays when the file behind it changes */
+    std::atomic<bool> bfull;          /* the file behind nfd was at its limit at the last look at its size */
     std::atomic<bool> bunreachable;   /* there is no file whose name would lead to what is written */
     std::atomic<unsigned> nabandoned; /* how often a file was left that has no name, or is not ours */
     std::atomic<bool> bsizelimit;     /* at the last look the process had a limit on file sizes, which raises SIGXFSZ */
@@ -49,7 +51,7 @@ typedef struct {
     std::atomic<int64_t> nroom;       /* bytes that may be written before the size is looked at */
     std::atomic<int64_t> nmeasured;   /* LOG_RECORD.nnow of the last look at the size */
     std::atomic<int64_t> nfailed;     /* LOG_RECORD.nnow of the last rotation that failed */
-    std::atomic<int64_t> nbusy;       /* LOG_RECORD.nnow of the last rotation that another process was at */
+    std::atomic<int64_t> nbusy;       /* LOG_RECORD.nnow of the last try for a lock that was taken */
     std::atomic<int> nrefused;        /* errno of the last rotation; negative once log_file_refusal has told it */
 } LOG_FILE;
 
@@ -107,6 +109,12 @@ int log_open_path(const char* ppath);
 int log_fd_above_standard(int nfd);
 
 /*
+ * Makes the path of the directory that a file lies in.
+ *   pname  out, LOG_PATH_LEN bytes
+ */
+const char* log_file_directory(const LOG_FILE* pfile, char* pname);
+
+/*
  * Makes the calling thread the only one in this process that follows or rotates, its owner, until it leaves. It never
  * waits: whoever does not get in, be it another thread or a signal handler above the one that is in, writes to the file
  * that is open. An owner from before a fork is not here any more; the descriptors that it had open for the moment are
@@ -142,12 +150,26 @@ void log_file_limit(LOG_FILE* pfile);
 int log_file_follow(LOG_FILE* pfile);
 
 /*
- * Rotates the file if it is still the one behind the path and has reached its limit; else follows. Does nothing if
- * another process is at it, and does not ask again for some milliseconds. Owner only.
- *   nnow  LOG_RECORD.nnow
+ * Rotates the file if it is still the one behind the path and has reached its limit; else follows. Owner only.
  * Result: 0, or the errno for which it could not be rotated.
  */
-int log_file_rotate(LOG_FILE* pfile, int64_t nnow);
+int log_file_rotate(LOG_FILE* pfile, const LOG_RECORD* precord);
+
+/*
+ * Tells whether a file has grown so far beyond its limit that whoever has the lock must be held up.
+ */
+bool log_file_isoverdue(const LOG_FILE* pfile, const struct stat* pfound, const LOG_RECORD* precord);
+
+/*
+ * Takes a file out of the way without a lock, if the path still leads to it. It is numbered later. For any thread.
+ * Result: 0, or the errno.
+ */
+int log_file_putaside(const LOG_FILE* pfile, const struct stat* pown, const LOG_RECORD* precord);
+
+/*
+ * Numbers the files that were put aside in rotations, unless another process is at it. Owner only.
+ */
+void log_file_number(LOG_FILE* pfile);
 
 /*
  * Removes the older files that a larger number of them left behind, up to the first gap.
