@@ -232,13 +232,11 @@ bool File::needs_detour(const Record& record) const
 bool File::detour(const Record& record, std::string_view line)
 {
     struct stat found = {};
-    int fd = open_for_append(path_);
 
-    if (fd >= 0 && fstat(fd, &found) == 0 && is_overdue(found, record)) {
-        ::close(fd);
+    if (stat(path_, &found) == 0 && is_overdue(found, record)) {
         put_aside(found, record);
-        fd = open_for_append(path_);
     }
+    const int fd = open_for_append(path_);
     const Descriptor file(fd, detour_fd_);
     const ssize_t written = fd >= 0 ? write_bytes(fd, line) : -1;
     const bool whole = written == static_cast<ssize_t>(line.size());

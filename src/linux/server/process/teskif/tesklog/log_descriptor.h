@@ -17,22 +17,18 @@ namespace tesklog {
 int above_standard(int fd);
 
 /*
- * Closes a descriptor at its end. It may be noted meanwhile for a child that is forked, which has to close it, too.
+ * Closes a descriptor at its end. Its number may be noted for a child that is forked meanwhile, which has to close it,
+ * too. The note stays: the memory of a child may be later than its descriptors.
  */
 class Descriptor {
 public:
     explicit Descriptor(int fd) : fd_(fd) {}
-    /*
-     *   note  where to note it, -1 if there is nothing; it is left out if there is another one
-     */
     Descriptor(int fd, std::atomic<int>& note) : fd_(fd)
     {
-        int none = -1;
-        note_ = note.compare_exchange_strong(none, fd) ? &note : nullptr;
+        note = fd;
     }
     ~Descriptor()
     {
-        release();
         if (fd_ >= 0) {
             close(fd_);
         }
@@ -48,22 +44,11 @@ public:
     /* Leaves the descriptor open. */
     void keep()
     {
-        release();
         fd_ = -1;
     }
 
 private:
-    /* Before it is closed: a child must not close what has its number later. */
-    void release()
-    {
-        if (note_ != nullptr) {
-            note_->store(-1);
-            note_ = nullptr;
-        }
-    }
-
     int fd_;
-    std::atomic<int>* note_ = nullptr;
 };
 
 } // namespace tesklog

@@ -202,7 +202,10 @@ void File::dispose(std::atomic<int>& note) const
     char directory[PATH_LENGTH];
     const int fd = note.exchange(-1);
 
-    if (fd >= 0 && (is_named(fd, path_) || is_directory(fd, make_directory_path(directory)))) {
+    const int flags = fd >= 0 && fd != fd_ ? fcntl(fd, F_GETFL) : -1;
+
+    if (flags >= 0 &&
+        (((flags & O_APPEND) != 0 && is_named(fd, path_)) || is_directory(fd, make_directory_path(directory)))) {
         ::close(fd);
     }
 }
@@ -212,7 +215,7 @@ bool File::enter(unsigned epoch)
     unsigned owner = owner_.load(std::memory_order_relaxed);
     const bool entered = owner != epoch && owner_.compare_exchange_strong(owner, epoch, std::memory_order_acquire);
 
-    if (entered && owner != 0) {
+    if (entered && noter_.exchange(epoch) != epoch) {
         for (std::atomic<int>* note : { &lock_fd_, &next_fd_, &detour_fd_ }) {
             dispose(*note);
         }

@@ -137,7 +137,8 @@ private:
     void number_asides();
     int number_asides_locked();
     int number_aside(const Aside& aside) const;
-    bool find_oldest_aside(Aside& oldest);
+    int remove_aside(const Aside& aside) const;
+    int find_oldest_aside(Aside& oldest);
     bool parse_aside(std::string_view name, Aside& aside) const;
     const char* make_aside_path(const Aside& aside, char* buffer) const;
 
@@ -160,9 +161,10 @@ private:
     Count unshared_; /* in use as long as there is no memory for a shared one */
 
     std::atomic<unsigned> owner_; /* epoch of the process in which somebody follows or rotates; 0: nobody */
-    std::atomic<int> lock_fd_;    /* the owner's, -1: none */
-    std::atomic<int> next_fd_;    /* the owner's, -1: none; any other that it has open for the moment */
-    std::atomic<int> detour_fd_;  /* the same, of the first of those who write to another file meanwhile */
+    std::atomic<unsigned> noter_; /* epoch of the process that noted the three below */
+    std::atomic<int> lock_fd_;    /* the last one of the owner; -1: none */
+    std::atomic<int> next_fd_;    /* any other that the owner had open last */
+    std::atomic<int> detour_fd_;  /* the last one of those who write to another file meanwhile */
     std::atomic<dev_t> device_;   /* the file behind fd_; changed by the owner only, which a fork may overtake */
     std::atomic<ino_t> inode_;
     std::atomic<int> fd_;             /* -1: none yet. The number stays when the file behind it changes */
@@ -183,8 +185,8 @@ private:
 /*
  * Makes the calling thread the only one in this process that follows or rotates, until it leaves. It never waits:
  * whoever does not get in, be it another thread or a signal handler above the one that is in, writes to the file that
- * is open, or on a detour. An owner from before a fork is not here any more; the descriptors that it had open for the
- * moment are closed.
+ * is open, or on a detour. An owner from before a fork is not here any more; the descriptors that others had open for
+ * the moment are closed.
  */
 class File::Owner {
 public:

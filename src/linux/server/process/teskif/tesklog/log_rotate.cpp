@@ -29,9 +29,9 @@ static constexpr off_t OVERDUE = 16384;
 static constexpr off_t OVERDUE_STEP = 1024;
 static constexpr off_t OVERDUE_STEPS = 16;
 
-static constexpr int NUMBERINGS = 10;   /* each takes another process to put a file aside meanwhile */
-static constexpr int ASIDES_MAX = 1000; /* files put aside that are numbered at once; the next one goes on */
-static constexpr int NAME_TRIES = 100;  /* each takes a file of this name */
+static constexpr int NUMBERINGS = 3;   /* each takes another process to put a file aside meanwhile */
+static constexpr int ASIDES_MAX = 200; /* files put aside that are numbered at once: a writer must get on */
+static constexpr int NAME_TRIES = 100; /* each takes a file of this name */
 
 /* ---------------------------------------------------------------- lock ---- */
 
@@ -217,28 +217,36 @@ bool File::parse_aside(std::string_view name, Aside& aside) const
 
 /*
  * Finds the file that was put aside first. By the kernel's own call, as readdir() allocates.
- * Result: false if there is none.
+ * Result: how many there are.
  */
-__attribute__((noinline)) bool File::find_oldest_aside(Aside& oldest)
+__attribute__((noinline)) int File::find_oldest_aside(Aside& oldest)
 {
     alignas(struct dirent64) char entries[1024];
     char directory[PATH_LENGTH];
     const Descriptor fd(::open(make_directory_path(directory), O_RDONLY | O_DIRECTORY | O_CLOEXEC), next_fd_);
-    bool found = false;
+    int count = 0;
     ssize_t length = 0;
 
     while (fd.get() >= 0 && (length = getdents64(fd.get(), entries, sizeof(entries))) > 0) {
         for (ssize_t at = 0; at < length;) {
             const auto* entry = reinterpret_cast<const struct dirent64*>(entries + at);
             Aside aside = {};
-            if (parse_aside(entry->d_name, aside) && (!found || aside.time < oldest.time)) {
-                oldest = aside;
-                found = true;
+            if (parse_aside(entry->d_name, aside)) {
+                oldest = count == 0 || aside.time < oldest.time ? aside : oldest;
+                count++;
             }
             at += entry->d_reclen;
         }
     }
-    return found;
+    next_fd_ = -1; /* a program may have the directory open, so this number is not kept */
+    return count;
+}
+
+__attribute__((noinline)) int File::remove_aside(const Aside& aside) const
+{
+    char name[NAME_LENGTH];
+
+    return unlink(make_aside_path(aside, name)) == 0 || errno == ENOENT ? 0 : errno;
 }
 
 /*
@@ -255,16 +263,26 @@ __attribute__((noinline)) int File::number_aside(const Aside& aside) const
 }
 
 /*
- * Numbers the files that were put aside, the oldest first. For the one who has the lock.
+ * Numbers the files that were put aside, the oldest first. For the one who has the lock. If there are more than may be
+ * kept, the oldest would only be renamed until it is removed.
+ * Result: 0, EWOULDBLOCK if there are more than can be numbered now, or the errno.
  */
 int File::number_asides_locked()
 {
     Aside aside = {};
     int code = 0;
+    int left = find_oldest_aside(aside);
 
-    for (int count = 0; code == 0 && count < ASIDES_MAX && find_oldest_aside(aside); count++) {
-        code = make_room();
-        code = code == 0 ? number_aside(aside) : code;
+    for (int count = 0; code == 0 && left > 0; count++) {
+        if (count >= ASIDES_MAX) {
+            code = EWOULDBLOCK;
+        } else if (left > generations_) {
+            code = remove_aside(aside);
+        } else {
+            code = make_room();
+            code = code == 0 ? number_aside(aside) : code;
+        }
+        left = find_oldest_aside(aside);
     }
     return code;
 }
@@ -275,7 +293,7 @@ void File::number_asides()
     int code = 0;
 
     /* Whoever puts a file aside while we have the lock counts on us, so it is looked for once more without the lock. */
-    for (int tries = 0; code == 0 && tries < NUMBERINGS && find_oldest_aside(aside); tries++) {
+    for (int tries = 0; code == 0 && tries < NUMBERINGS && find_oldest_aside(aside) > 0; tries++) {
         const RotateLock lock(*this);
         code = lock.code() == 0 ? number_asides_locked() : lock.code();
     }
@@ -338,10 +356,9 @@ int File::rotate_full(const struct stat& own, const Record& record)
         return 0;
     }
     const RotateLock lock(*this);
-    int code = lock.code();
+    int code = lock.code() == 0 ? number_asides_locked() : lock.code();
     if (code == 0) {
-        code = number_asides_locked();
-        code = code == 0 ? make_room() : code;
+        code = make_room();
         code = code == 0 ? take_first(own) : code;
     } else if (code == EWOULDBLOCK) {
         busy_ = record.now;
