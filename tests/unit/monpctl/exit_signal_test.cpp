@@ -166,6 +166,27 @@ TEST(ExitSignal, IsKeptByTheHeaderAtEveryMoment)
 }
 
 /*
+ * So is one that waits as the guide once showed, though its mask says otherwise most of the time.
+ */
+TEST(ExitSignal, IsAwaitedBetweenShortWaits)
+{
+    const Child service([] {
+        const sigset_t set = only(SIGUSR1);
+        const timespec pause = { 0, 1000000 };
+
+        block(SIGUSR1);
+        for (;;) {
+            sigtimedwait(&set, nullptr, &pause);
+        }
+    });
+
+    ASSERT_EQ(ExitSignal::awaited, service.settles_at(ExitSignal::awaited));
+    for (int look = 0; look < 300; look++) {
+        ASSERT_EQ(ExitSignal::awaited, exit_signal(service.look(), SIGUSR1)) << look;
+    }
+}
+
+/*
  * The request is taken once, at once, also if it came before the wait or no descriptor is left for it.
  */
 TEST(ExitSignal, EndsTheHeadersWait)

@@ -47,6 +47,22 @@ std::optional<int> arrow_number(std::string_view text, std::string_view name)
     return text.starts_with(name) ? last_number(text.substr(name.size())) : std::nullopt;
 }
 
+/*
+ * The service that the text of an event names; empty if it names none.
+ */
+std::string_view named_service(std::string_view text)
+{
+    constexpr std::string_view MARK = "ervice "; /* at the beginning of the text or in it */
+    const auto found = text.find(MARK);
+
+    if (found == text.npos) {
+        return {};
+    }
+    text.remove_prefix(found + MARK.size());
+    text = text.substr(0, text.find(' '));
+    return text.substr(0, text.size() - (text.ends_with('.') ? 1 : 0));
+}
+
 Time time_of(const LogLine& line)
 {
     return parse_time(line.time).value_or(Time());
@@ -211,7 +227,8 @@ void LogHistory::take_service(Entry& entry, const LogLine& line)
         }
     } else if (begins("process exited for ")) {
         entry.pending_signal = number_value(line.text, "sig").value_or(0);
-    } else if (begins("access() failed. (") && line.function == "monp_child_access") {
+    } else if ((begins("access() failed. (") && line.function == "monp_child_access") ||
+               (begins("fork() failed. (") && line.function == "monp_child_fork")) {
         entry.pending_refusal = number_value(line.text, "errno").value_or(0);
     } else if (line.function == "monp_requestedend") {
         /* "process NAME killed. recover is 2." or "monitor term." No event tells of this end. */
@@ -221,9 +238,6 @@ void LogHistory::take_service(Entry& entry, const LogLine& line)
                              .asked = true,
                              .killed = run.start && run.start->killed,
                              .adopted = run.start && run.start->adopted != 0 };
-    }
-    if (line.function.starts_with("monp_step_") || line.function.ends_with("end")) {
-        run.name = text_value(line.text, "type").value_or(run.name);
     }
 }
 
@@ -237,7 +251,11 @@ void LogHistory::take_event(Entry& entry, const LogLine& line)
     run.last_event = event;
     run.last_event_time = time_of(line);
     run.restarts += event == MONP_EVTID_ACT_RESTART ? 1 : 0;
+    if (const auto name = named_service(line.text); !name.empty()) {
+        run.name = name;
+    }
     if (event != MONP_EVTID_FAIL_INIT && event != MONP_EVTID_FAIL_MON) {
+        entry.pending_signal = entry.pending_refusal = 0;
         return;
     }
     LoggedEnd end = { .time = time_of(line),
