@@ -143,13 +143,16 @@ TEST_F(Package, LeavesRunningMonitorsAlone)
 /* A library in lib goes before ours in lib/builtin; no package has a file there. */
 TEST_F(Package, NeverPutsOurLibraryBack)
 {
-    const std::string dpkg = "dpkg --root=$PWD --force-bad-path,unsafe-io,depends ";
+    const std::string dpkg = "dpkg --root=$PWD --log=$PWD/dpkg.log --force-bad-path,unsafe-io,depends ";
     const std::string libraries =
         "LD_TRACE_LOADED_OBJECTS=1 " PACKAGE_PREFIX "/bin/monp | sed -n 's,.* => \\(.*/libtesk"
         "[a-z]*\\).*,\\1,p'; cmp " SANDBOX_STUBS "/libtesklog.so.1.0 " PACKAGE_PREFIX "/lib/libtesklog.so.1.0";
     const std::string directory = PACKAGE_PREFIX "/bin/../lib/";
     sh("rm -r ." PACKAGE_PREFIX "; " + dpkg + "-i $deb");
-    show();
+    ASSERT_NE("/", existing(gprefix));
+    const Mount top("tmpfs", existing(gprefix), "tmpfs", 0);
+    fs::create_directories(gprefix);
+    const Mount home(root / gprefix.relative_path(), gprefix, nullptr, MS_BIND);
     sh("cp " SANDBOX_STUBS "/libtesklog.so.1.0 " PACKAGE_PREFIX "/lib");
     sh("dpkg-deb -R $deb new; sed -i 's/^Version: .*/Version: 99/' new/DEBIAN/control; dpkg-deb -b new new.deb");
     for (const std::string action : { "-i $deb", "-i new.deb" }) {

@@ -4,19 +4,24 @@
  *   sample_redact HOME STAGE <LIST
  *
  * Each line of the list is "SOURCE NAME": a directory below HOME and the path of a file below that. The copy goes to
- * STAGE/SOURCE/NAME. What is not copied is told on standard output, one line each: SOURCE/NAME (reason).
+ * STAGE/SOURCE/NAME. What is not copied is told on standard output, one line each: SOURCE/NAME (reason), and above 1,000
+ * of them by their number. A file that fails in any way is left out, and the others go on.
  * HOME/etc/redact, if there is one, holds patterns beside the built-in ones.
  * Exit status: 0 done, 1 failed, 2 wrong arguments.
  */
 #include "redact.h"
+#include "redact_formats.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <climits>
 #include <cstring>
 #include <filesystem>
+#include <functional>
 #include <iostream>
 #include <stdexcept>
+#include <string_view>
 #include <utility>
 
 #include <fcntl.h>
@@ -28,10 +33,37 @@ namespace {
 namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
 
-constexpr size_t MAX_FILE = 64 << 20;   /* bytes; a bigger file is left out */
-constexpr size_t MAX_TOTAL = 256 << 20; /* bytes of all copies */
-constexpr int MAX_FILES = 10000;
-constexpr std::chrono::seconds MAX_TIME{ 60 };
+constexpr size_t MIB = 1 << 20;
+constexpr size_t MAX_FILE = 64 * MIB;  /* a bigger file is left out */
+constexpr size_t READ_BYTES = 1 * MIB; /* between two looks at the clock */
+constexpr int MAX_TOLD = 1000;         /* lines; what else is left out is only counted */
+
+/*
+ * How much may have been used when a file of this source is copied. The sources come in this order, so what logs do not
+ * use is there for dumps, but dumps cannot take the share of the logs.
+ */
+struct Share {
+    std::string_view source;
+    size_t bytes;
+    int files;
+    std::chrono::seconds time;
+};
+
+constexpr Share SHARES[] = {
+    { "log", 128 * MIB, 5000, std::chrono::seconds(30) },
+    { "work/dump", 256 * MIB, 10000, std::chrono::seconds(60) },
+};
+constexpr std::string_view DUMPS = "work/dump";
+
+const Share& share_of(std::string_view source)
+{
+    for (const Share& share : SHARES) {
+        if (share.source == source) {
+            return share;
+        }
+    }
+    throw std::runtime_error("'" + std::string(source) + "' is not a source");
+}
 
 /* Why a file is left out; the others go on. */
 struct LeftOut : std::runtime_error {
@@ -101,14 +133,15 @@ struct statx open_below(Descriptor& file, const fs::path& path)
 }
 
 /* A log that is cut while it is read gives what is left of it. */
-std::string read_all(const Descriptor& file, size_t size)
+std::string read_all(const Descriptor& file, size_t size, const std::function<void()>& check)
 {
     std::string content(size, '\0');
     size_t used = 0;
     ssize_t got = 1;
 
     while (used < size && got > 0) {
-        got = read(file.get(), content.data() + used, size - used);
+        check();
+        got = read(file.get(), content.data() + used, std::min(size - used, READ_BYTES));
         if (got < 0) {
             throw LeftOut(std::strerror(errno));
         }
@@ -118,10 +151,9 @@ std::string read_all(const Descriptor& file, size_t size)
     return content;
 }
 
-void write_all(const fs::path& path, const std::string& content, const statx_timestamp& changed)
+void write_bytes(const fs::path& path, const std::string& content, const statx_timestamp& changed)
 {
     const timespec times[] = { { changed.tv_sec, changed.tv_nsec }, { changed.tv_sec, changed.tv_nsec } };
-    fs::create_directories(path.parent_path());
     const Descriptor file(open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
     size_t used = 0;
     ssize_t put = file.get() < 0 ? -1 : 0;
@@ -131,7 +163,27 @@ void write_all(const fs::path& path, const std::string& content, const statx_tim
         used += put > 0 ? static_cast<size_t>(put) : 0;
     }
     if (put < 0 || futimens(file.get(), times) != 0) {
-        throw std::runtime_error("cannot write '" + path.string() + "': " + std::strerror(errno));
+        throw LeftOut(std::string("cannot be copied: ") + std::strerror(errno));
+    }
+}
+
+/* All of a file or nothing. */
+void write_all(const fs::path& path, const std::string& content, const statx_timestamp& changed)
+{
+    std::error_code failed;
+
+    if (path.native().size() >= PATH_MAX) { /* nor could it be packed */
+        throw LeftOut("its path is too long");
+    }
+    fs::create_directories(path.parent_path(), failed);
+    if (failed) {
+        throw LeftOut("cannot be copied: " + failed.message());
+    }
+    try {
+        write_bytes(path, content, changed);
+    } catch (const LeftOut&) {
+        fs::remove(path, failed);
+        throw;
     }
 }
 
@@ -142,44 +194,74 @@ public:
         redactor_.read(home_ + "/etc/redact");
     }
 
-    /* Throws LeftOut, or another exception when going on makes no sense. */
+    /* Throws LeftOut or any other exception if the file cannot be copied. */
     void copy(const std::string& source, const std::string& name)
     {
-        if (files_ >= MAX_FILES || Clock::now() >= end_) {
-            throw LeftOut(files_ >= MAX_FILES ? "too many files" : "no time left");
+        const Share& share = share_of(source);
+        const auto check = [&] { check_time(share); };
+        check();
+        if (files_ >= share.files) {
+            throw LeftOut("too many files");
         }
         Descriptor file(open((home_ + '/' + source).c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
         const struct statx status = open_below(file, name);
-        if (status.stx_size > MAX_FILE || status.stx_size > MAX_TOTAL - total_) {
+        if (status.stx_size > MAX_FILE || status.stx_size > share.bytes - std::min(total_, share.bytes)) {
             throw LeftOut(std::to_string(status.stx_size) + " bytes");
         }
-        std::string content = read_all(file, status.stx_size);
-        redactor_.clean(content);
+        std::string content = read_all(file, status.stx_size, check);
+        if (const auto reason = sample::why_not_searchable(name, content, source == DUMPS); !reason.empty()) {
+            throw LeftOut(std::string(reason));
+        }
+        redactor_.clean(content, check);
         write_all(target_ / source / name, content, status.stx_mtime);
         files_++;
         total_ += content.size();
     }
 
 private:
+    void check_time(const Share& share) const
+    {
+        if (Clock::now() - start_ >= share.time) {
+            throw LeftOut("no time left");
+        }
+    }
+
     std::string home_;
     fs::path target_;
     sample::Redactor redactor_;
     int files_ = 0;
     size_t total_ = 0;
-    Clock::time_point end_ = Clock::now() + MAX_TIME;
+    Clock::time_point start_ = Clock::now();
 };
+
+/*
+ * Copies a file of the list. Result: why it is left out, or nothing.
+ */
+std::string copy_one(Stage& stage, const std::string& source, const std::string& name)
+{
+    try {
+        stage.copy(source, name);
+        return {};
+    } catch (const std::exception& reason) { /* no memory, too: it is the file that needs so much */
+        return reason.what();
+    }
+}
 
 void copy_list(Stage& stage)
 {
+    int told = 0;
+
     for (std::string line; std::getline(std::cin, line);) {
-        const size_t blank = std::min(line.find(' '), line.size() - 1);
+        const size_t blank = std::min(line.find(' '), line.size());
         const std::string source = line.substr(0, blank);
-        const std::string name = line.substr(blank + 1);
-        try {
-            stage.copy(source, name);
-        } catch (const LeftOut& reason) {
-            std::cout << source << '/' << name << " (" << reason.what() << ")\n";
+        const std::string name = line.substr(std::min(blank + 1, line.size()));
+        const std::string reason = copy_one(stage, source, name);
+        if (!reason.empty() && ++told <= MAX_TOLD) {
+            std::cout << source << '/' << name << " (" << reason << ")\n";
         }
+    }
+    if (told > MAX_TOLD) {
+        std::cout << "more files (" << told - MAX_TOLD << ")\n";
     }
     if (std::cin.bad() || !std::cout.flush()) {
         throw std::runtime_error("the list could not be read, or what is left out not be told");
