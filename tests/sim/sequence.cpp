@@ -361,7 +361,15 @@ std::string run(const Sequence& sequence)
     set_up(sequence, play);
     journal.chance = [&play](size_t number) { return play.chance(number); };
     const std::string ending = run_monitor("--" + sequence.type + play.options);
+    const size_t over = journal.entries.size();
     sys.finish();
+    for (size_t late = over; late < journal.entries.size(); late++) {
+        if (journal.entries[late].find(": ") != std::string::npos) {
+            return "after the end: " + journal.entries[late];
+        }
+    }
+    journal.entries.resize(over);
+    journal.notes.resize(over);
     if (complaints.size() > 0) {
         return complaints.GetTestPartResult(0).message();
     }
