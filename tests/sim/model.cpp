@@ -540,8 +540,11 @@ int Model::start_service()
         result = service_outcome(child);
     }
     typed("info: end -", fmt(" ret=%d pid=%d stat=%d", result, pid, status));
-    // A report that comes too late asks for no other start.
-    inited = inited && reported;
+    // A report that comes too late asks for no other start; its lines come before those of the failure.
+    if (!reported) {
+        inited = false;
+        settle();
+    }
     return result;
 }
 
@@ -636,6 +639,7 @@ Model::Step Model::reload_policy()
     reload = false;
     line(fmt("info: reload configuration. (type=%s)", given.type.c_str()));
     if (uses_marker()) {
+        settle(); // a marker that is asked for before must not be made after this
         delete_marker();
         made = false;
     }
@@ -699,7 +703,7 @@ Model::Step Model::ended()
 void Model::collect()
 {
     if (const int error = tape.take("calloc").error; error != 0) {
-        typed("info: calloc() failed.", fmt(" errno=%d", error));
+        typed("error: calloc() failed.", fmt(" errno=%d", error));
         return;
     }
     const Note& note = tape.take("pthread_create detached");
@@ -721,7 +725,7 @@ void Model::collect()
     try {
         collector.collect(busy);
     } catch (const Mismatch&) {
-        if (!own.next().empty() && !own.sees("exit ")) { // else the monitor has ended before
+        if (!own.next().empty()) { // else the monitor has ended before
             throw;
         }
     }

@@ -38,6 +38,7 @@ struct Failure {
     std::string call;
     int number; // how many of the same come before
     int error;
+    int times = 1;
 };
 
 struct Play {
@@ -59,7 +60,7 @@ int Play::fail(const std::string& entry)
     const int before = calls[call]++;
 
     for (const Failure& failure : failures) {
-        if (failure.call == call && failure.number == before) {
+        if (failure.call == call && before >= failure.number && before < failure.number + failure.times) {
             return failure.error;
         }
     }
@@ -160,7 +161,7 @@ const std::vector<Kind> KINDS = {
       [](const Happening& it, Play& play) {
           play.failures.push_back({ it.text, it.when, it.what });
       } },
-    { "failure of {text} after {when} of its kind, code {what}", 2,
+    { "failure of {text} after {when} of its kind, code {what}, {how} times", 2,
       [](Happening& it, Dice& dice, const std::string&) {
           static const std::vector<std::string> calls = { "xmllib_init",
                                                           "xmllib_load_policy",
@@ -175,9 +176,10 @@ const std::vector<Kind> KINDS = {
           it.text = dice.of(calls);
           it.when = dice.below(6);
           it.what = 0x21;
+          it.how = dice.below(2) == 0 ? 1 : 50;
       },
       [](const Happening& it, Play& play) {
-          play.failures.push_back({ it.text, it.when, it.what });
+          play.failures.push_back({ it.text, it.when, it.what, it.how });
       } },
     { "policy: {text} is {what} after {when} s", 6,
       [](Happening& it, Dice& dice, const std::string& type) {
@@ -361,7 +363,15 @@ std::string run(const Sequence& sequence)
     set_up(sequence, play);
     journal.chance = [&play](size_t number) { return play.chance(number); };
     const std::string ending = run_monitor("--" + sequence.type + play.options);
+    const size_t over = journal.entries.size();
     sys.finish();
+    for (size_t late = over; late < journal.entries.size(); late++) {
+        if (journal.entries[late].find(": ") != std::string::npos) {
+            return "after the end: " + journal.entries[late];
+        }
+    }
+    journal.entries.resize(over);
+    journal.notes.resize(over);
     if (complaints.size() > 0) {
         return complaints.GetTestPartResult(0).message();
     }
