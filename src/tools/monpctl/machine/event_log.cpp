@@ -39,11 +39,12 @@ std::optional<EventSummary> EventReader::read(const std::string& line)
 {
     const auto object = nlohmann::json::parse(line, nullptr, false);
     const auto id = number_member(object, "event");
-    const auto lost = number_member(object, "lost");
+    const auto lost = object.is_object() ? object.find("lost") : object.end();
+    const bool has_lost = lost != object.end() && lost->is_number_integer();
     const auto monitor = number_member(object, "pid");
     EventSummary event;
 
-    if (!object.is_object() || !monitor || (!id && !lost)) {
+    if (!object.is_object() || !monitor || (!id && !has_lost)) {
         return {};
     }
     event.line = line;
@@ -58,7 +59,7 @@ std::optional<EventSummary> EventReader::read(const std::string& line)
     } else {
         event.name = "LOST";
         event.severity = "warning";
-        event.text = std::to_string(*lost) + " events are missing here.";
+        event.text = lost->dump() + " events are missing here.";
     }
     if (object.contains("type")) {
         last_[event.monitor] = text_member(object, "type");

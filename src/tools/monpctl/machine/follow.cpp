@@ -1,17 +1,24 @@
 /*
  * Where the open file stands among its generations is looked up anew whenever its end is reached, so that any number of
- * rotations may have happened since the last look.
+ * rotations may have happened since the last look. Files are renamed while we look, so a step to the next file counts
+ * only if the same files stood in the same order before it and after it.
  */
 #include "machine/follow.h"
 
 #include "common/refusal.h"
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
+#include <charconv>
 #include <chrono>
 #include <cstring>
 #include <fcntl.h>
 #include <iostream>
+#include <iterator>
+#include <optional>
+#include <ranges>
+#include <string_view>
 #include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
@@ -21,38 +28,102 @@ namespace fs = std::filesystem;
 
 namespace monpctl {
 
-/* Numbers above this are not looked for; the monitor keeps five. */
-static constexpr int LAST_GENERATION = 99;
-
 /* Between two looks for new lines. */
 static constexpr auto PAUSE = std::chrono::milliseconds(200);
 
-Follower::Follower(fs::path file, FollowFrom from) : file_(std::move(file))
-{
-    int number = from == FollowFrom::oldest ? LAST_GENERATION : 0;
-    std::error_code error;
+/* Steps that renaming may spoil one after the other; the next look goes on. */
+static constexpr int STEPS = 20;
 
-    while (number > 0 && !fs::exists(generation(number), error)) {
-        number--;
-    }
-    open(number);
+/*
+ * Reads what is behind a point, as a whole: a number as a generation has it.
+ */
+static std::optional<unsigned long> number_of(std::string_view text)
+{
+    unsigned long number = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+
+    return error == std::errc() && end == text.data() + text.size() && number > 0 ? std::optional(number)
+                                                                                  : std::nullopt;
 }
 
-fs::path Follower::generation(int number) const
+/*
+ * The place of a name, the newest first: the file itself, those that were put aside without a number so far, whose names
+ * tell the time at which that was, and those with a number. Nothing for any other name.
+ */
+static std::optional<std::pair<int, unsigned long>> place_of(std::string_view name, std::string_view newest)
 {
-    return number == 0 ? file_ : fs::path(file_.string() + '.' + std::to_string(number));
+    constexpr std::string_view ASIDE = ".aside.";
+
+    if (!name.starts_with(newest)) {
+        return std::nullopt;
+    }
+    name.remove_prefix(newest.size());
+    if (name.empty()) {
+        return std::pair(0, 0UL);
+    }
+    if (name.starts_with(ASIDE)) {
+        name.remove_prefix(ASIDE.size());
+        const auto time = number_of(name.substr(0, name.find('.')));
+        return time ? std::optional(std::pair(1, ~*time)) : std::nullopt;
+    }
+    const auto number = name.starts_with('.') ? number_of(name.substr(1)) : std::nullopt;
+    return number ? std::optional(std::pair(2, *number)) : std::nullopt;
+}
+
+Follower::Follower(fs::path file, FollowFrom from) : file_(std::move(file))
+{
+    error_ = ENOENT;
+    for (int step = 0; step < STEPS && !fd_; step++) {
+        const auto generations = list();
+        /* One may be removed in between; a file that cannot be read keeps its error. */
+        for (const auto& one : generations | std::views::reverse) {
+            if ((from == FollowFrom::oldest || one.place.first == 0) && open(one)) {
+                break;
+            }
+        }
+        if (generations.empty() || error_ != ENOENT) {
+            break;
+        }
+    }
+    if (!fd_ && error_ == ENOENT) {
+        open({ .path = file_ }); /* for the error of the directory */
+    }
+}
+
+std::vector<Follower::Generation> Follower::list() const
+{
+    std::vector<Generation> generations;
+    std::error_code error;
+
+    for (const auto& entry : fs::directory_iterator(file_.parent_path(), error)) {
+        const auto place = place_of(entry.path().filename().native(), file_.filename().native());
+        struct stat status = {};
+        if (place && stat(entry.path().c_str(), &status) == 0 && S_ISREG(status.st_mode)) {
+            generations.push_back({ .path = entry.path(),
+                                    .place = *place,
+                                    .device = status.st_dev,
+                                    .inode = status.st_ino,
+                                    .changed = { status.st_mtim.tv_sec, status.st_mtim.tv_nsec } });
+        }
+    }
+    std::ranges::sort(generations, {}, &Generation::place);
+    return generations;
 }
 
 /*
  * Exchanges the open file for another; a line that the old one left unfinished ends there.
  */
-bool Follower::open(int number)
+bool Follower::open(const Generation& generation)
 {
     struct stat status = {};
-    UniqueFd fd(::open(generation(number).c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    UniqueFd fd(::open(generation.path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
 
     if (!fd || fstat(fd.get(), &status) != 0 || !S_ISREG(status.st_mode)) {
         error_ = fd ? EINVAL : errno;
+        return false;
+    }
+    if (generation.inode != 0 && (status.st_ino != generation.inode || status.st_dev != generation.device)) {
+        error_ = ENOENT;
         return false;
     }
     if (taken_ < buffer_.size()) {
@@ -60,7 +131,7 @@ bool Follower::open(int number)
     }
     fd_ = std::move(fd);
     error_ = 0;
-    newest_ = number == 0;
+    newest_ = generation.place.first == 0;
     return true;
 }
 
@@ -113,40 +184,27 @@ bool Follower::fill()
 }
 
 /*
- * The number that the open file bears now; -1 for one that was removed.
+ * The place of the oldest file that came after the open one; below the first one, if the open one is the newest or there
+ * is none. What was rotated out of existence was last written before those that are left, what somebody removed was not.
  */
-int Follower::find() const
+std::ptrdiff_t Follower::next_newer(const std::vector<Generation>& generations) const
 {
     struct stat own = {};
-    struct stat other = {};
 
     if (!fd_ || fstat(fd_.get(), &own) != 0) {
-        return -1;
+        return static_cast<std::ptrdiff_t>(generations.size()) - 1;
     }
-    for (int number = 0; number <= LAST_GENERATION; number++) {
-        if (stat(generation(number).c_str(), &other) == 0 && other.st_ino == own.st_ino && other.st_dev == own.st_dev) {
-            return number;
-        }
+    const auto found = std::ranges::find_if(
+        generations, [&](const Generation& one) { return one.inode == own.st_ino && one.device == own.st_dev; });
+    if (found != generations.end()) {
+        return found - generations.begin() - 1;
     }
-    return -1;
-}
-
-/*
- * Number of the oldest file that came after the open one, when that has none any more: what was rotated out of
- * existence was last written before those that are left, what somebody removed was not.
- */
-int Follower::first_newer() const
-{
-    struct stat own = {};
-    struct stat other = {};
-    int number = fstat(fd_.get(), &own) == 0 ? LAST_GENERATION : 0;
-
-    while (number > 0 &&
-           (stat(generation(number).c_str(), &other) != 0 || std::pair(other.st_mtim.tv_sec, other.st_mtim.tv_nsec) <
-                                                                 std::pair(own.st_mtim.tv_sec, own.st_mtim.tv_nsec))) {
-        number--;
+    auto newer = static_cast<std::ptrdiff_t>(generations.size()) - 1;
+    while (newer > 0 &&
+           generations[static_cast<size_t>(newer)].changed < std::pair(own.st_mtim.tv_sec, own.st_mtim.tv_nsec)) {
+        newer--;
     }
-    return number;
+    return newer;
 }
 
 /*
@@ -155,20 +213,22 @@ int Follower::first_newer() const
  */
 bool Follower::move_on()
 {
-    const int number = find();
-
-    if (number == 0) {
-        newest_ = true;
-        return false;
-    }
-    if (newest_) {
-        newest_ = false;
-        return false;
-    }
-    /* While files are being renamed, the numbers have a gap. */
-    for (int newer = number < 0 ? first_newer() : number - 1; newer >= 0; newer--) {
-        if (open(newer)) {
-            return true;
+    for (int step = 0; step < STEPS; step++) {
+        const auto before = list();
+        const auto newer = next_newer(before);
+        if (newer < 0) {
+            newest_ = fd_ && !before.empty();
+            return false;
+        }
+        if (newest_) {
+            newest_ = false;
+            return false;
+        }
+        /* Until the same files stand in the same order, one of them may have been passed over. */
+        if (std::ranges::equal(before, list(), {}, &Generation::inode, &Generation::inode)) {
+            if (open(before[static_cast<size_t>(newer)])) {
+                return true;
+            }
         }
     }
     return false;

@@ -1,5 +1,6 @@
 /*
- * Lines of a file that is rotated: monp.log becomes monp.log.1, that becomes monp.log.2, and so on.
+ * Lines of a file that is rotated: monp.log becomes monp.log.1, that becomes monp.log.2, and so on. A file may be put
+ * aside in between, as monp.log.aside.TIME.THREAD, and get its number later.
  */
 #ifndef MONPCTL_FOLLOW_H
 #define MONPCTL_FOLLOW_H
@@ -9,6 +10,9 @@
 #include <filesystem>
 #include <functional>
 #include <string>
+#include <sys/types.h>
+#include <utility>
+#include <vector>
 
 namespace monpctl {
 
@@ -34,13 +38,22 @@ public:
     [[nodiscard]] int error() const;
 
 private:
+    /* A file that is there now; of several, the newest has the lowest place. */
+    struct Generation {
+        std::filesystem::path path = {};
+        std::pair<int, unsigned long> place = {};
+        dev_t device = 0;
+        ino_t inode = 0;
+        std::pair<time_t, long> changed = {};
+    };
+
     bool take(std::string& line);
     bool fill();
     bool move_on();
-    [[nodiscard]] std::filesystem::path generation(int number) const;
-    [[nodiscard]] int find() const;
-    [[nodiscard]] int first_newer() const;
-    bool open(int number);
+    /* Those that there are, the newest first. */
+    [[nodiscard]] std::vector<Generation> list() const;
+    [[nodiscard]] std::ptrdiff_t next_newer(const std::vector<Generation>& generations) const;
+    bool open(const Generation& generation);
 
     std::filesystem::path file_;
     UniqueFd fd_;
