@@ -16,9 +16,18 @@ constexpr auto NONE = std::string_view::npos;
 constexpr std::string_view NUMBERED = " arg";
 constexpr std::string_view ARROW = " -> ";
 constexpr std::string_view TYPE = " (type=";
-constexpr std::string_view ALL = " param=";       /* of the trace line that has all arguments */
-constexpr std::string_view BEHIND_ALL = " argv="; /* and what follows them there */
-constexpr size_t MAX_HEAD = 1024;                 /* bytes in front of an argument */
+
+/* Lines with all arguments: the texts in front of them and behind them, which is empty at the end of a line. */
+struct All {
+    std::string_view before;
+    std::string_view behind;
+};
+constexpr All ALL[] = {
+    { " param=", " argv=" },
+    { " param   -> ", "" },
+};
+
+constexpr size_t MAX_HEAD = 1024; /* bytes in front of an argument */
 
 /*
  * The word PROCESS/THREAD of a record's head, or nothing.
@@ -87,6 +96,23 @@ void clean_all(std::span<char> arguments)
     }
 }
 
+/*
+ * Looks for a line with all arguments.
+ */
+void clean_list(std::span<char> line)
+{
+    const std::string_view text(line.data(), line.size());
+
+    for (const auto& [before, behind] : ALL) {
+        const size_t found = text.substr(0, MAX_HEAD).find(before);
+        if (found != NONE) {
+            const size_t begin = found + before.size();
+            const size_t end = behind.empty() ? text.size() : std::min(text.rfind(behind), text.size());
+            clean_all(line.subspan(begin, std::max(begin, end) - begin));
+        }
+    }
+}
+
 } // namespace
 
 std::span<char> Arguments::clean(std::span<char> line)
@@ -95,11 +121,7 @@ std::span<char> Arguments::clean(std::span<char> line)
     const size_t number = find_number(text);
 
     if (number == NONE) {
-        const size_t all = text.substr(0, MAX_HEAD).find(ALL);
-        const size_t behind = all != NONE ? text.find(BEHIND_ALL, all) : NONE;
-        if (behind != NONE) {
-            clean_all(line.subspan(all + ALL.size(), behind - std::min(behind, all + ALL.size())));
-        }
+        clean_list(line);
         return line;
     }
     Last now;

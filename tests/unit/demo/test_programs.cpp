@@ -3,6 +3,8 @@
  */
 #include "demo_support.h"
 
+#include <gmock/gmock.h>
+
 class Programs : public Demo {
 protected:
     void SetUp() override
@@ -78,6 +80,50 @@ TEST_F(Programs, CollectorTakesSecretsOutAndPassesByMounts)
 
     sh("echo '(' >>etc/redact");
     sh(collect, 1, "etc/redact:4: '(' is not a pattern");
+}
+
+TEST_F(Programs, CollectorLeavesOutWhatItCannotCopyOrSearch)
+{
+    const std::string name(200, 'd');
+    std::string deep;
+    for (int i = 0; i < 25; i++) {
+        deep += name + '/';
+    }
+    sh("mkdir -p work/dump/" + deep + "; find work/dump -type d -empty -execdir touch '{}/core' ';'");
+    sh("echo password=x >log/b; gzip log/b; printf 'token=y\n' >log/c.br; echo d >log/d");
+    sh("echo password=x | iconv -t UTF-16LE >log/wide; (echo a; cat log/wide) >log/late; cp log/wide work/dump/wide");
+    /* Memory has texts in two bytes a character, too. */
+    sh("(printf '\177ELF'; head -c 8192 /bin/sh; cat log/wide; cat log/wide; echo password=x) >work/dump/core");
+    sh(collect + "-d");
+    EXPECT_EQ("about.txt\nlog/a.log\nlog/d\nwork/dump/core\n", sh("tar tzf archive/e.tgz | sort"));
+    sh("tar xzf archive/e.tgz; grep -ao 'password=.' work/dump/core | grep -x 'password=\\*'");
+    const std::string about = read("about.txt");
+    for (const char* line :
+         { "log/b.gz (compressed)", "log/c.br (compressed)", "log/wide (not in UTF-8)", "log/late (not in UTF-8)",
+           "work/dump/wide (not in UTF-8)", "/core (its path is too long)" }) {
+        EXPECT_THAT(about, testing::HasSubstr(line));
+    }
+}
+
+/* Dumps that are newer than all logs and would take all of the space. */
+TEST_F(Programs, CollectorHasRoomForLogsBesideBigDumps)
+{
+    sh("touch -d '1 day ago' log/a.log; for i in 1 2 3 4; do truncate -s 64M work/dump/$i; done");
+    sh("bin/sample_collect -t monp-dusko -d -l -o archive/e.tgz");
+    EXPECT_EQ("a\n", member("e.tgz", "log/a.log"));
+    sh("tar tzf archive/e.tgz | grep -c work/dump", 0, "3\n");
+    sh("tar xzf archive/e.tgz about.txt; grep -x 'work/dump/. (67108864 bytes)' about.txt");
+}
+
+TEST_F(Programs, CollectorPacksWhatWasCopiedWhenTheCopyingDoesNotEnd)
+{
+    sh("printf '#!/bin/sh\nmkdir -p \"$2/log\"; echo b >\"$2/log/b\"; kill -KILL $$' >bin/sample_redact");
+    sh("printf '#!/bin/sh\nwhile [ $# -gt 0 ]; do case $1 in -k) shift 2;; [0-9]*) shift;; *) break;; esac; "
+       "done\n\"$@\"\n' "
+       ">bin/timeout; chmod 755 bin/timeout");
+    sh("PATH=$PWD/bin:$PATH " + collect);
+    EXPECT_EQ("b\n", member("e.tgz", "log/b"));
+    sh("tar xzf archive/e.tgz about.txt; grep 'the copying did not end' about.txt");
 }
 
 TEST_F(Programs, CollectorKeepsAsManyOlderArchivesAsTold)

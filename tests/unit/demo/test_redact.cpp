@@ -110,7 +110,8 @@ const Row ARGUMENTS[] = {
     { .name = "name in the last file", .text = "7/7 arg4 -> «a» (type=t)\n7/7 arg5 -> b (type=t)" },
     { .name = "name in a lost record", .text = "7/7 arg0 -> -v (type=t)\n7/7 arg2 -> «a» (type=t)" },
     { .name = "name at the end", .text = "7/7 arg0 -> --password (type=t)\n7/7 arg0 -> a (type=t)" },
-    { .name = "all", .text = "7/7 start - (type=t param=-v password «a» b argv=0x1 maxargc=3 parsenum=0x2)." },
+    { .name = "all", .text = "7/7 start - (type=t param=-v password «a» b argv=0x1 maxargc=3 parsenum=0x2).\n"
+      "7/7 param   -> -v password «a» b" },
 };
 // clang-format on
 
