@@ -17,7 +17,6 @@
 #include <iostream>
 #include <iterator>
 #include <optional>
-#include <ranges>
 #include <string_view>
 #include <sys/stat.h>
 #include <thread>
@@ -76,11 +75,9 @@ Follower::Follower(fs::path file, FollowFrom from) : file_(std::move(file))
     for (int step = 0; step < STEPS && !fd_; step++) {
         const auto generations = list();
         /* One may be removed in between; a file that cannot be read keeps its error. */
-        for (const auto& one : generations | std::views::reverse) {
-            if ((from == FollowFrom::oldest || one.place.first == 0) && open(one)) {
-                break;
-            }
-        }
+        static_cast<void>(std::find_if(generations.rbegin(), generations.rend(), [&](const Generation& one) {
+            return (from == FollowFrom::oldest || one.place.first == 0) && open(one);
+        }));
         if (generations.empty() || error_ != ENOENT) {
             break;
         }

@@ -344,7 +344,7 @@ std::vector<pid_t> Proc::threads(pid_t pid) const
 {
     auto threads = numbers_in(fmt::format("{}/task", pid));
 
-    std::ranges::partition(threads, [pid](pid_t thread) { return thread == pid; });
+    std::partition(threads.begin(), threads.end(), [pid](pid_t thread) { return thread == pid; });
     return threads;
 }
 
