@@ -38,11 +38,6 @@ constexpr const char* SHUTDOWN = "/sbin/shutdown";
 constexpr const char* RECORD = "/sbin/shutdown.record";
 constexpr const char* STATUS = "/sbin/shutdown.status";
 
-constexpr const char* STUB = "#!/bin/sh\n"
-                             "echo \"$0 $*\" >>/sbin/shutdown.record\n"
-                             "read status </sbin/shutdown.status\n"
-                             "exit \"$status\"\n";
-
 void require(bool ok, const std::string& what)
 {
     if (!ok) {
@@ -59,7 +54,7 @@ void cover_shutdown()
 
     require(mount("tmpfs", directory.c_str(), "tmpfs", MS_NOSUID | MS_NODEV, "mode=0755") == 0,
             "mount " + directory.string());
-    std::ofstream(SHUTDOWN) << STUB;
+    fs::copy_file(SANDBOX_STUB, SHUTDOWN);
     require(chmod(SHUTDOWN, 0755) == 0, "chmod");
     shutdown_status(0);
 }
@@ -101,7 +96,9 @@ void prove_shutdown()
 
     require(statfs(SHUTDOWN, &where) == 0 && lstat(SHUTDOWN, &what) == 0, SHUTDOWN);
     errno = EPERM;
-    require(where.f_type == TMPFS_MAGIC && S_ISREG(what.st_mode) && file_content(SHUTDOWN) == STUB, "not the stub");
+    require(where.f_type == TMPFS_MAGIC && S_ISREG(what.st_mode) &&
+                file_content(SHUTDOWN) == file_content(SANDBOX_STUB),
+            "not the stub");
     require(std::system("/sbin/shutdown --help") == 0, "the stub does not run");
     require(shutdown_calls() == std::vector<std::string>{ "/sbin/shutdown --help" }, "the stub does not record");
     require(unlink(RECORD) == 0, RECORD);
