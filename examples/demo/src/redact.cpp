@@ -8,6 +8,7 @@
 #include "redact_named.h"
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <fstream>
@@ -27,6 +28,9 @@ using Check = std::function<void()>;
  */
 constexpr size_t WINDOW = 16384;
 constexpr size_t OVERLAP = 4096;
+
+constexpr std::array<char, 4096> ZERO_BYTES = {};
+constexpr std::string_view ZEROS(ZERO_BYTES.data(), ZERO_BYTES.size());
 
 constexpr size_t CHECK_BYTES = 65536;
 
@@ -150,11 +154,15 @@ void Redactor::clean(std::span<char> content, const Check& check) const
     size_t next_check = CHECK_BYTES;
 
     for (size_t from = 0; from < text.size();) {
+        if (text.substr(from).starts_with(ZEROS)) { /* a dump is mostly empty */
+            from += ZEROS.size();
+            continue;
+        }
         if (newline <= from) {
             newline = std::min(text.find('\n', from), text.size());
         }
         const size_t end = from + std::min(text.substr(from, newline - from).find('\0'), newline - from);
-        if (end > from) { /* a dump may be all zeros */
+        if (end > from) {
             search.clean(content.subspan(from, end - from));
         }
         from = end + 1;

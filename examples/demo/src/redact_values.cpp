@@ -175,15 +175,13 @@ size_t end_of_value(std::string_view line, size_t from, const Place& place)
     }
     for (;;) {
         const size_t open = std::min(line.find_first_not_of('\\', at), line.size());
-        size_t end = line.size();
-        if (at_one_of("\"'`", line, open)) {
-            end = std::min(end_of_quoted(line, open, open - at), line.size());
-        } else if (at_one_of("([{", line, at)) {
-            int depth = 0;
-            end = end_of_brackets(line, at, depth);
-        } else {
+        const bool quoted = at_one_of("\"'`", line, open);
+        if (!quoted && !at_one_of("([{", line, at)) {
             return end_of_bare(line, at, place);
         }
+        int depth = 0;
+        const size_t end =
+            quoted ? std::min(end_of_quoted(line, open, open - at), line.size()) : end_of_brackets(line, at, depth);
         if (open > at || place.in_tag || !goes_on(line, end, line[open])) {
             return end;
         }
