@@ -2,6 +2,8 @@
 # Sourced by a script that stands in the top directory.
 
 set -euo pipefail
+# What is built can be run by every user, as some tests do.
+umask 022
 
 say() {
     printf '== %s\n' "$*"
@@ -54,7 +56,7 @@ run_tests() {
     ctest --preset "$preset" -j "$(($(nproc) * 3))" --progress "$@" || die "tests failed ($preset)"
 }
 
-build_packages="g++ cmake ninja-build libexpat1-dev libcli11-dev nlohmann-json3-dev"
+build_packages="g++ cmake ninja-build libexpat1-dev libcli11-dev libfmt-dev nlohmann-json3-dev"
 test_packages="libgtest-dev libgmock-dev libxml2-utils mandoc util-linux tar gzip dpkg-dev file systemd"
 bench_packages="libbenchmark-dev libspdlog-dev libxml2-dev libpugixml-dev"
 lint_packages="clang clang-tidy clang-format libclang-rt-14-dev gcovr"

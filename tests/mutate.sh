@@ -10,11 +10,14 @@ module=src/linux/server/process/monp/src/monp
 # FILE | TEXT | REPLACEMENT. The text stands in the file exactly once.
 rows() {
     cat <<'END'
-monp.cpp | &gpmonplog, 0, MONP_DEF_LOGSZ | &gpmonplog, 4, MONP_DEF_LOGSZ
+monp.cpp | monp_log_open(0, MONP_DEF_LOGSZ) | monp_log_open(4, MONP_DEF_LOGSZ)
 monp.cpp |     gmdfilemaked = 0; |     ;
 monp.cpp |     monp_delete_mdfile(); |     ;
 monp.cpp |     gbmonpend = 0; |     ;
-monp.cpp | if (gpmonplog != nullptr) { | if (gpmonplog == nullptr) {
+monp.cpp |     monp_log_close(); |     ;
+monp_log.cpp | gpmonplog.exchange(nullptr) | gpmonplog.load()
+monp_log.cpp | gmonpstate.nlogusers != 0 && nstep | gmonpstate.nlogusers > 1 && nstep
+monp_log.cpp | if (gmonpstate.nlogusers == 0) { | if (gmonpstate.nlogusers >= 0) {
 monp_startup.cpp | if (nret != 0) { | if (nret > 0) {
 monp_startup.cpp | nfuncret = MONP_RET_FAIL_PARAM; | nfuncret = MONP_RET_FAIL_INIT;
 monp_startup.cpp | strcmp(gmonpparam.type, gsuffixes | strcmp(gmonpmonpol.type, gsuffixes
@@ -23,13 +26,13 @@ monp_startup.cpp | if (pvalue[0] != '\0' && setenv | if (setenv
 monp_startup.cpp | MONP_OPT_NUM - 2 | MONP_OPT_NUM - 3
 monp_daemon.cpp | ninx < gmonppol.parent_initto * | ninx <= gmonppol.parent_initto *
 monp_daemon.cpp | { SIGCHLD, SIG_DFL } | { SIGCHLD, SIG_IGN }
-monp_daemon.cpp | nsig <= gnsigmax | nsig < gnsigmax
+monp_daemon.cpp | nsig <= MONP_SIG_MAX | nsig < MONP_SIG_MAX
 monp_daemon.cpp | gmonpallpol.core != 1 | gmonpallpol.core == 0
 monp_daemon.cpp | limit.rlim_max = RLIM_INFINITY; | ;
 monp_daemon.cpp | PTHREAD_CREATE_DETACHED | PTHREAD_CREATE_JOINABLE
 monp_signal.cpp | SIGUSR1, &gbmonpinited, -1 } | SIGUSR1, &gbmonpinited, 0 }
 monp_signal.cpp | gndrained.load() != nend | gndrained.load() != nend - nend + gnrecorded.load()
-monp_signal.cpp | if (gbendtested == 0) { | if (gbendtested != 1) {
+monp_create_process_svc.cpp | if (gmonpstate.bendtested == 0) { | if (gmonpstate.bendtested != 1) {
 monp_signal.cpp | return bval; | return bval != 0 ? bval : bflag.load();
 monp_signal.cpp | gnunrecorded.exchange(0) | gnunrecorded.load()
 monp_signal.cpp | if (gbmonpinited != 0) { | if (gbmonpinited == 0) {
@@ -39,7 +42,7 @@ monp_child.cpp | pchild->nwsig = SIGKILL; | pchild->nwsig = SIGTERM;
 monp_child.cpp | WTERMSIG(nstat) != SIGUSR1 | WTERMSIG(nstat) != SIGUSR2
 monp_child.cpp | _exit(MONP_RET_FAIL_UNKNOWN); | _exit(MONP_RET_FAIL_INIT);
 monp_child.cpp | sigaddset(&set, SIGUSR2); | sigaddset(&set, SIGUSR1);
-monp_child.cpp |  || gmonpparam.action == MONP_ACT_OS_REBOOT; | ;
+monp_child.cpp | monp_isnodedown(gmonpparam.action) != 0 ? | monp_isnodedown(gmonpparam.action) > 0 ?
 monp_child.cpp | if (npid > 0 && npid == getppid()) { | if (npid > 0) {
 monp_child.cpp | bsent = npid > 0 ? | bsent = npid == getppid() ?
 monp_create_process.cpp |     monp_make_mdfile(); |     ;
@@ -47,12 +50,14 @@ monp_create_process.cpp | *pstat = MONP_EXEC_PROCKILL; | *pstat = 0;
 monp_create_process.cpp | MONP_WARNING("waitpid() failed. | MONP_ERROR("waitpid() failed.
 monp_create_process_svc.cpp | return i < gmonppol.child_initto ? | return i <= gmonppol.child_initto ?
 monp_create_process_svc.cpp |     monp_release_launcher(); |     ;
-monp_create_process_svc.cpp | if (gbreported == 0) { | if (gbreported > 0) {
+monp_create_process_svc.cpp |         monp_drainsignals(); |         ;
+monp_create_process_svc.cpp | if (gmonpstate.breported == 0) { | if (gmonpstate.breported > 0) {
 monp_create_process_svc.cpp | pchild->nret > 0 && | pchild->nret >= 0 &&
 monp_create_process_svc.cpp | &pchild->nstat, 0); | &pchild->nstat, WNOHANG);
 monp_loop.cpp | strcmp(gmonpparam.type, ptypes[ninx]) | strcmp(gmonpmonpol.type, ptypes[ninx])
 monp_loop.cpp | prun->nrestart > gmonpparam.restime | prun->nrestart >= gmonpparam.restime
 monp_loop.cpp |     gbreload = 0; |     ;
+monp_loop.cpp |         monp_drainsignals(); |         ;
 monp_loop.cpp | prun->nfuncret = MONP_RET_FAIL_INIT; | prun->nfuncret = MONP_RET_FAIL_UNKNOWN;
 monp_loop.cpp | start request. (type=%s)", gmonpparam.type | start request. (type=%s)", gmonpmonpol.type
 monp_loop.cpp | prun->nstat == 0 || gmonpparam.action == MONP_ACT_NONE || | prun->nstat == 0 ||
@@ -64,7 +69,7 @@ monp_recover.cpp |     errno = 0; |     ;
 monp_recover.cpp | if (WTERMSIG(nret) != 0) { | if (nret < 0) {
 monp_waitprocterm.cpp | ntimer >= ntimeout | ntimer > ntimeout
 monp_waitprocterm.cpp | if (npid <= 0) { | if (npid < 0) {
-monp_elog.cpp |     bexec = 0; |     ;
+monp_elog.cpp |     gmonpstate.bexec = 0; |     ;
 monp_elog.cpp | pargv, &nnum, "-d"); | pargv, &nnum, "-l");
 monp_getservice.cpp | linkpath[0] == '\0') { | linkpath[0] == '!') {
 monp_getservice.cpp | nullptr, alphasort); | nullptr, versionsort);

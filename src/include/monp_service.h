@@ -16,6 +16,7 @@
 #ifndef MONP_SERVICE_H
 #define MONP_SERVICE_H
 
+#include <poll.h>
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -93,27 +94,6 @@ static inline int monp_service_report(void)
 }
 
 /*
- * Waits for the end request and takes it: it is told once.
- *   nmsec  milliseconds; 0: only looks; below 0: no limit
- * Result: 1 end, please: within the configured wait time, after which SIGKILL follows; 0 not asked so far: the time is
- * over, or a signal handler of the service's own ran.
- * After monp_service_init(). Any thread; one of several waiting ones is told.
- */
-static inline int monp_service_wait(int nmsec)
-{
-    int nsig = 0;
-    sigset_t mask;
-    struct timespec limit;
-
-    sigemptyset(&mask);
-    sigaddset(&mask, SIGUSR1);
-    limit.tv_sec = nmsec / 1000;
-    limit.tv_nsec = nmsec % 1000 * 1000000L;
-    nsig = nmsec < 0 ? sigwaitinfo(&mask, NULL) : sigtimedwait(&mask, NULL, &limit);
-    return nsig == SIGUSR1;
-}
-
-/*
  * Opens a descriptor for poll, select or epoll, readable while an end request waits for monp_service_wait(0). It is not
  * to be read from: that would take the request. Closed on exec; the caller closes it.
  * Result: the descriptor, or -1 with errno. After monp_service_init(). An epoll set does not follow a fork.
@@ -125,6 +105,36 @@ static inline int monp_service_fd(void)
     sigemptyset(&mask);
     sigaddset(&mask, SIGUSR1);
     return signalfd(-1, &mask, SFD_NONBLOCK | SFD_CLOEXEC);
+}
+
+/*
+ * Waits for the end request and takes it: it is told once.
+ *   nmsec  milliseconds; 0: only looks; below 0: no limit
+ * Result: 1 end, please: within the configured wait time, after which SIGKILL follows; 0 not asked so far: the time is
+ * over, a signal handler of the service's own ran, or another thread took the request.
+ * After monp_service_init(). Any thread; one of several waiting ones is told.
+ */
+static inline int monp_service_wait(int nmsec)
+{
+    int nsig = 0;
+    sigset_t mask;
+    struct timespec limit = { 0, 0 };
+    struct pollfd input = { -1, POLLIN, 0 };
+
+    sigemptyset(&mask);
+    sigaddset(&mask, SIGUSR1);
+    /* Asleep in sigtimedwait, a thread does not show the signal as blocked, and the service looks as if it would die of
+       its end request. In poll it does, so sigtimedwait sleeps only where no descriptor is left. */
+    input.fd = nmsec != 0 ? monp_service_fd() : -1;
+    if (input.fd >= 0) {
+        poll(&input, 1, nmsec);
+        close(input.fd);
+    } else if (nmsec > 0) {
+        limit.tv_sec = nmsec / 1000;
+        limit.tv_nsec = nmsec % 1000 * 1000000L;
+    }
+    nsig = nmsec < 0 && input.fd < 0 ? sigwaitinfo(&mask, NULL) : sigtimedwait(&mask, NULL, &limit);
+    return nsig == SIGUSR1;
 }
 
 #endif

@@ -13,37 +13,39 @@
 
 static std::vector<std::string> lines; // of the current input, without their ends
 
-int log_file_init(LOG_FILE*, const char*, const char*, const char*, off_t, int, PFLOGNOTICE)
+using namespace tesklog;
+
+int File::prepare(const char*, const char*, const char*, off_t, int, Notice)
 {
     return 0;
 }
 
-int log_file_open(LOG_FILE*, const LOG_SELF*)
+int File::open(const Self&)
 {
     return 0;
 }
 
-int log_file_refusal(LOG_FILE*)
+int File::take_refusal()
 {
     return 0;
 }
 
-void log_file_close(LOG_FILE*, const LOG_RECORD*) {}
+void File::close(const Record&) {}
 
-void log_syslog_send(const LOG_EVENT*) {}
+void tesklog::syslog_send(const Event&) {}
 
 // One line, bounded, in UTF-8 and without control characters; its end tells whether it was cut.
-void log_file_write(LOG_FILE*, const LOG_RECORD*, const LOG_TEXT* pline)
+void File::write(const Record&, const Text& text)
 {
-    std::string line(pline->ptext, pline->nlen);
-    FUZZ_CHECK(line.size() < LOG_LINE_LEN && line.ends_with('\n') && pline->ptext[pline->nlen] == '\0');
+    std::string line(text.view());
+    FUZZ_CHECK(line.size() < LINE_LENGTH && line.ends_with('\n') && text.view().data()[line.size()] == '\0');
     line.pop_back();
     lines.push_back(line);
-    FUZZ_CHECK(!pline->bcut || (line.ends_with("...[cut]") && line.size() > LOG_LINE_LEN - 32));
+    FUZZ_CHECK(!text.cut() || (line.ends_with("...[cut]") && line.size() > LINE_LENGTH - 32));
 
-    wchar_t wide[LOG_LINE_LEN];
-    const size_t length = mbstowcs(wide, line.c_str(), LOG_LINE_LEN);
-    FUZZ_CHECK(length < LOG_LINE_LEN && wcslen(wide) == length);
+    wchar_t wide[LINE_LENGTH];
+    const size_t length = mbstowcs(wide, line.c_str(), LINE_LENGTH);
+    FUZZ_CHECK(length < LINE_LENGTH && wcslen(wide) == length);
     FUZZ_CHECK(std::none_of(wide, wide + length, [](wchar_t c) { return c < 0x20 || (c >= 0x7f && c < 0xa0); }));
     FUZZ_CHECK(wcspbrk(wide, L"\u2028\u2029") == nullptr);
 }
@@ -132,7 +134,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     const std::string other = input.text();
     std::string text = part;
     FUZZ_CHECK(ready);
-    for (int count = 0; count < repeat && text.size() <= LOG_LINE_LEN; count++) {
+    for (int count = 0; count < repeat && text.size() <= LINE_LENGTH; count++) {
         text += part;
     }
 

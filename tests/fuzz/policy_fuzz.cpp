@@ -23,9 +23,11 @@ int teskxml_file_read(const char* pfile, size_t, char** ppdata, size_t* psize)
 // After a failure one line of printable text tells about it.
 static void check_result(int result)
 {
-    const std::string_view text = teskxml_lasterror();
+    const TESKXML_FAILURE failure = teskxml_lastfailure();
+    const std::string_view text = failure.sentence;
     FUZZ_CHECK(result >= TESKXML_RET_SUCCESS && result < TESKXML_RET_FAIL_MEMORY);
-    FUZZ_CHECK(result == TESKXML_RET_SUCCESS || (!text.empty() && text.size() < 2048));
+    FUZZ_CHECK(result == TESKXML_RET_SUCCESS || (failure.code == result && !text.empty() && text.size() < 1024));
+    FUZZ_CHECK((failure.line > 0) == (failure.column > 0) && (failure.line == 0 || *failure.file != '\0'));
     FUZZ_CHECK(std::none_of(text.begin(), text.end(), [](unsigned char c) { return c < ' ' || c == 0x7f; }));
     const auto is_c1 = [](char c, char next) { return c == '\xc2' && (next & 0xe0) == 0x80; };
     FUZZ_CHECK(std::adjacent_find(text.begin(), text.end(), is_c1) == text.end());

@@ -33,6 +33,7 @@ constexpr int CANNOT = 125;
 
 fs::path gdirectory;
 
+constexpr const char* DIRECTORY = "/run/monp_tests";
 constexpr const char* SHUTDOWN = "/sbin/shutdown";
 constexpr const char* RECORD = "/sbin/shutdown.record";
 constexpr const char* STATUS = "/sbin/shutdown.status";
@@ -64,14 +65,29 @@ void cover_shutdown()
 }
 
 /*
- * Nor is the machine's own log told of halts that are none.
+ * Mounts a directory at a place that is made for it, with programs that may be executed whatever its file system says.
  */
-void cover_syslog()
+void show(const fs::path& directory, const fs::path& place)
 {
-    for (const char* receiver : { "/dev/log", "/run/systemd/journal/socket" }) {
-        if (fs::exists(receiver)) {
-            require(mount("/dev/null", receiver, nullptr, MS_BIND, nullptr) == 0, receiver);
-        }
+    fs::create_directories(place);
+    require(mount(directory.c_str(), place.c_str(), nullptr, MS_BIND, nullptr) == 0, "mount " + place.string());
+    require(mount(nullptr, place.c_str(), nullptr, MS_REMOUNT | MS_BIND, nullptr) == 0, "remount " + place.string());
+}
+
+/*
+ * The mode of the machine's /run does not matter, and its log does not hear of halts that never were. Below it, every
+ * user can reach the programs and our directory, though the paths that lead to them may be root's alone.
+ */
+void cover_run()
+{
+    require(mount("tmpfs", "/run", "tmpfs", MS_NOSUID | MS_NODEV, "mode=0755") == 0, "mount /run");
+    if (fs::exists("/dev/log")) {
+        require(mount("/dev/null", "/dev/log", nullptr, MS_BIND, nullptr) == 0, "/dev/log");
+    }
+    show(gdirectory, DIRECTORY);
+    gdirectory = DIRECTORY;
+    for (const char* part : { "bin", "lib" }) {
+        show(fs::path(SANDBOX_BUILD) / part, fs::path(SANDBOX_PROGRAMS) / part);
     }
 }
 
@@ -119,19 +135,19 @@ int judge_sanitizers(int status)
 
 int inside()
 {
+    umask(022);
     try {
         require(getpid() == 1, "not process 1");
         require(prctl(PR_SET_PDEATHSIG, SIGKILL) == 0, "prctl");
         require(mount("proc", "/proc", "proc", 0, nullptr) == 0, "mount /proc");
         cover_shutdown();
-        cover_syslog();
+        cover_run();
         prove_shutdown();
     } catch (const std::exception& error) {
         std::cerr << "sandbox: no test is run: " << error.what() << '\n';
         return CANNOT;
     }
     divert_sanitizers();
-    umask(022);
     return judge_sanitizers(RUN_ALL_TESTS());
 }
 
@@ -170,7 +186,7 @@ int run()
     } catch (const std::exception& error) {
         std::cerr << "sandbox: no test is run: " << error.what() << '\n';
     }
-    fs::remove_all(gdirectory);
+    fs::remove_all(gdirectory); // by the name that it has outside
     return status;
 }
 

@@ -191,9 +191,11 @@ static void reset()
     gmonpallpol = {};
     gmonppol = {};
     gmonpmonpol = {};
-    for (MONP_FLAG* flag : { &gbmonpinited, &gbmonpend, &gbreload, &gbmonpnostart, &gbmonpterm, &gmdfilemaked }) {
+    for (MONP_FLAG* flag : { &gbmonpinited, &gbmonpend, &gbreload, &gbmonpnostart, &gbmonpterm, &gmdfilemaked,
+                             &gmonpstate.bmarkerdue, &gmonpstate.bexec }) {
         *flag = 0;
     }
+    gmonpstate.breported = gmonpstate.bendtested = 0;
     gmonpppid = 0;
     gpmonplog = nullptr;
     free(gpmonpldpol);

@@ -1,10 +1,56 @@
 // The number-to-text routine, the collection of error logs and the marker file.
+#include "monp_log.h"
 #include "monp_signal.h"
 #include "stage.h"
 
 #include <climits>
 #include <cstring>
+#include <future>
 #include <thread>
+
+static void write_late()
+{
+    MONP_INFO("late");
+}
+
+// Closes the log while another thread is writing a line, for these milliseconds or as long as it takes.
+static std::string close_beside_a_writer(int milliseconds)
+{
+    std::promise<void> begun;
+    std::promise<void> ended;
+    journal.when["info: late"] = [&] {
+        begun.set_value();
+        ended.get_future().wait();
+    };
+    std::thread writer(write_late);
+    const auto end = [&] {
+        ended.set_value();
+        writer.join();
+    };
+
+    begun.get_future().wait();
+    if (milliseconds != FOREVER) {
+        sys.at(milliseconds / 1000.0, end);
+    }
+    monp_log_close();
+    std::string course = journal.only("log_term");
+    if (milliseconds == FOREVER) {
+        end();
+    }
+    return course;
+}
+
+TEST_F(Monitor, TheLogIsNotClosedUnderAWriter)
+{
+    EXPECT_EQ("log_term", close_beside_a_writer(900));
+    EXPECT_EQ(900, sys.clock);
+    monp_log_open(4, 5000);
+    journal.entries.clear();
+    EXPECT_EQ("", close_beside_a_writer(FOREVER)) << "one that hangs does not keep the monitor";
+    EXPECT_EQ(900 + 1000, sys.clock);
+    MONP_INFO("later");
+    EXPECT_EQ(0u, journal.count("info: later"));
+}
 
 TEST_F(Monitor, ItoascWritesOrRefuses)
 {

@@ -2,6 +2,13 @@
 #include "monp_run.h"
 #include "stage.h"
 
+#include <gmock/gmock.h>
+#include <thread>
+
+using testing::EndsWith;
+using testing::HasSubstr;
+using testing::StartsWith;
+
 struct Run : Monitor {
     Run()
     {
@@ -89,6 +96,20 @@ TEST_F(Run, FailuresOfStartUpAndExitAreTolerated)
     EXPECT_EQ("error: permission denied. (ret=-2)", journal.only("error:"));
 }
 
+TEST_F(Run, ACollectionWritesNothingToAClosedLog)
+{
+    services(1, 0);
+    sys.at(1, [] {
+        journal.when["log_term"] = [] {
+            sys.next = { { .runs = 1 } };
+            std::thread(monp_elog_collect, nullptr).join();
+        };
+    });
+    run_monitor("--dusko");
+    EXPECT_EQ(1u, journal.count("execv /opt/x/sbin/elog"));
+    EXPECT_THAT(journal.only("info: error: detail:"), EndsWith("info: end - (type=trn ret=0)"));
+}
+
 TEST_F(Run, LockFilesOfTheTypes)
 {
     const std::string base = "/lock";
@@ -112,12 +133,12 @@ TEST_F(Run, LockFilesOfTheTypes)
 TEST_F(Run, ACollectionThatCannotBeStartedIsTold)
 {
     for (const auto& [call, error, line] :
-         { std::tuple{ "pthread_create", EAGAIN, "pthread_create() failed. (type=trn ret=11)" },
-           { "calloc", ENOMEM, "calloc() failed. (type=trn errno=12)" } }) {
+         { std::tuple{ "pthread_create", EAGAIN, "info: pthread_create() failed. (type=trn ret=11)" },
+           { "calloc", ENOMEM, "error: calloc() failed. (type=trn errno=12)" } }) {
         services(1, 0);
         sys.at(1, [call = call, error = error] { journal.fails = { { call, error } }; });
         run_monitor("--dusko");
-        EXPECT_EQ(1u, journal.count(std::string("info: ") + line));
+        EXPECT_EQ(1u, journal.count(line));
         journal.fails.clear();
     }
 }
@@ -175,6 +196,19 @@ TEST_F(Run, AFailedStartWaitsAndShowsInTheExitStatus)
                       "info: waiting for a service start request. (type=dusko); " +
                       exited_by_itself(1, 0) + "info: recovery is none. (type=trn pact=1 fact=1); exit 4",
                   course());
+    }
+}
+
+TEST_F(Run, ARequestThatAFailedStartDropsIsToldBeforeItsFailure)
+{
+    for (const std::string moment : { "access /opt/x/bin/svc 1", "info: end - (type=trn ret=4 pid=0 stat=-1)" }) {
+        journal.fails = { { "access /opt/x/bin/svc 1", EACCES } };
+        journal.when[moment] = [] { monp_sighandler1(SIGUSR1); };
+        sys.signal_at(3, SIGUSR2);
+        EXPECT_EQ("exit 4", run_monitor("--dusko"));
+        EXPECT_EQ(1u, journal.count("access /opt/x/bin/svc 1")) << "dropped";
+        EXPECT_THAT(journal.only(""), HasSubstr("trace: catch signal. (type=trn sig=10); trace: end - (type=trn); "
+                                                "error: start of processing failed."));
     }
 }
 
@@ -240,6 +274,27 @@ TEST_F(Run, HoldsBackSomeTypes)
         EXPECT_TRUE(reason.empty() || journal.count(reason) == 1) << type;
         EXPECT_EQ(reason.empty() ? 6500 : 5500, sys.clock);
     }
+}
+
+// A request that comes between the two is answered by the marker file of the phase that ends.
+TEST_F(Run, AReloadRemovesTheMarkerOfAnEarlierRequest)
+{
+    xml.values["/root/dusko/type"] = "pelkant";
+    xml.values["/root/all/path"] = "/nonexistent";
+    journal.fails["access"] = EACCES;
+    sys.next = { { .reports = 2, .ack = exited(0) } };
+    sys.signal_at(1, SIGHUP);
+    sys.signal_at(4, SIGUSR2);
+    journal.when["info: reload configuration. (type=dusko)"] = [] {
+        monp_sighandler1(SIGUSR1);
+        journal.fails.clear();
+        journal.entries.clear();
+    };
+    run_monitor("--dusko");
+    EXPECT_THAT(journal.only("error: xmllib_init execv"),
+                StartsWith("error: mkdir failed. (dir=/nonexistent/md errno=2); "
+                           "error: Not exist file. (file=/nonexistent/md/made errno=2); xmllib_init monp; "
+                           "execv /nonexistent/bin/svc svc -f a"));
 }
 
 // Only the policy type counts. The marker cannot be made, so that each try leaves a line.

@@ -26,3 +26,15 @@ extern "C" __attribute__((visibility("default"))) int renameat2(int fromdir, con
     }
     return static_cast<int>(result);
 }
+
+extern "C" __attribute__((visibility("default"))) int dup3(int from, int to, int flags) noexcept
+{
+    if (logSystem.onReplace) {
+        logSystem.onReplace();
+    }
+    const long result = syscall(SYS_dup3, from, to, flags);
+    if (logSystem.onReplace) {
+        logSystem.onReplace();
+    }
+    return static_cast<int>(result);
+}

@@ -21,6 +21,7 @@ struct LogSystem {
     bool plainRename = false;                            // the file system can only rename over what is there
     std::function<void()> onClock;                       // called by each question for the time
     std::function<void(const std::string& to)> onRename; // called after each rename
+    std::function<void()> onReplace;                     // called before and after the log's descriptor is replaced
 };
 inline LogSystem logSystem;
 

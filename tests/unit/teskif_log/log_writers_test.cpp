@@ -8,11 +8,21 @@
 #include <fcntl.h>
 #include <set>
 #include <sys/file.h>
+#include <sys/syscall.h>
 #include <sys/time.h>
 #include <sys/wait.h>
 #include <thread>
 
-using LogRotate = LogTest;
+struct LogRotate : public LogTest {
+    const int descriptor = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 100); // the number that the log will get
+    const int freed = close(descriptor);
+
+    // so much that not even a taken lock keeps the file in its place
+    void writeFull() const
+    {
+        std::ofstream(path(), std::ios::app) << std::string(40000, 'x') << "\n";
+    }
+};
 
 TEST_F(LogRotate, WaitsForNobodyClosesAGapAndKeepsTheNewest)
 {
@@ -50,30 +60,107 @@ TEST_F(LogRotate, WaitsForNobodyClosesAGapAndKeepsTheNewest)
     EXPECT_FALSE(fs::exists(path("monp.log.4")));
 }
 
-TEST_F(LogRotate, NeitherObstaclesNorASlowOrFastWriterStopIt)
+TEST_F(LogRotate, NeitherObstaclesNorAFastWriterStopIt)
 {
     fs::create_directories(path("monp.log.2"));
     open(0, 1, 2);
-    const auto writeFull = [this] { std::ofstream(path(), std::ios::app) << std::string(5000, 'x') << "\n"; };
     for (const char* text : { "one", "two", "three" }) {
         writeFull();
         WRITE("%s", text);
         EXPECT_EQ(text, texts("monp.log.1").back());
     }
-    const int lock = ::open(path("monp.log.lock").c_str(), O_RDWR | O_CLOEXEC);
-    flock(lock, LOCK_EX);
-    writeFull();
-    WRITE("not rotated");
-    close(lock);
-    WRITE("the lock is left alone for a while");
-    EXPECT_EQ(3U, lines().size());
-    logSystem.clock += SECOND / 100;
-    WRITE("rotated");
-    EXPECT_EQ(4U, lines("monp.log.1").size());
     writeFull();
     fs::remove(path()); // as writers do that fill all generations
     WRITE("written once more");
     EXPECT_EQ(Texts{ "written once more" }, texts());
+}
+
+TEST_F(LogRotate, PutsTheFileAsideWhileAnotherHasTheLock)
+{
+    const auto aside = [this] {
+        return std::count_if(fs::directory_iterator(home / "log"), fs::directory_iterator(), [](const auto& entry) {
+            return entry.path().filename().string().starts_with("monp.log.aside.");
+        });
+    };
+    open(0, 1, 3);
+    const int lock = ::open(path("monp.log.lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+    const auto putAside = [&](const Texts& texts) {
+        flock(lock, LOCK_EX);
+        for (const std::string& text : texts) {
+            writeFull();
+            WRITE("%s", text.c_str());
+            EXPECT_EQ(Texts{}, lines());
+        }
+        flock(lock, LOCK_UN);
+    };
+    const auto expectNumbered = [&](const Texts& newestFirst) {
+        EXPECT_EQ(0, aside());
+        for (size_t number = 0; number < newestFirst.size(); number++) {
+            const Texts found = texts("monp.log." + std::to_string(number + 1));
+            ASSERT_FALSE(found.empty());
+            EXPECT_EQ(newestFirst[number], found.back());
+        }
+    };
+    std::ofstream(path("monp.log.aside.1.x")) << "somebody's";
+    putAside({ "one", "two" });
+    EXPECT_EQ(3, aside());
+    fs::remove(path("monp.log.aside.1.x"));
+    writeFull();
+    WRITE("three");
+    expectNumbered({ "three", "two", "one" });
+    putAside({ "four" });
+    log_term(handle);
+    open(0, 1, 3);
+    expectNumbered({ "four", "three", "two" });
+    EXPECT_FALSE(fs::exists(path("monp.log.4")));
+}
+
+static long openDescriptors()
+{
+    return std::distance(fs::directory_iterator("/proc/self/fd"), fs::directory_iterator());
+}
+
+// A child has the descriptors of one moment of a rotation, and the memory of that or of a later one.
+TEST_F(LogRotate, ForkInTheMiddleNeitherDoublesARecordNorKeepsADescriptor)
+{
+    int old = -1; // the file that is rotated
+    const auto writeInChild = [&, this](int number, bool oldDescriptors) {
+        const pid_t child = fork();
+        if (child == 0) {
+            logSystem.onReplace = nullptr;
+            writeFull();
+            if (oldDescriptors) {
+                syscall(SYS_dup3, old, descriptor, O_CLOEXEC);
+            }
+            close(old);
+            WRITE("child %d", number);
+            _exit(static_cast<int>(openDescriptors()));
+        }
+        int status = 0;
+        waitpid(child, &status, 0);
+        return WEXITSTATUS(status);
+    };
+    std::vector<int> descriptors;
+    open(0, 1, 9);
+    const long expected = openDescriptors();
+    logSystem.onReplace = [&] {
+        old = old < 0 ? fcntl(descriptor, F_DUPFD_CLOEXEC, 0) : old;
+        descriptors.push_back(writeInChild(static_cast<int>(descriptors.size()), false));
+    };
+    writeFull();
+    WRITE("rotates");
+    logSystem.onReplace = nullptr;
+    descriptors.push_back(writeInChild(2, true));
+    close(old);
+    EXPECT_EQ(std::vector<int>(3, static_cast<int>(expected)), descriptors);
+    std::multiset<std::string> found;
+    for (const auto& entry : fs::directory_iterator(home / "log")) {
+        const Texts texts = this->texts(entry.path().filename());
+        found.insert(texts.begin(), texts.end());
+    }
+    for (int number = 0; number < 3; number++) {
+        EXPECT_EQ(1U, found.count(printed("child %d", number)));
+    }
 }
 
 // A writer is a process whose main thread, second thread and signal handler write.
@@ -104,14 +191,20 @@ static void writeAll(const fs::path& report)
     std::ofstream(report) << COUNT << " " << COUNT << " " << handled;
 }
 
-// Right after it renamed the file to a name with this ending, the victim is killed; and whether renames are plain.
-class LogWriters : public LogTest, public testing::WithParamInterface<std::pair<const char*, bool>> {
+struct Storm {
+    const char* name;
+    const char* killedAt; // in the name to which the victim has just renamed a file when it is killed
+    bool plainRename = false;
+    bool lockHeld = false; // until the victim is dead
+};
+
+class LogWriters : public LogTest, public testing::WithParamInterface<Storm> {
 protected:
     void writeUntilKilled(const fs::path& report)
     {
         int number = 0;
         logSystem.onRename = [&, renames = 0](const std::string& to) mutable {
-            if (++renames >= 5 && to.ends_with(GetParam().first)) {
+            if (++renames >= 5 && to.find(GetParam().killedAt) != std::string::npos) {
                 std::ofstream(report) << number + 1 << " 0 0"; // its last record set off the rotation
                 raise(SIGKILL);
             }
@@ -120,29 +213,42 @@ protected:
             writeOne("main", number);
         }
     }
+
+    int holdLock() const
+    {
+        const int lock = ::open(path("monp.log.lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+        flock(lock, LOCK_EX);
+        return lock;
+    }
 };
 
-TEST_P(LogWriters, NineLoseNothing)
+TEST_P(LogWriters, NineLoseNothingAndKeepTheLimit)
 {
+    constexpr int limit = 64 * 1024;
     std::vector<pid_t> children;
     std::multiset<std::string> expected{ printed("pid=%d opener 0", getpid()) };
     std::multiset<std::string> found;
     logSystem.clock = 0;
-    logSystem.plainRename = GetParam().second;
-    ::handle = open(0, 64 * 1024, 1000);
+    logSystem.plainRename = GetParam().plainRename;
+    ::handle = open(0, limit, 1000);
     writeOne("opener", 0); // so that each child has something to forget
+    const int lock = GetParam().lockHeld ? holdLock() : -1;
     for (int writer = 0; writer < 9; writer++) {
         children.push_back(fork());
         if (children.back() == 0) {
+            close(lock);
             const fs::path report = home / std::to_string(getpid());
-            writer == 4 /* the victim */ ? writeUntilKilled(report) : writeAll(report);
+            writer == 0 /* the victim */ ? writeUntilKilled(report) : writeAll(report);
             _exit(0);
         }
     }
     for (const pid_t child : children) {
         int status = -1;
         waitpid(child, &status, 0);
-        EXPECT_EQ(child == children[4] ? SIGKILL : 0, status); // a status of SIGKILL: ended by it
+        EXPECT_EQ(child == children[0] ? SIGKILL : 0, status); // a status of SIGKILL: ended by it
+        if (child == children[0]) {
+            close(lock);
+        }
         std::ifstream report(home / std::to_string(child));
         for (const char* who : { "main", "thread", "handler" }) {
             int count = -1;
@@ -152,12 +258,12 @@ TEST_P(LogWriters, NineLoseNothing)
             }
         }
     }
-    uintmax_t largest = 0;
-    uintmax_t total = 0;
+    log_term(::handle);
+    open(0, limit, 1000); // numbers what the victim left
     for (const auto& entry : fs::directory_iterator(home / "log")) {
-        largest = std::max(largest, entry.file_size());
-        total += entry.file_size();
         const std::string name = entry.path().filename();
+        EXPECT_EQ(std::string::npos, name.find(".aside."));
+        EXPECT_LE(entry.file_size(), 2U * limit) << name;
         for (const std::string& line : name.starts_with("monp.log") ? lines(name) : Texts()) {
             const std::string text = line.substr(line.find("pid="));
             EXPECT_EQ(37U, line.find(text.substr(4, text.find(' ') - 4) + "/")) << line; // behind time and level
@@ -165,8 +271,10 @@ TEST_P(LogWriters, NineLoseNothing)
         }
     }
     EXPECT_EQ(expected, found);
-    EXPECT_LT(largest, total / 4 * 3); // who renames may lose the processor meanwhile, but all others follow soon
 }
 
-INSTANTIATE_TEST_SUITE_P(Between, LogWriters,
-                         testing::Values(std::pair{ ".log.1", false }, std::pair{ ".log.2", true }));
+INSTANTIATE_TEST_SUITE_P(Killed, LogWriters,
+                         testing::Values(Storm{ .name = "InTheMiddle", .killedAt = ".log.1" },
+                                         Storm{ .name = "WithPlainRenames", .killedAt = ".log.2", .plainRename = true },
+                                         Storm{ .name = "PuttingAside", .killedAt = ".aside.", .lockHeld = true }),
+                         [](const auto& row) { return std::string(row.param.name); });

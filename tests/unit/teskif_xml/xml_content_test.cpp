@@ -78,7 +78,7 @@ TEST_F(XmlHome, TakesOrRefusesAFileWhole)
         const std::string file = write("etc/policy/all.xml", text);
         SCOPED_TRACE(text.substr(0, 100));
         EXPECT_EQ(code, word(xmllib_load_policy("all")));
-        EXPECT_TRUE(code == "OK" || (told(file + ":") && told(error))) << teskxml_lasterror();
+        EXPECT_TRUE(code == "OK" || (told(file + ":") && told(error))) << failure();
         EXPECT_EQ(code == "OK" ? "OK" : "NOTLOADED", word(xmllib_unload_policy("all")));
         EXPECT_EQ(before, loaded());
         EXPECT_EQ(opened, descriptors());
@@ -128,12 +128,11 @@ TEST_F(XmlHome, TellsWhichValueIsBadAndWhereItComesFrom)
     int number = 0;
     int capacity = sizeof(number);
     EXPECT_EQ("NOTNUMBER", word(xmllib_get_value("/root/x", TESKXML_INT, &number, &capacity)));
-    EXPECT_EQ(file + ":2:2: /root/x is \"1????\xc3\x9b maybe\": the value is no whole decimal number",
-              teskxml_lasterror());
+    EXPECT_EQ(file + ":2:2: /root/x is \"1????\xc3\x9b maybe\": the value is no whole decimal number", failure());
 
     load("all", "<x>" + repeat("\xc2\xb2x", 23) + "</x>");
     EXPECT_EQ("NOTNUMBER", word(xmllib_get_value("/root/all/x", TESKXML_INT, &number, &capacity)));
-    EXPECT_TRUE(told("\xb2x...\": the value is no")) << teskxml_lasterror();
+    EXPECT_TRUE(told("\xb2x...\": the value is no")) << failure();
 }
 
 TEST_F(XmlHome, LeavesTheDestinationAloneUnlessTheValueFits)
@@ -160,13 +159,13 @@ TEST_F(XmlHome, FindsKeysByWholeNames)
     EXPECT_EQ("/bin", text("/root/all/env/path"));
     EXPECT_EQ("1", text("/root/all/envy"));
     EXPECT_EQ("NOVALUE", text("/root/all/env"));
-    EXPECT_TRUE(told("all.xml:1:12: /root/all/env: ")) << teskxml_lasterror();
+    EXPECT_TRUE(told("all.xml:1:12: /root/all/env: ")) << failure();
     for (const char* missing : { "", "/", "root/all/envy", "//root/all/envy", "/root//all/envy", "/root/all/envy/",
                                  "/root/all/env/pat", "/root/all/env/path2", "/root/all/envy/x", "/roo" }) {
         EXPECT_EQ("NOKEY", text(missing)) << missing;
     }
     EXPECT_EQ("NOKEY", text("/" + std::string(10000, 'k')));
-    EXPECT_TRUE(std::string(teskxml_lasterror()).ends_with("k...")) << teskxml_lasterror();
+    EXPECT_TRUE(failure().ends_with("k...")) << failure();
 }
 
 TEST_F(XmlHome, TellsEachOfTheMostKeysFromAllOthers)

@@ -14,6 +14,15 @@
 
 using namespace std::string_literals;
 
+// The last failure as one text, "FILE:LINE:COLUMN: SENTENCE" with the place as far as there is one.
+inline std::string failure()
+{
+    const TESKXML_FAILURE last = teskxml_lastfailure();
+    const std::string line = last.line > 0 ? std::to_string(last.line) + ":" + std::to_string(last.column) + ":" : "";
+    const std::string file = last.file;
+    return (file.empty() ? "" : file + ":" + line + " ") + last.sentence;
+}
+
 // A result code as one word, "OK" or the end of its name.
 inline std::string word(int code)
 {
@@ -57,7 +66,7 @@ protected:
     {
         section(name, inner);
         xmllib_unload_policy(name.c_str());
-        EXPECT_EQ("OK", word(xmllib_load_policy(name.c_str()))) << inner << ": " << teskxml_lasterror();
+        EXPECT_EQ("OK", word(xmllib_load_policy(name.c_str()))) << inner << ": " << failure();
     }
 
     // Reads a text; for an unreadable one, why.
@@ -72,7 +81,7 @@ protected:
     // Whether the sentence about the last failure holds a text.
     static bool told(const std::string& part)
     {
-        return std::string(teskxml_lasterror()).find(part) != std::string::npos;
+        return failure().find(part) != std::string::npos;
     }
 
     using Loaded = std::vector<std::string>;

@@ -13,7 +13,7 @@ extern "C" {
 /*
  * Level of a record. A call passes exactly one; the values are bits, but are never combined.
  */
-enum __tesklog_level__ {
+enum tesklog_level {
     TESKLOG_ERROR = 1,    /* a call or an operation failed, input was refused */
     TESKLOG_WARNING = 2,  /* a failure that is tolerated */
     TESKLOG_INFO = 4,     /* the course of the work */
@@ -51,7 +51,7 @@ TESKLOG_API int log_init(const char* ident, void** handle, int level, int size, 
  * child, but not in a vfork()ed one. Takes no lock, allocates nothing, never blocks, and leaves errno as it is. A
  * record that cannot be written is dropped and counted; the line that can be written next, by this process or one that
  * it shares the log with by a fork, is preceded by their number.
- *   level     one value of __tesklog_level__
+ *   level     one value of tesklog_level
  *   event     number of the event, 0 for an ordinary record; it counts only at the level TESKLOG_EVENT
  *   file, line, function  the call site; null and an empty one are written as "-", a blank as \x20
  *   format    as for printf, but with the conversions d i u x X o c s p % only: from another one on the format is

@@ -4,9 +4,10 @@
  * that both have in common.
  *
  * In each file the path of elements is the key: <root><all><path>/opt/x</path></all></root> answers "/root/all/path".
- * Each operation returns 0 for success and a code of the library otherwise; the codes of ours, named below without
- * their prefix TESKXML_RET_FAIL_, are in teskxml_tools.h. None may be called by two threads at once or in a signal
- * handler. Loading reads files and allocates memory; nothing else blocks.
+ * Each operation returns 0 for success and a code of the library otherwise. The codes of ours are named below without
+ * their prefix TESKXML_RET_FAIL_; they differ from those of another library, so a caller only tells 0 from the rest.
+ * No operation may be called by two threads at once or in a signal handler. Loading reads files and allocates memory;
+ * nothing else blocks.
  *
  * What ours adds to that, as it runs as root:
  * - A file is read only if it and each directory above it, up to the home directory, belongs to root and is not
@@ -31,7 +32,10 @@ enum __teskxml_kind__ {
     TESKXML_INT = 1   /* decimal number, stored as a 4-byte int */
 };
 
+/* Of the shared library. The copy that is built into a tool keeps its operations to itself. */
+#ifndef TESKXML_API
 #define TESKXML_API __attribute__((visibility("default")))
+#endif
 
 /*
  * Opens the library; must precede every other operation. The home directory is settled here and stays the same until

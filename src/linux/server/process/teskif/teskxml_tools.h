@@ -1,7 +1,10 @@
 /*
- * What our XML policy library offers beyond teskxml.h, for the operator's tools and for tests: what each result code
- * means, where exactly the last failure lies, and a walk over everything that is loaded. The cluster's own library has
- * none of this, so a program that has to run with either must do without it.
+ * Operations of our policy reader beyond teskxml.h, for the operator's tools and for tests: the last failure, the names
+ * of the result codes, and a walk over everything that is loaded.
+ *
+ * No shared library has them. The static library teskxml_tools holds our whole reader with these operations, and a tool
+ * that is linked with it needs no libteskxml.so.1.0 at all: the cluster's own library may take the place of ours, and
+ * the tool still tells what is wrong in a policy. So this header is not installed.
  *
  * As in teskxml.h, nothing here may be called by two threads at once or in a signal handler.
  */
@@ -10,14 +13,10 @@
 
 #include "teskxml.h"
 
-#ifdef __cplusplus
-extern "C" {
-#endif
-
 /*
  * Results of the operations of teskxml.h and of teskxml_walk, one for each cause.
  */
-enum __teskxml_result_value__ {
+enum TESKXML_RESULT {
     TESKXML_RET_SUCCESS = 0,
 
     /* the call */
@@ -57,7 +56,7 @@ enum __teskxml_result_value__ {
 /*
  * Limits, as far as a writer of policies can meet them. Lengths are in bytes of UTF-8.
  */
-enum __teskxml_limit__ {
+enum TESKXML_LIMIT {
     TESKXML_MAX_FILE = 1048576, /* bytes of a file */
     TESKXML_MAX_KEYS = 8192,    /* elements of a file */
     TESKXML_MAX_DEPTH = 16,     /* elements within each other, "root" included */
@@ -69,22 +68,37 @@ enum __teskxml_limit__ {
 };
 
 /*
- * Tells about the last operation that failed, as "file:line:column: sentence", or "file: sentence" or the sentence
- * alone where there is no such place. Lines end with a line feed and count from 1, columns are bytes from 1, and the
- * place of a value is its start tag. A control character is shown as "?", a text that is cut for its length ends in
- * "...".
- * Result: the text, empty before any failure. It is the library's, outlives xmllib_term, and changes with the next
- * failure.
+ * A failure of an operation.
  */
-TESKXML_API const char* teskxml_lasterror(void);
+struct TESKXML_FAILURE {
+    int code;         /* of TESKXML_RESULT; TESKXML_RET_SUCCESS before any failure */
+    const char* file; /* absolute path of the file that it lies in, as it was opened; empty: in no file */
+    int line;         /* from 1; lines end with a line feed, and a value lies where its start tag does; 0: no line */
+    int column;       /* in bytes from 1; 0 without a line */
+    const char* sentence; /* in words, without the place and without a full stop; each control character is a "?", and
+                             a sentence that was cut for its length ends in "..." */
+};
+
+/*
+ * Tells about the last operation that failed.
+ * Result: the failure. Its texts are the reader's; they outlive xmllib_term and change with the next failure.
+ */
+TESKXML_FAILURE teskxml_lastfailure();
+
+/*
+ * Has the next loads take files and directories that others than root could have written, or stop it. For a tool that
+ * only judges a policy: it can then find the other faults of a file that no monitor would take.
+ *   accept  0: refuse them, as at first; any other number: take them
+ */
+void teskxml_accept_untrusted(int accept);
 
 /*
  * Name of a result code as written in this header, and the sentence for it, without a full stop.
  *   code  result of an operation
- * Result: a constant text; for a code that is not of __teskxml_result_value__, one that says so.
+ * Result: a constant text; for a code that is not of TESKXML_RESULT, one that says so.
  */
-TESKXML_API const char* teskxml_codename(int code);
-TESKXML_API const char* teskxml_codetext(int code);
+const char* teskxml_codename(int code);
+const char* teskxml_codetext(int code);
 
 /*
  * Called by teskxml_walk for one value. The texts are valid until it returns; it must not load, unload or close.
@@ -95,7 +109,7 @@ TESKXML_API const char* teskxml_codetext(int code);
  *   context  as given to teskxml_walk
  * Result: 0 to go on; anything else ends the walk.
  */
-typedef int (*TESKXML_VISIT)(const char* key, const char* value, const char* file, int line, void* context);
+using TESKXML_VISIT = int (*)(const char* key, const char* value, const char* file, int line, void* context);
 
 /*
  * Calls an operation for every loaded value: files in the order of loading, values in the order of the file.
@@ -103,10 +117,6 @@ typedef int (*TESKXML_VISIT)(const char* key, const char* value, const char* fil
  *   context  passed on to it; may be null
  * Result: TESKXML_RET_SUCCESS also when visit ended the walk, TESKXML_RET_FAIL_ARGUMENT or TESKXML_RET_FAIL_NOTOPEN.
  */
-TESKXML_API int teskxml_walk(TESKXML_VISIT visit, void* context);
-
-#ifdef __cplusplus
-}
-#endif
+int teskxml_walk(TESKXML_VISIT visit, void* context);
 
 #endif

@@ -9,269 +9,300 @@
  */
 #include "log_file.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <ctime>
 #include <fcntl.h>
-#include <unistd.h>
 
-static constexpr int gendlooks = 10;                 /* milliseconds in which another process's write will have ended */
-static constexpr int64_t glookinterval = 1000000000; /* nanoseconds */
-static constexpr int64_t gmeasureinterval = 1000000; /* nanoseconds */
-static constexpr int64_t groommax = 16384;           /* bytes */
-static constexpr int64_t groompart = 16;      /* so many writers at once do not grow the file beyond its limit unseen */
-static constexpr int64_t gsmallmax = 4194304; /* bytes of all generations that could be written between two questions */
-static constexpr int gwritetries = 10;        /* each takes a rotation through all generations to fail */
+namespace tesklog {
+
+static constexpr int END_LOOKS = 10;                 /* milliseconds in which another process's write will have ended */
+static constexpr int64_t LOOK_INTERVAL = 1000000000; /* nanoseconds */
+static constexpr int64_t MEASURE_INTERVAL = 1000000; /* nanoseconds */
+static constexpr int64_t ROOM_MAX = 16384;           /* bytes */
+static constexpr int64_t ROOM_PART = 16;      /* so many writers at once do not grow the file beyond its limit unseen */
+static constexpr int64_t SMALL_MAX = 4194304; /* bytes of all generations that could be written between two questions */
+static constexpr int WRITE_TRIES = 10;        /* each takes a rotation through all generations to fail */
+
+/* ---------------------------------------------------------------- bytes ---- */
 
 /*
  * Writes under a limit on file sizes, whose signal would end a process that does not expect it: the signal is kept from
  * the calling thread, and taken away if it came from us. Whoever ignores it or waits for it is not disturbed.
  */
-static ssize_t log_write_guarded(int nfd, const char* pbytes, size_t nbytes)
+static ssize_t write_guarded(int fd, std::string_view bytes)
 {
-    static constexpr struct timespec gnow = { 0, 0 };
-    sigset_t sizesignal;
+    static constexpr struct timespec NOW = { 0, 0 };
+    sigset_t size_signal;
     sigset_t before;
-    ssize_t nwritten = 0;
-    int nerror = 0;
 
-    sigemptyset(&sizesignal);
-    sigaddset(&sizesignal, SIGXFSZ);
-    pthread_sigmask(SIG_BLOCK, &sizesignal, &before);
-    nwritten = write(nfd, pbytes, nbytes);
-    nerror = errno;
-    if (nwritten < 0 && nerror == EFBIG && sigismember(&before, SIGXFSZ) == 0) {
-        sigtimedwait(&sizesignal, nullptr, &gnow);
+    sigemptyset(&size_signal);
+    sigaddset(&size_signal, SIGXFSZ);
+    pthread_sigmask(SIG_BLOCK, &size_signal, &before);
+    const ssize_t written = write(fd, bytes.data(), bytes.size());
+    const int error = errno;
+    if (written < 0 && error == EFBIG && sigismember(&before, SIGXFSZ) == 0) {
+        sigtimedwait(&size_signal, nullptr, &NOW);
     }
     pthread_sigmask(SIG_SETMASK, &before, nullptr);
-    errno = nerror;
-    return nwritten;
+    errno = error;
+    return written;
 }
 
-static ssize_t log_file_bytes(const LOG_FILE* pfile, const char* pbytes, size_t nbytes)
+ssize_t File::write_bytes(int fd, std::string_view bytes) const
 {
-    const int nfd = pfile->nfd.load(std::memory_order_relaxed);
-
-    return pfile->bsizelimit.load(std::memory_order_relaxed) ? log_write_guarded(nfd, pbytes, nbytes)
-                                                             : write(nfd, pbytes, nbytes);
+    return size_limited_.load(std::memory_order_relaxed) ? write_guarded(fd, bytes)
+                                                         : ::write(fd, bytes.data(), bytes.size());
 }
 
 /*
  * Ends a line that broke off, in the place of its last byte, as there is no room for one more; else the next line of
- * another process would be glued to it. The offset of our descriptor is the end of a write, ours or that of a process
+ * another process would be glued to it. The offset of the descriptor is the end of a write, ours or that of a process
  * which shares it; so what stands before it is a line end or the end of a fragment. An appending descriptor cannot
- * write there, so it takes another one. Owner only.
+ * write there, so it takes another one.
+ *   broken  the appending descriptor; if it is the file's own, by the owner only
  * Result: true if the line is ended now.
  */
-static bool log_file_mend(const LOG_FILE* pfile)
+bool File::mend(int broken) const
 {
+    struct stat own = {};
     struct stat found = {};
-    char clast = '\n';
-    const off_t nend = lseek(pfile->nfd, 0, SEEK_CUR);
-    const int nfd = open(pfile->szpath, O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NOCTTY | O_NONBLOCK);
-    const bool bended = nfd >= 0 && fstat(nfd, &found) == 0 && found.st_dev == pfile->ndevice &&
-                        found.st_ino == pfile->ninode && nend > 0 && pread(nfd, &clast, 1, nend - 1) == 1 &&
-                        (clast == '\n' || pwrite(nfd, "\n", 1, nend - 1) == 1);
+    char last = '\n';
+    const off_t end = lseek(broken, 0, SEEK_CUR);
+    const Descriptor file(::open(path_, O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NOCTTY | O_NONBLOCK));
+    const bool same = fstat(file.get(), &found) == 0 && fstat(broken, &own) == 0 && is_same(own, found);
 
-    if (nfd >= 0) {
-        close(nfd);
-    }
-    return bended;
+    return same && end > 0 && pread(file.get(), &last, 1, end - 1) == 1 &&
+           (last == '\n' || pwrite(file.get(), "\n", 1, end - 1) == 1);
 }
 
 /*
  * Appends a line in one write, so that it stays in one piece among the other writers'.
  */
-static bool log_file_put(LOG_FILE* pfile, const LOG_RECORD* precord, const LOG_TEXT* pline)
+bool File::put(const Record& record, std::string_view line)
 {
-    const ssize_t nwritten = log_file_bytes(pfile, pline->ptext, pline->nlen);
-    const bool bwhole = nwritten == static_cast<ssize_t>(pline->nlen);
+    const ssize_t written = write_bytes(fd_.load(std::memory_order_relaxed), line);
+    const bool whole = written == static_cast<ssize_t>(line.size());
 
-    if (nwritten < 0 && errno == EBADF) {
-        pfile->nlooked.store(0, std::memory_order_relaxed); /* closed behind our back: look with the next record */
-    } else if (nwritten > 0 && !bwhole && log_file_enter(pfile, precord->self.nepoch)) {
-        log_file_mend(pfile);
-        log_file_leave(pfile);
+    if (written < 0 && errno == EBADF) {
+        looked_.store(0, std::memory_order_relaxed); /* closed behind our back: look with the next record */
+    } else if (written > 0 && !whole) {
+        if (const Owner owner(*this, record.self.epoch); owner) {
+            mend(fd_);
+        }
     }
-    return bwhole;
+    return whole;
 }
+
+/* ---------------------------------------------------------------- lost records ---- */
 
 /*
  * Tells whether the file ends in the middle of a line, as a full disk or a crash leaves it.
  */
-static bool log_file_isragged(const LOG_FILE* pfile)
+bool File::is_ragged() const
 {
     struct stat own = {};
-    char clast = '\n';
+    char last = '\n';
 
-    return fstat(pfile->nfd, &own) == 0 && own.st_size > 0 && pread(pfile->nfd, &clast, 1, own.st_size - 1) == 1 &&
-           clast != '\n';
-}
-
-/*
- * Reports the records that were dropped.
- * Result: true if there are none left to report.
- */
-static bool log_file_report(LOG_FILE* pfile, const LOG_RECORD* precord)
-{
-    char szline[512];
-    LOG_TEXT line = {};
-    const unsigned long nlost = pfile->pnlost->exchange(0);
-    bool breported = true;
-
-    if (nlost > 0) {
-        log_text_open(&line, szline, sizeof(szline), LOG_ESC_LINE);
-        log_text_raw(&line, "\n", log_file_isragged(pfile) ? 1 : 0);
-        pfile->pfnotice(&line, precord, nlost);
-        log_text_close(&line, "\n");
-        breported = log_file_put(pfile, precord, &line);
-        *pfile->pnlost += breported ? 0 : nlost;
-    }
-    return breported;
-}
-
-/*
- * Tells whether the file has reached its limit, after a line was appended to it. Two threads that take from the room at
- * once may take too little, which is no more than if there were one writer more.
- */
-static bool log_file_isfull(LOG_FILE* pfile, int64_t nnow, size_t nwritten)
-{
-    int64_t nroom = pfile->nroom.load(std::memory_order_relaxed) - static_cast<int64_t>(nwritten);
-    int64_t nlimit = 0;
-    bool bfull = false;
-
-    if (nroom <= 0 || log_file_isdue(pfile->nmeasured, nnow, gmeasureinterval)) {
-        nlimit = pfile->nlimit.load(std::memory_order_relaxed);
-        nroom = nlimit - lseek(pfile->nfd.load(std::memory_order_relaxed), 0, SEEK_CUR);
-        bfull = nroom <= 0;
-        nroom = nroom / groompart < groommax ? nroom / groompart : groommax;
-        nroom = nlimit <= gsmallmax / (pfile->ngenerations + int64_t{ 1 }) ? 0 : nroom;
-        pfile->nmeasured.store(nnow, std::memory_order_relaxed);
-    }
-    pfile->nroom.store(nroom, std::memory_order_relaxed);
-    return bfull;
+    return fstat(fd_, &own) == 0 && own.st_size > 0 && pread(fd_, &last, 1, own.st_size - 1) == 1 && last != '\n';
 }
 
 /*
  * Tells whether the file ends in the middle of a line for good. Another process's line can be seen while it is being
  * appended, so this waits a little; only for log_init, and only if there is something to wait for.
  */
-static bool log_file_staysragged(const LOG_FILE* pfile)
+bool File::stays_ragged() const
 {
-    static constexpr struct timespec gmillisecond = { 0, 1000000 };
-    bool bragged = log_file_isragged(pfile);
-    int nlook = 0;
+    static constexpr struct timespec MILLISECOND = { 0, 1000000 };
+    bool ragged = is_ragged();
 
-    for (; bragged && nlook < gendlooks; nlook++) {
-        nanosleep(&gmillisecond, nullptr);
-        bragged = log_file_isragged(pfile);
+    for (int looks = 0; ragged && looks < END_LOOKS; looks++) {
+        nanosleep(&MILLISECOND, nullptr);
+        ragged = is_ragged();
     }
-    return bragged;
+    return ragged;
 }
 
-int log_file_open(LOG_FILE* pfile, const LOG_SELF* pself)
+/*
+ * Reports the records that were dropped.
+ * Result: true if there are none left to report.
+ */
+bool File::report(const Record& record)
 {
-    int ncode = EBUSY;
+    char buffer[512];
+    const unsigned long lost = lost_->exchange(0);
+    bool reported = true;
 
-    if (log_file_enter(pfile, pself->nepoch)) {
-        ncode = log_file_follow(pfile);
-        if (ncode == 0 && log_file_staysragged(pfile)) {
-            log_file_bytes(pfile, "\n", 1);
-        }
-        if (ncode == 0) {
-            log_file_prune(pfile);
-        }
-        log_file_leave(pfile);
+    if (lost > 0) {
+        Text line(buffer, Escape::line);
+        line.raw(is_ragged() ? "\n" : "");
+        notice_(line, record, lost);
+        line.close("\n");
+        reported = put(record, line.view());
+        *lost_ += reported ? 0 : lost;
     }
-    return ncode;
+    return reported;
+}
+
+/* ---------------------------------------------------------------- size and path ---- */
+
+/*
+ * Tells whether the file has reached its limit, after a line was appended to it. Two threads that take from the room at
+ * once may take too little, which is no more than if there were one writer more.
+ */
+bool File::is_full(int64_t now, size_t written)
+{
+    int64_t room = room_.load(std::memory_order_relaxed) - static_cast<int64_t>(written);
+    bool full = false;
+
+    if (room <= 0 || is_due(measured_, now, MEASURE_INTERVAL)) {
+        const int64_t limit = limit_.load(std::memory_order_relaxed);
+        room = limit - lseek(fd_.load(std::memory_order_relaxed), 0, SEEK_CUR);
+        full = room <= 0;
+        room = limit <= SMALL_MAX / (generations_ + int64_t{ 1 }) ? 0 : std::min(room / ROOM_PART, ROOM_MAX);
+        measured_.store(now, std::memory_order_relaxed);
+        full_.store(full, std::memory_order_relaxed);
+    }
+    room_.store(room, std::memory_order_relaxed);
+    return full;
+}
+
+int File::open(const Self& self)
+{
+    const Owner owner(*this, self.epoch);
+    const int code = owner ? follow() : EBUSY;
+
+    if (code == 0) {
+        if (stays_ragged()) {
+            write_bytes(fd_, "\n");
+        }
+        number_asides();
+        prune();
+    }
+    return code;
 }
 
 /*
  * Looks what is behind the path now.
  */
-static void log_file_look(LOG_FILE* pfile, const LOG_RECORD* precord)
+void File::look(const Record& record)
 {
-    if (log_file_enter(pfile, precord->self.nepoch)) {
-        pfile->nlooked.store(precord->nnow, std::memory_order_relaxed);
-        log_file_limit(pfile);
-        log_file_follow(pfile);
-        log_file_leave(pfile);
+    if (const Owner owner(*this, record.self.epoch); owner) {
+        looked_.store(record.now, std::memory_order_relaxed);
+        learn_limit();
+        follow();
     }
-}
-
-/*
- * Appends a line, preceded by a notice if one is due.
- */
-static bool log_file_append(LOG_FILE* pfile, const LOG_RECORD* precord, const LOG_TEXT* pline)
-{
-    return !pfile->bunreachable.load(std::memory_order_relaxed) &&
-           (pfile->pnlost->load(std::memory_order_relaxed) == 0 || log_file_report(pfile, precord)) &&
-           log_file_put(pfile, precord, pline);
 }
 
 /*
  * Rotates the file if what was appended last has filled it.
  */
-static void log_file_bound(LOG_FILE* pfile, const LOG_RECORD* precord, size_t nwritten)
+void File::bound(const Record& record, size_t written)
 {
-    int ncode = 0;
-
-    if (log_file_isfull(pfile, precord->nnow, nwritten) &&
-        log_file_isdue(pfile->nfailed, precord->nnow, glookinterval) && log_file_enter(pfile, precord->self.nepoch)) {
-        ncode = log_file_rotate(pfile, precord->nnow);
-        if (ncode != 0) {
-            pfile->nfailed.store(precord->nnow, std::memory_order_relaxed);
+    if (!is_full(record.now, written) || !is_due(failed_, record.now, LOOK_INTERVAL)) {
+        return;
+    }
+    if (const Owner owner(*this, record.self.epoch); owner) {
+        const int code = rotate(record);
+        if (code != 0) {
+            failed_.store(record.now, std::memory_order_relaxed);
         }
-        if (ncode == 0 || pfile->nrefused.load(std::memory_order_relaxed) == 0) {
-            pfile->nrefused.store(ncode, std::memory_order_relaxed);
+        if (code == 0 || refused_.load(std::memory_order_relaxed) == 0) {
+            refused_.store(code, std::memory_order_relaxed);
         }
-        log_file_leave(pfile);
     }
 }
 
-void log_file_write(LOG_FILE* pfile, const LOG_RECORD* precord, const LOG_TEXT* pline)
-{
-    unsigned nabandoned = 0;
-    bool bappended = false;
-    bool bkept = false;
-    int ntries = 0;
+/* ---------------------------------------------------------------- records ---- */
 
-    if (log_file_isdue(pfile->nlooked, precord->nnow, glookinterval)) {
-        log_file_look(pfile, precord);
+/*
+ * Tells whether our file is full while another thread of this process rotates it, or while this one is interrupted in
+ * that. It may be held up for long.
+ */
+bool File::needs_detour(const Record& record) const
+{
+    return full_.load(std::memory_order_relaxed) && refused_.load(std::memory_order_relaxed) == 0 &&
+           owner_.load(std::memory_order_relaxed) == record.self.epoch;
+}
+
+/*
+ * Appends a line to the file behind the path through a descriptor of its own.
+ */
+bool File::detour(const Record& record, std::string_view line)
+{
+    struct stat found = {};
+
+    if (stat(path_, &found) == 0 && is_overdue(found, record)) {
+        put_aside(found, record);
     }
-    do {
-        nabandoned = pfile->nabandoned.load(std::memory_order_relaxed);
-        bappended = log_file_append(pfile, precord, pline);
-        if (bappended) {
-            log_file_bound(pfile, precord, pline->nlen);
+    const int fd = open_for_append(path_);
+    const Descriptor file(fd, detour_fd_);
+    const ssize_t written = fd >= 0 ? write_bytes(fd, line) : -1;
+    const bool whole = written == static_cast<ssize_t>(line.size());
+    if (written > 0 && !whole) {
+        mend(fd);
+    }
+    return whole;
+}
+
+/*
+ * Appends a line, preceded by a notice if one is due, and rotates the file if it is full.
+ */
+bool File::append(const Record& record, std::string_view line)
+{
+    bool appended = false;
+
+    if (needs_detour(record)) {
+        appended = detour(record, line);
+    } else if (!unreachable_.load(std::memory_order_relaxed)) {
+        appended = (lost_->load(std::memory_order_relaxed) == 0 || report(record)) && put(record, line);
+        if (appended) {
+            bound(record, line.size());
         }
-        bkept = bappended && nabandoned == pfile->nabandoned.load(std::memory_order_relaxed);
-        ntries++;
-    } while (bappended && !bkept && ntries < gwritetries);
-    if (!bkept) {
-        ++*pfile->pnlost;
+    }
+    return appended;
+}
+
+void File::write(const Record& record, const Text& line)
+{
+    bool appended = false;
+    bool kept = false;
+
+    if (is_due(looked_, record.now, LOOK_INTERVAL)) {
+        look(record);
+    }
+    for (int tries = 0; tries == 0 || (appended && !kept && tries < WRITE_TRIES); tries++) {
+        const unsigned abandoned = abandoned_.load(std::memory_order_relaxed);
+        appended = append(record, line.view());
+        kept = appended && abandoned == abandoned_.load(std::memory_order_relaxed);
+    }
+    if (!kept) {
+        ++*lost_;
     }
 }
 
-int log_file_refusal(LOG_FILE* pfile)
+int File::take_refusal()
 {
-    int ncode = pfile->nrefused.load(std::memory_order_relaxed);
+    int code = refused_.load(std::memory_order_relaxed);
 
-    return ncode > 0 && pfile->nrefused.compare_exchange_strong(ncode, -ncode) ? ncode : 0;
+    return code > 0 && refused_.compare_exchange_strong(code, -code) ? code : 0;
 }
 
-void log_file_close(LOG_FILE* pfile, const LOG_RECORD* precord)
+void File::close(const Record& record)
 {
     struct stat own = {};
 
-    if (pfile->pnlost->load(std::memory_order_relaxed) > 0) {
-        log_file_look(pfile, precord);
-        if (!pfile->bunreachable) {
-            log_file_report(pfile, precord);
+    if (lost_->load(std::memory_order_relaxed) > 0) {
+        look(record);
+        if (!unreachable_) {
+            report(record);
         }
     }
-    if (log_file_isours(pfile, &own)) {
-        close(pfile->nfd);
+    if (is_ours(own)) {
+        ::close(fd_);
     }
-    pfile->nfd = -1;
+    fd_ = -1;
 }
+
+} // namespace tesklog

@@ -6,65 +6,62 @@
 
 #include "log_syslog.h"
 
+#include <algorithm>
 #include <cstring>
 
-static constexpr LOG_EVENT_ENTRY gunknown = { 0, "UNKNOWN", LOG_SEV_WARNING, LOG_ARG_NONE, "Unknown event." };
+namespace tesklog {
 
-static constexpr int gtypestatus = LOG_ARG_TYPE | LOG_ARG_STATUS;
+static constexpr EventKind UNKNOWN = { 0, "UNKNOWN", Severity::warning, false, false, "Unknown event." };
 
-static constexpr LOG_EVENT_ENTRY gcatalogue[] = {
-    { 1, "FAIL_INIT", LOG_SEV_ERROR, gtypestatus, "The service %s did not report its initialisation (status %d)." },
-    { 2, "FAIL_MON", LOG_SEV_ERROR, gtypestatus,
+static constexpr EventKind CATALOGUE[] = {
+    { 1, "FAIL_INIT", Severity::error, true, true, "The service %s did not report its initialisation (status %d)." },
+    { 2, "FAIL_MON", Severity::error, true, true,
       "The service %s could not be started or ended by itself (status %d)." },
-    { 3, "ACT_RESTART", LOG_SEV_WARNING, gtypestatus,
+    { 3, "ACT_RESTART", Severity::warning, true, true,
       "The service %s is about to be restarted; its last run ended with status %d." },
-    { 4, "ACT_STOP_DAEMON", LOG_SEV_CRITICAL, LOG_ARG_TYPE,
+    { 4, "ACT_STOP_DAEMON", Severity::critical, true, false,
       "The cluster daemons are being stopped because of the service %s." },
-    { 5, "FAIL_STOP_DAEMON", LOG_SEV_CRITICAL, LOG_ARG_STATUS,
-      "The cluster daemons could not be stopped (status %d)." },
-    { 6, "ACT_HALT_SYSTEM", LOG_SEV_CRITICAL, LOG_ARG_TYPE, "The system is being halted because of the service %s." },
-    { 7, "FAIL_HALT_SYSTEM", LOG_SEV_CRITICAL, LOG_ARG_STATUS, "The system could not be halted (status %d)." },
-    { 8, "ACT_REBOOT_SYSTEM", LOG_SEV_CRITICAL, LOG_ARG_TYPE,
+    { 5, "FAIL_STOP_DAEMON", Severity::critical, false, true, "The cluster daemons could not be stopped (status %d)." },
+    { 6, "ACT_HALT_SYSTEM", Severity::critical, true, false, "The system is being halted because of the service %s." },
+    { 7, "FAIL_HALT_SYSTEM", Severity::critical, false, true, "The system could not be halted (status %d)." },
+    { 8, "ACT_REBOOT_SYSTEM", Severity::critical, true, false,
       "The system is being rebooted because of the service %s." },
-    { 9, "FAIL_REBOOT_SYSTEM", LOG_SEV_CRITICAL, LOG_ARG_STATUS, "The system could not be rebooted (status %d)." },
+    { 9, "FAIL_REBOOT_SYSTEM", Severity::critical, false, true, "The system could not be rebooted (status %d)." },
 };
 
-static const char* log_severity_word(int nseverity)
+static const EventKind& find_kind(int number)
 {
-    const char* pword = "warning";
+    const auto* kind = std::find_if(std::begin(CATALOGUE), std::end(CATALOGUE),
+                                    [number](const auto& row) { return row.number == number; });
 
-    if (nseverity == LOG_SEV_CRITICAL) {
-        pword = "critical";
-    } else if (nseverity == LOG_SEV_ERROR) {
-        pword = "error";
-    }
-    return pword;
+    return kind != std::end(CATALOGUE) ? *kind : UNKNOWN;
 }
 
-void log_event_make(LOG_EVENT* pevent, const LOG_RECORD* precord, const char* pformat, va_list pargs)
+static const char* severity_word(Severity severity)
 {
-    LOG_TEXT text = {};
+    const char* word = "warning";
 
-    pevent->precord = precord;
-    pevent->pentry = &gunknown;
-    for (const auto& entry : gcatalogue) {
-        if (entry.nevent == precord->nevent) {
-            pevent->pentry = &entry;
-        }
+    if (severity == Severity::critical) {
+        word = "critical";
+    } else if (severity == Severity::error) {
+        word = "error";
     }
-    pevent->nargs = pformat == nullptr ? pevent->pentry->nargs : LOG_ARG_NONE;
-    pevent->ptype = nullptr;
-    pevent->nstatus = 0;
+    return word;
+}
 
-    log_text_open(&text, pevent->sztext, sizeof(pevent->sztext), LOG_ESC_NONE);
-    log_text_vformat(&text, pformat == nullptr ? pevent->pentry->ptext : pformat, pargs);
-    log_text_close(&text, "");
+Event::Event(const Record& raised, const char* form, va_list arguments)
+    : record(raised), kind(find_kind(raised.event)), has_type_(form == nullptr && kind.takes_type),
+      has_status_(form == nullptr && kind.takes_status)
+{
+    Text made(text, Escape::none);
 
-    if (pevent->nargs & LOG_ARG_TYPE) {
-        pevent->ptype = va_arg(pargs, const char*);
+    made.vformat(form == nullptr ? kind.text : form, arguments);
+    made.close("");
+    if (has_type_) {
+        type_ = va_arg(arguments, const char*);
     }
-    if (pevent->nargs & LOG_ARG_STATUS) {
-        pevent->nstatus = va_arg(pargs, int);
+    if (has_status_) {
+        status_ = va_arg(arguments, int);
     }
 }
 
@@ -73,112 +70,96 @@ void log_event_make(LOG_EVENT* pevent, const LOG_RECORD* precord, const char* pf
 /*
  * Bytes that the value of a member may take, escaped: a long one is cut, the object around it stays whole.
  */
-enum __log_json_share__ {
-    LOG_SHARE_TEXT = 1536,
-    LOG_SHARE_TYPE = 768,
-    LOG_SHARE_FILE = 512,
-    LOG_SHARE_FUNCTION = 256,
-    LOG_SHARE_REST = 640, /* all other members, the keys, quotes and commas */
-    LOG_SHARE_SHORT = 80  /* of these, each that has a text */
-};
+static constexpr int SHARE_TEXT = 1536;
+static constexpr int SHARE_TYPE = 768;
+static constexpr int SHARE_FILE = 512;
+static constexpr int SHARE_FUNCTION = 256;
+static constexpr int SHARE_REST = 640; /* all other members, the keys, quotes and commas */
+static constexpr int SHARE_SHORT = 80; /* of these, each that has a text */
 
-static_assert(LOG_SHARE_TEXT + LOG_SHARE_TYPE + LOG_SHARE_FILE + LOG_SHARE_FUNCTION + LOG_SHARE_REST <
-                  LOG_LINE_LEN - 32,
+static_assert(SHARE_TEXT + SHARE_TYPE + SHARE_FILE + SHARE_FUNCTION + SHARE_REST < LINE_LENGTH - 32,
               "the largest object fits a line");
 
 /*
  * Adds a member with a text, null for a null pointer.
- *   phead   what stands before the value: a comma, the key and the colon
- *   nshare  __log_json_share__
+ *   head   what stands before the value: a comma, the key and the colon
+ *   share  one of the sizes above
  */
-static void log_json_text(LOG_TEXT* pline, const char* phead, const char* pvalue, size_t nshare)
+static void put_member(Text& line, std::string_view head, const char* value, size_t share)
 {
-    const size_t nlimit = pline->nlimit;
-
-    log_text_raw(pline, phead, strlen(phead));
-    if (pvalue == nullptr) {
-        log_text_raw(pline, "null", 4);
+    line.raw(head);
+    if (value == nullptr) {
+        line.raw("null");
     } else {
-        log_text_char(pline, '"');
-        pline->nlimit = pline->nlen + nshare - sizeof("...[cut]");
-        log_text_put(pline, pvalue, strnlen(pvalue, nshare));
-        pline->nlimit = nlimit;
-        if (pline->bcut) {
-            pline->bcut = false;
-            log_text_raw(pline, "...[cut]", 8);
-        }
-        log_text_char(pline, '"');
+        line.add('"');
+        line.put_share({ value, strnlen(value, share) }, share);
+        line.add('"');
     }
 }
 
-static void log_json_number(LOG_TEXT* pline, const char* phead, int nvalue)
+static void put_member(Text& line, std::string_view head, int value)
 {
-    log_text_raw(pline, phead, strlen(phead));
-    log_text_format(pline, "%d", nvalue);
+    line.raw(head);
+    line.format("%d", value);
 }
 
 /*
  * Begins an object with the members that all of them have.
  */
-static void log_json_open(LOG_TEXT* pline, const LOG_RECORD* precord)
+static void open_object(Text& line, const Record& record)
 {
-    static constexpr char gtime[] = "{\"time\":\"";
-
-    pline->nescape = LOG_ESC_JSON;
-    log_text_raw(pline, gtime, sizeof(gtime) - 1);
-    log_record_time(pline, precord);
-    log_json_text(pline, "\",\"ident\":", precord->pident, LOG_SHARE_SHORT);
-    log_json_number(pline, ",\"pid\":", precord->self.npid);
-    log_json_number(pline, ",\"tid\":", precord->self.ntid);
+    line.set_escape(Escape::json);
+    line.raw("{\"time\":\"");
+    record.put_time(line);
+    put_member(line, "\",\"ident\":", record.ident, SHARE_SHORT);
+    put_member(line, ",\"pid\":", record.self.pid);
+    put_member(line, ",\"tid\":", record.self.tid);
 }
 
-static void log_event_json(const LOG_EVENT* pevent, LOG_TEXT* pline)
+void Event::put_json(Text& line) const
 {
-    const LOG_RECORD* precord = pevent->precord;
-
-    log_json_open(pline, precord);
-    log_json_number(pline, ",\"event\":", precord->nevent);
-    log_json_text(pline, ",\"name\":", pevent->pentry->pname, LOG_SHARE_SHORT);
-    log_json_text(pline, ",\"severity\":", log_severity_word(pevent->pentry->nseverity), LOG_SHARE_SHORT);
-    if (pevent->nargs & LOG_ARG_TYPE) {
-        log_json_text(pline, ",\"type\":", pevent->ptype, LOG_SHARE_TYPE);
+    open_object(line, record);
+    put_member(line, ",\"event\":", record.event);
+    put_member(line, ",\"name\":", kind.name, SHARE_SHORT);
+    put_member(line, ",\"severity\":", severity_word(kind.severity), SHARE_SHORT);
+    if (has_type_) {
+        put_member(line, ",\"type\":", type_, SHARE_TYPE);
     }
-    if (pevent->nargs & LOG_ARG_STATUS) {
-        log_json_number(pline, ",\"status\":", pevent->nstatus);
+    if (has_status_) {
+        put_member(line, ",\"status\":", status_);
     }
-    log_json_text(pline, ",\"function\":", precord->pfunction, LOG_SHARE_FUNCTION);
-    log_json_text(pline, ",\"file\":", precord->pfile, LOG_SHARE_FILE);
-    log_json_number(pline, ",\"line\":", precord->nline);
-    log_json_text(pline, ",\"text\":", pevent->sztext, LOG_SHARE_TEXT);
-    log_text_close(pline, "}\n");
+    put_member(line, ",\"function\":", record.function, SHARE_FUNCTION);
+    put_member(line, ",\"file\":", record.file, SHARE_FILE);
+    put_member(line, ",\"line\":", record.line);
+    put_member(line, ",\"text\":", text, SHARE_TEXT);
+    line.close("}\n");
 }
 
-void log_event_notice(LOG_TEXT* ptext, const LOG_RECORD* precord, unsigned long nlost)
+void event_notice(Text& text, const Record& record, unsigned long lost)
 {
-    static constexpr char glost[] = ",\"lost\":";
-
-    log_json_open(ptext, precord);
-    log_text_raw(ptext, glost, sizeof(glost) - 1);
-    log_text_number(ptext, nlost, 1);
-    log_text_char(ptext, '}');
+    open_object(text, record);
+    text.raw(",\"lost\":");
+    text.number(lost);
+    text.add('}');
 }
 
 /* ---------------------------------------------------------------- writing ---- */
 
-void log_event_write(const LOG_EVENT* pevent, LOG_FILE* plog, LOG_FILE* pevents)
+void Event::write(File& log, File& events) const
 {
-    char szline[LOG_LINE_LEN];
-    LOG_TEXT line = {};
+    char buffer[LINE_LENGTH];
+    Text line(buffer, Escape::line);
 
-    log_text_open(&line, szline, sizeof(szline), LOG_ESC_LINE);
-    log_record_head(&line, pevent->precord);
-    log_text_format(&line, "[%d %s] %s", pevent->precord->nevent, pevent->pentry->pname, pevent->sztext);
-    log_text_close(&line, "\n");
-    log_file_write(plog, pevent->precord, &line);
+    record.put_head(line);
+    line.format("[%d %s] %s", record.event, kind.name, text);
+    line.close("\n");
+    log.write(record, line);
 
-    log_text_open(&line, szline, sizeof(szline), LOG_ESC_JSON);
-    log_event_json(pevent, &line);
-    log_file_write(pevents, pevent->precord, &line);
+    line = Text(buffer, Escape::json);
+    put_json(line);
+    events.write(record, line);
 
-    log_syslog_send(pevent);
+    syslog_send(*this);
 }
+
+} // namespace tesklog

@@ -8,56 +8,59 @@
 
 #include <cstdarg>
 
-enum __log_event_length__ { LOG_EVENT_LEN = 512 }; /* the text of an event, the terminating NUL included */
+namespace tesklog {
+
+inline constexpr int EVENT_LENGTH = 512; /* the text of an event, the terminating NUL included */
 
 /*
  * Severity of an event, numbered as in syslog.
  */
-enum __log_severity__ { LOG_SEV_CRITICAL = 2, LOG_SEV_ERROR = 3, LOG_SEV_WARNING = 4 };
-
-/*
- * Arguments that an event takes, in this order; bits.
- */
-enum __log_event_args__ { LOG_ARG_NONE = 0, LOG_ARG_TYPE = 1, LOG_ARG_STATUS = 2 };
+enum class Severity { critical = 2, error = 3, warning = 4 };
 
 /*
  * A row of the catalogue.
  */
-typedef struct {
-    int nevent;
-    const char* pname;
-    int nseverity;     /* __log_severity__ */
-    int nargs;         /* __log_event_args__ */
-    const char* ptext; /* format of the sentence, for these arguments */
-} LOG_EVENT_ENTRY;
+struct EventKind {
+    int number;
+    const char* name;
+    Severity severity;
+    bool takes_type;   /* the first argument is the type */
+    bool takes_status; /* the next one is the status */
+    const char* text;  /* format of the sentence, for these arguments */
+};
 
 /*
  * An event that was raised.
  */
-typedef struct {
-    const LOG_RECORD* precord;
-    const LOG_EVENT_ENTRY* pentry; /* of an unknown event: the row that stands for all of them */
-    int nargs;                     /* of the following two, those that were given */
-    const char* ptype;
-    int nstatus;
-    char sztext[LOG_EVENT_LEN]; /* not escaped */
-} LOG_EVENT;
+class Event {
+public:
+    /*
+     * Makes the text of an event out of its arguments.
+     *   record     its number says which event it is; the arguments of an unknown one are not touched
+     *   form       null, as events have it; else the text is made of this format and the arguments belong to it alone
+     */
+    Event(const Record& record, const char* form, va_list arguments);
+
+    /* Writes it as a line of the log, as a JSON object on a line of the events file, and to the system log. */
+    void write(File& log, File& events) const;
+
+    const Record& record;
+    const EventKind& kind;   /* of an unknown event: the row that stands for all of them */
+    char text[EVENT_LENGTH]; /* not escaped */
+
+private:
+    void put_json(Text& line) const;
+
+    bool has_type_, has_status_; /* which of the following two were given */
+    const char* type_ = nullptr;
+    int status_ = 0;
+};
 
 /*
- * Makes the text of an event out of its arguments.
- *   precord  nevent says which; the arguments of an unknown one are not touched
- *   pformat  null, as events have it; else the text is made of this format and the arguments belong to it alone
+ * Makes the line of the events file that says that events are missing: a Notice.
  */
-void log_event_make(LOG_EVENT* pevent, const LOG_RECORD* precord, const char* pformat, va_list pargs);
+void event_notice(Text& text, const Record& record, unsigned long lost);
 
-/*
- * Writes an event as a line of the log, as a JSON object on a line of the events file, and to the system log.
- */
-void log_event_write(const LOG_EVENT* pevent, LOG_FILE* plog, LOG_FILE* pevents);
-
-/*
- * Makes the line of the events file that says that events are missing: a PFLOGNOTICE.
- */
-void log_event_notice(LOG_TEXT* ptext, const LOG_RECORD* precord, unsigned long nlost);
+} // namespace tesklog
 
 #endif

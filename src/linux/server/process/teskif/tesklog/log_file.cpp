@@ -8,243 +8,309 @@
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
-#include <unistd.h>
 
-static constexpr mode_t gfilemode = 0640;
-static constexpr mode_t gdirectorymode = 0750;
-static constexpr int gopentries = 100; /* each takes another process's rotation to fail */
-static constexpr int gfdhigh = 100;    /* first number for a descriptor that stays open */
+namespace tesklog {
+
+static constexpr mode_t FILE_MODE = 0640;
+static constexpr mode_t DIRECTORY_MODE = 0750;
+static constexpr int OPEN_TRIES = 100; /* each takes another process's rotation to fail */
+static constexpr int HIGH_FD = 100;    /* first number for a descriptor that stays open */
 
 /*
  * Begins a new count of dropped records. Of processes that share it, the first that can write reports it, so that
  * nothing is reported twice after a fork, nor forgotten with a process that ended.
  */
-static void log_file_count(LOG_FILE* pfile)
+void File::restart_count()
 {
-    void* pshared = MAP_FAILED;
-
-    if (pfile->pnlost != nullptr && pfile->pnlost != &pfile->nunshared) {
-        munmap(pfile->pnlost, sizeof(*pfile->pnlost));
+    if (lost_ != nullptr && lost_ != &unshared_) {
+        munmap(lost_, sizeof(*lost_));
     }
-    pfile->nunshared = 0;
-    pshared = mmap(nullptr, sizeof(*pfile->pnlost), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-    pfile->pnlost = pshared != MAP_FAILED ? static_cast<LOG_COUNT*>(pshared) : &pfile->nunshared;
+    unshared_ = 0;
+    void* const shared = mmap(nullptr, sizeof(*lost_), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+    lost_ = shared != MAP_FAILED ? static_cast<Count*>(shared) : &unshared_;
 }
 
-int log_file_init(LOG_FILE* pfile, const char* pdirectory, const char* pident, const char* psuffix, off_t nsize,
-                  int ngenerations, PFLOGNOTICE pfnotice)
+int File::prepare(const char* directory, const char* ident, const char* suffix, off_t size, int generations,
+                  Notice notice)
 {
-    char szpath[LOG_PATH_LEN];
-    LOG_TEXT path = {};
+    char buffer[PATH_LENGTH];
+    Text made(buffer, Escape::none);
 
-    log_text_open(&path, szpath, sizeof(szpath), LOG_ESC_NONE);
-    log_text_format(&path, "%s/%s%s", pdirectory, pident, psuffix);
-    log_text_close(&path, "");
-
-    if (strcmp(szpath, pfile->szpath) != 0) {
-        log_file_count(pfile);
-        memcpy(pfile->szpath, szpath, sizeof(szpath));
+    made.format("%s/%s%s", directory, ident, suffix);
+    made.close("");
+    if (made.view() != path_) {
+        restart_count();
+        memcpy(path_, buffer, made.view().size() + 1);
     }
-    pfile->nsize = nsize;
-    pfile->ngenerations = ngenerations;
-    pfile->pfnotice = pfnotice;
-    pfile->nowner = 0;
-    pfile->nlockfd = -1;
-    pfile->nfd = -1;
-    pfile->bunreachable = false;
-    pfile->nabandoned = 0;
-    log_file_limit(pfile);
-    pfile->nlooked = 0;
-    pfile->nroom = 0;
-    pfile->nmeasured = 0;
-    pfile->nfailed = 0;
-    pfile->nbusy = 0;
-    pfile->nrefused = 0;
-    return path.bcut ? ENAMETOOLONG : 0;
+    size_ = size;
+    generations_ = generations;
+    notice_ = notice;
+    owner_ = 0;
+    lock_fd_ = -1;
+    next_fd_ = -1;
+    detour_fd_ = -1;
+    fd_ = -1;
+    full_ = false;
+    unreachable_ = false;
+    abandoned_ = 0;
+    learn_limit();
+    room_ = 0;
+    looked_ = 0;
+    measured_ = 0;
+    failed_ = 0;
+    busy_ = 0;
+    refused_ = 0;
+    return made.cut() ? ENAMETOOLONG : 0;
 }
 
-void log_file_limit(LOG_FILE* pfile)
+/*
+ * Learns what the process may write to a file. Its limit may change at any time. Owner only.
+ */
+void File::learn_limit()
 {
     struct rlimit size = {};
-    off_t nlimit = pfile->nsize;
-    const bool bsizelimit = getrlimit(RLIMIT_FSIZE, &size) == 0 && size.rlim_cur != RLIM_INFINITY;
+    const bool limited = getrlimit(RLIMIT_FSIZE, &size) == 0 && size.rlim_cur != RLIM_INFINITY;
+    off_t limit = size_;
 
-    if (bsizelimit && size.rlim_cur / 2 < static_cast<rlim_t>(nlimit)) {
-        nlimit = static_cast<off_t>(size.rlim_cur / 2); /* a limit that is never reached would end the log */
+    if (limited && size.rlim_cur / 2 < static_cast<rlim_t>(limit)) {
+        limit = static_cast<off_t>(size.rlim_cur / 2); /* a limit that is never reached would end the log */
     }
-    pfile->bsizelimit = bsizelimit;
-    pfile->nlimit = nlimit;
+    size_limited_ = limited;
+    limit_ = limit;
 }
 
 /* ---------------------------------------------------------------- opening ---- */
 
-int log_fd_above_standard(int nfd)
+int above_standard(int fd)
 {
-    int nabove = nfd;
-    int nerror = 0;
+    int above = fd;
 
-    if (nfd >= 0 && nfd <= STDERR_FILENO) {
-        nabove = fcntl(nfd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
-        nerror = errno;
-        close(nfd);
-        errno = nerror;
+    if (fd >= 0 && fd <= STDERR_FILENO) {
+        above = fcntl(fd, F_DUPFD_CLOEXEC, STDERR_FILENO + 1);
+        const int error = errno;
+        close(fd);
+        errno = error;
     }
-    return nabove;
-}
-
-/*
- * Moves a descriptor to a number that programs seldom come to: one that closes ours unknowingly opens its next file
- * under the lowest free number, and we would write to that until the next look.
- * Result: the descriptor, the same one if there is none so high.
- */
-static int log_fd_high(int nfd)
-{
-    const int nhigh = fcntl(nfd, F_DUPFD_CLOEXEC, gfdhigh);
-
-    if (nhigh >= 0) {
-        close(nfd);
-    }
-    return nhigh >= 0 ? nhigh : nfd;
+    return above;
 }
 
 /*
  * Creates the directory that a path lies in; the directory above that one must exist.
  */
-static int log_make_directory(const char* ppath)
+static int make_directory(const char* path)
 {
-    char szdirectory[LOG_PATH_LEN];
-    const char* pend = strrchr(ppath, '/');
-    const size_t nlength = pend != nullptr ? static_cast<size_t>(pend - ppath) : 0;
-    int nmade = -1;
+    char directory[PATH_LENGTH];
+    const char* const end = strrchr(path, '/');
+    const size_t length = end != nullptr ? static_cast<size_t>(end - path) : 0;
+    int made = -1;
 
-    if (nlength > 0 && nlength < sizeof(szdirectory)) {
-        memcpy(szdirectory, ppath, nlength);
-        szdirectory[nlength] = '\0';
-        nmade = mkdir(szdirectory, gdirectorymode);
+    if (length > 0 && length < sizeof(directory)) {
+        memcpy(directory, path, length);
+        directory[length] = '\0';
+        made = mkdir(directory, DIRECTORY_MODE);
     }
-    return nmade;
+    return made;
 }
 
 /*
  * Opens or creates a file. The mode is set by who creates it and by nobody else: an operator may have changed it since.
  */
-static int log_open_or_create(const char* ppath)
+static int open_or_create(const char* path)
 {
     /* non-blocking, as it could be a pipe that nobody reads; readable, to find a line that was cut off */
-    static constexpr int gflags = O_RDWR | O_APPEND | O_CLOEXEC | O_NOFOLLOW | O_NOCTTY | O_NONBLOCK;
-    int nfd = open(ppath, gflags);
+    static constexpr int FLAGS = O_RDWR | O_APPEND | O_CLOEXEC | O_NOFOLLOW | O_NOCTTY | O_NONBLOCK;
+    int fd = open(path, FLAGS);
 
-    if (nfd < 0 && errno == ENOENT) {
-        nfd = open(ppath, gflags | O_CREAT | O_EXCL, gfilemode);
+    if (fd < 0 && errno == ENOENT) {
+        fd = open(path, FLAGS | O_CREAT | O_EXCL, FILE_MODE);
         /* past the umask; a failure leaves a mode that only refuses more */
-        if (nfd >= 0) {
-            fchmod(nfd, gfilemode);
+        if (fd >= 0) {
+            fchmod(fd, FILE_MODE);
         }
     }
-    return nfd;
+    return fd;
 }
 
 /*
  * Tells whether opening is worth another try, by the errno of the last one: the directory was missing and is there now,
  * or another process was faster in creating the file, or in renaming it between our two questions.
  */
-static bool log_open_again(const char* ppath)
+static bool is_worth_a_try(const char* path)
 {
-    return errno == EEXIST || (errno == ENOENT && (log_make_directory(ppath) == 0 || errno == EEXIST));
+    return errno == EEXIST || (errno == ENOENT && (make_directory(path) == 0 || errno == EEXIST));
 }
 
-int log_open_path(const char* ppath)
+int open_for_append(const char* path)
 {
     struct stat found = {};
-    int nfd = log_open_or_create(ppath);
-    int ntries = 1;
+    int fd = open_or_create(path);
 
-    for (; nfd < 0 && ntries < gopentries && log_open_again(ppath); ntries++) {
-        nfd = log_open_or_create(ppath);
+    for (int tries = 1; fd < 0 && tries < OPEN_TRIES && is_worth_a_try(path); tries++) {
+        fd = open_or_create(path);
     }
-    if (nfd >= 0 && (fstat(nfd, &found) != 0 || !S_ISREG(found.st_mode))) {
-        close(nfd);
+    if (fd >= 0 && (fstat(fd, &found) != 0 || !S_ISREG(found.st_mode))) {
+        close(fd);
         errno = ENOTSUP;
-        nfd = -1;
+        fd = -1;
     }
-    return log_fd_above_standard(nfd);
+    return above_standard(fd);
+}
+
+const char* File::make_directory_path(char* buffer) const
+{
+    const auto length = static_cast<size_t>(strrchr(path_, '/') - path_);
+
+    memcpy(buffer, path_, length);
+    buffer[length] = '\0';
+    return buffer;
+}
+
+/* ---------------------------------------------------------------- whose descriptor it is ---- */
+
+/*
+ * Tells whether a descriptor is that of a file by the name behind it. That may have been renamed or removed since, so
+ * what follows the path's last part does not count; nor does the directory, whose path may contain links.
+ */
+static bool is_named(int fd, const char* path)
+{
+    char buffer[64];
+    char target[PATH_LENGTH + 64];
+    Text link(buffer, Escape::none);
+
+    link.format("/proc/self/fd/%d", fd);
+    link.close("");
+    const ssize_t length = readlink(buffer, target, sizeof(target));
+    std::string_view name(target, length > 0 ? static_cast<size_t>(length) : 0);
+    name.remove_prefix(name.rfind('/') + 1);
+    return name.starts_with(strrchr(path, '/') + 1);
+}
+
+static bool is_directory(int fd, const char* path)
+{
+    struct stat own = {};
+    struct stat found = {};
+
+    return fstat(fd, &own) == 0 && S_ISDIR(own.st_mode) && stat(path, &found) == 0 && is_same(own, found);
+}
+
+/*
+ * Closes a descriptor that was open for a moment when the process was forked. The number may be a later one's or an
+ * earlier one's than the descriptors themselves, and somebody else's by now.
+ */
+void File::dispose(std::atomic<int>& note) const
+{
+    char directory[PATH_LENGTH];
+    const int fd = note.exchange(-1);
+
+    const int flags = fd >= 0 && fd != fd_ ? fcntl(fd, F_GETFL) : -1;
+
+    if (flags >= 0 &&
+        (((flags & O_APPEND) != 0 && is_named(fd, path_)) || is_directory(fd, make_directory_path(directory)))) {
+        ::close(fd);
+    }
+}
+
+bool File::enter(unsigned epoch)
+{
+    unsigned owner = owner_.load(std::memory_order_relaxed);
+    const bool entered = owner != epoch && owner_.compare_exchange_strong(owner, epoch, std::memory_order_acquire);
+
+    if (entered && noter_.exchange(epoch) != epoch) {
+        for (std::atomic<int>* note : { &lock_fd_, &next_fd_, &detour_fd_ }) {
+            dispose(*note);
+        }
+    }
+    return entered;
+}
+
+void File::leave()
+{
+    owner_.store(0, std::memory_order_release);
+}
+
+/*
+ * Tells whether our descriptor still is our file. A program that closes all descriptors takes it from us, and the next
+ * file it opens may get the number. The file that we noted may be another one in a child that was forked while it
+ * changed, so its name counts as well.
+ *   own  out: what our descriptor is
+ */
+bool File::is_ours(struct stat& own) const
+{
+    return fstat(fd_, &own) == 0 && ((own.st_dev == device_ && own.st_ino == inode_) || is_named(fd_, path_));
+}
+
+/*
+ * Tells whether the path still leads to a file.
+ *   own  the file, as fstat found it
+ */
+bool File::is_current(const struct stat& own) const
+{
+    struct stat found = {};
+
+    return lstat(path_, &found) == 0 && is_same(found, own);
 }
 
 /* ---------------------------------------------------------------- following ---- */
 
-bool log_file_enter(LOG_FILE* pfile, unsigned nepoch)
-{
-    unsigned nowner = pfile->nowner.load(std::memory_order_relaxed);
-    int nlockfd = -1;
-    bool bentered =
-        nowner != nepoch && pfile->nowner.compare_exchange_strong(nowner, nepoch, std::memory_order_acquire);
-
-    if (bentered && nowner != 0) {
-        nlockfd = pfile->nlockfd.exchange(-1);
-        if (nlockfd >= 0) {
-            close(nlockfd);
-        }
-    }
-    return bentered;
-}
-
-void log_file_leave(LOG_FILE* pfile)
-{
-    pfile->nowner.store(0, std::memory_order_release);
-}
-
-bool log_file_isours(const LOG_FILE* pfile, struct stat* pown)
-{
-    return fstat(pfile->nfd, pown) == 0 && pown->st_dev == pfile->ndevice && pown->st_ino == pfile->ninode;
-}
-
-bool log_file_iscurrent(const LOG_FILE* pfile)
-{
-    struct stat found = {};
-
-    return lstat(pfile->szpath, &found) == 0 && found.st_dev == pfile->ndevice && found.st_ino == pfile->ninode;
-}
-
-int log_file_follow(LOG_FILE* pfile)
+/*
+ * Writes to the file behind the path from now on, if that is another one. Owner only.
+ * Result: 0, or the errno for which there is nothing to write to behind the path.
+ */
+int File::follow()
 {
     struct stat own = {};
-    struct stat found = {};
-    const bool bours = log_file_isours(pfile, &own);
-    const bool bgone = !bours || own.st_nlink == 0; /* as long as the old file has a name, nothing in it is lost */
-    int nfd = -1;
-    int ncode = 0;
+    const bool ours = is_ours(own);
+    const bool gone = !ours || own.st_nlink == 0; /* as long as the old file has a name, nothing in it is lost */
+    int code = 0;
 
-    if (bours && log_file_iscurrent(pfile)) {
-        goto monp_exit_reached;
+    if (!ours || !is_current(own)) {
+        const int fd = open_for_append(path_);
+        code = fd < 0 ? errno : follow_to(fd, ours, gone);
+        if (fd < 0) {
+            abandoned_ += gone && !unreachable_ ? 1 : 0;
+            unreachable_ = gone;
+        }
     }
-    nfd = log_open_path(pfile->szpath);
-    if (nfd < 0 || fstat(nfd, &found) != 0) {
-        ncode = errno;
-        pfile->nabandoned += bgone && !pfile->bunreachable ? 1 : 0;
-        pfile->bunreachable = bgone;
-        goto monp_exit_close;
+    if (code == 0) {
+        unreachable_ = false;
     }
-    if (bours) {
-        /* the number stays, so that a thread in the middle of a write never has another file under its hands */
-        ncode = dup3(nfd, pfile->nfd, O_CLOEXEC) < 0 ? errno : 0;
-    } else {
-        pfile->nfd = log_fd_high(nfd);
-        nfd = -1;
-    }
-    if (ncode != 0) {
-        goto monp_exit_close;
-    }
-    pfile->nabandoned += bgone ? 1 : 0;
-    pfile->nroom = 0;
-    pfile->nbusy = 0;
-    pfile->ndevice = found.st_dev;
-    pfile->ninode = found.st_ino;
-
-monp_exit_reached:
-    pfile->bunreachable = false;
-monp_exit_close:
-    if (nfd >= 0) {
-        close(nfd);
-    }
-    return ncode;
+    return code;
 }
+
+/*
+ *   fd    the file behind the path
+ *   ours  our descriptor is still that of our file
+ *   gone  what was written to that file last is lost
+ */
+int File::follow_to(int fd, bool ours, bool gone)
+{
+    struct stat found = {};
+    Descriptor next(fd, next_fd_);
+
+    if (fstat(fd, &found) != 0) {
+        return errno;
+    }
+    if (ours) {
+        /* the number stays, so that a thread in the middle of a write never has another file under its hands */
+        if (dup3(fd, fd_, O_CLOEXEC) < 0) {
+            return errno;
+        }
+    } else {
+        /* a number that programs seldom come to: one that closes ours unknowingly opens its next file under the lowest
+           free number, and we would write to that until the next look */
+        const int high = fcntl(fd, F_DUPFD_CLOEXEC, HIGH_FD);
+        fd_ = high >= 0 ? high : fd;
+        if (high < 0) {
+            next.keep();
+        }
+    }
+    abandoned_ += gone ? 1 : 0;
+    room_ = 0;
+    busy_ = 0;
+    full_ = false;
+    device_ = found.st_dev;
+    inode_ = found.st_ino;
+    return 0;
+}
+
+} // namespace tesklog

@@ -4,216 +4,224 @@
  */
 #include "log_text.h"
 
+#include <algorithm>
 #include <cstring>
 
-static constexpr char ghexupper[] = "0123456789ABCDEF";
+namespace tesklog {
+
+static constexpr char HEX_UPPER[] = "0123456789ABCDEF";
+
+namespace {
 
 /*
- * The arguments, in a record so that they can be handed on by address.
+ * The arguments, in a record so that they can be handed on by reference.
  */
-typedef struct {
-    va_list pargs;
-} LOG_ARGS;
+struct Arguments {
+    va_list list;
+};
 
 /*
  * One conversion of a format.
  */
-typedef struct {
-    bool bleft, bzero, balternate, bplus, bblank;
-    int nwidth;     /* 0: none */
-    int nprecision; /* -1: none */
-    int nlength;    /* -2: hh, -1: h, 0: none, 1 and more: as wide as long */
-    char ctype;
-} LOG_CONVERSION;
+struct Conversion {
+    bool left = false, zero = false, alternate = false, plus = false, blank = false;
+    int width = 0;      /* 0: none */
+    int precision = -1; /* -1: none */
+    int length = 0;     /* -2: hh, -1: h, 0: none, 1 and more: as wide as long */
+    char type = '\0';
+};
+
+} // namespace
 
 static_assert(sizeof(long) == sizeof(intmax_t) && sizeof(long) == sizeof(size_t) && sizeof(long) == sizeof(void*),
               "one argument type serves the lengths l, ll, j, z and t");
 
+/* ---------------------------------------------------------------- parsing ---- */
+
 /*
  * Reads a width or a precision, a number or a star; limited to a line, as a larger one could only make us slow.
  */
-static const char* log_parse_number(const char* pformat, LOG_ARGS* pargs, int* pnumber)
+static const char* parse_number(const char* form, Arguments& arguments, int& number)
 {
-    int nnumber = 0;
+    int value = 0;
 
-    if (*pformat == '*') {
-        nnumber = va_arg(pargs->pargs, int);
-        pformat++;
+    if (*form == '*') {
+        value = va_arg(arguments.list, int);
+        form++;
     } else {
-        for (; *pformat >= '0' && *pformat <= '9'; pformat++) {
-            nnumber = nnumber < LOG_LINE_LEN ? nnumber * 10 + (*pformat - '0') : nnumber;
+        for (; *form >= '0' && *form <= '9'; form++) {
+            value = value < LINE_LENGTH ? value * 10 + (*form - '0') : value;
         }
     }
-    nnumber = nnumber > LOG_LINE_LEN ? LOG_LINE_LEN : nnumber;
-    *pnumber = nnumber < -LOG_LINE_LEN ? -LOG_LINE_LEN : nnumber;
-    return pformat;
+    number = std::clamp(value, -LINE_LENGTH, LINE_LENGTH);
+    return form;
 }
 
-static const char* log_parse_flags(const char* pformat, LOG_CONVERSION* pconv)
+static const char* parse_flags(const char* form, Conversion& conversion)
 {
-    for (;; pformat++) {
-        if (*pformat == '-') {
-            pconv->bleft = true;
-        } else if (*pformat == '0') {
-            pconv->bzero = true;
-        } else if (*pformat == '#') {
-            pconv->balternate = true;
-        } else if (*pformat == '+') {
-            pconv->bplus = true;
-        } else if (*pformat == ' ') {
-            pconv->bblank = true;
-        } else {
-            break;
+    static constexpr struct {
+        char symbol;
+        bool Conversion::*flag;
+    } FLAGS[] = {
+        { '-', &Conversion::left }, { '0', &Conversion::zero },  { '#', &Conversion::alternate },
+        { '+', &Conversion::plus }, { ' ', &Conversion::blank },
+    };
+    bool known = true;
+
+    for (; known; form += known ? 1 : 0) {
+        known = false;
+        for (const auto& row : FLAGS) {
+            if (row.symbol == *form) {
+                conversion.*row.flag = true;
+                known = true;
+            }
         }
     }
-    return pformat;
+    return form;
 }
 
 /*
  * Reads a conversion.
- *   pformat  what follows the percent sign
+ *   form  what follows the percent sign
  * Result: what follows the conversion.
  */
-static const char* log_parse_conversion(const char* pformat, LOG_ARGS* pargs, LOG_CONVERSION* pconv)
+static const char* parse_conversion(const char* form, Arguments& arguments, Conversion& conversion)
 {
-    *pconv = {};
-    pformat = log_parse_flags(pformat, pconv);
-    pformat = log_parse_number(pformat, pargs, &pconv->nwidth);
-    if (pconv->nwidth < 0) {
-        pconv->bleft = true;
-        pconv->nwidth = -pconv->nwidth;
+    form = parse_flags(form, conversion);
+    form = parse_number(form, arguments, conversion.width);
+    if (conversion.width < 0) {
+        conversion.left = true;
+        conversion.width = -conversion.width;
     }
-    pconv->nprecision = -1;
-    if (*pformat == '.') {
-        pformat = log_parse_number(pformat + 1, pargs, &pconv->nprecision);
+    if (*form == '.') {
+        form = parse_number(form + 1, arguments, conversion.precision);
     }
-    for (; *pformat == 'h' || *pformat == 'l' || *pformat == 'j' || *pformat == 'z' || *pformat == 't'; pformat++) {
-        pconv->nlength += *pformat == 'h' ? -1 : 1;
+    for (; *form != '\0' && strchr("hljzt", *form) != nullptr; form++) {
+        conversion.length += *form == 'h' ? -1 : 1;
     }
-    pconv->ctype = *pformat;
-    return *pformat != '\0' ? pformat + 1 : pformat;
+    conversion.type = *form;
+    return *form != '\0' ? form + 1 : form;
 }
 
-static void log_put_fill(LOG_TEXT* ptext, char cfill, int ncount)
+/* ---------------------------------------------------------------- adding ---- */
+
+static void put_fill(Text& text, char fill, int count)
 {
-    for (; ncount > 0 && !ptext->bcut; ncount--) {
-        log_text_char(ptext, cfill);
+    for (; count > 0 && !text.cut(); count--) {
+        text.add(fill);
     }
 }
 
-static void log_put_padded(LOG_TEXT* ptext, const LOG_CONVERSION* pconv, const char* pbytes, size_t nbytes)
+static void put_padded(Text& text, const Conversion& conversion, std::string_view value)
 {
-    const int npad = pconv->nwidth - static_cast<int>(nbytes);
+    const int fill = conversion.width - static_cast<int>(value.size());
 
-    log_put_fill(ptext, ' ', pconv->bleft ? 0 : npad);
-    log_text_put(ptext, pbytes, nbytes);
-    log_put_fill(ptext, ' ', pconv->bleft ? npad : 0);
+    put_fill(text, ' ', conversion.left ? 0 : fill);
+    text.put(value);
+    put_fill(text, ' ', conversion.left ? fill : 0);
 }
 
 /*
  * Adds a number: blanks, prefix (a sign or a base), zeros, digits, blanks.
  */
-static void log_put_number(LOG_TEXT* ptext, const LOG_CONVERSION* pconv, const char* pprefix, uintmax_t nvalue,
-                           unsigned nbase)
+static void put_number(Text& text, const Conversion& conversion, std::string_view prefix, uintmax_t value,
+                       unsigned base)
 {
-    char szdigits[24];
-    char* pend = szdigits + sizeof(szdigits);
-    char* pfirst = log_text_digits(pend, nvalue, nbase, pconv->ctype == 'X' ? ghexupper : gloghexlower);
-    const int nprefix = static_cast<int>(strlen(pprefix));
-    int ndigits = 0;
-    int nzeros = 0;
-    int npad = 0;
+    char buffer[24];
+    char* const end = buffer + sizeof(buffer);
+    const char* first = Text::digits(end, value, base, conversion.type == 'X' ? HEX_UPPER : HEX_LOWER);
 
-    if (nvalue == 0 && pconv->nprecision == 0) {
-        pfirst = pend;
+    if (value == 0 && conversion.precision == 0) {
+        first = end;
     }
-    ndigits = static_cast<int>(pend - pfirst);
-    nzeros = pconv->nprecision - ndigits;
-    if (pconv->bzero && !pconv->bleft && pconv->nprecision < 0) {
-        nzeros = pconv->nwidth - nprefix - ndigits;
+    const int signs = static_cast<int>(prefix.size());
+    const int digits = static_cast<int>(end - first);
+    int zeros = conversion.precision - digits;
+    if (conversion.zero && !conversion.left && conversion.precision < 0) {
+        zeros = conversion.width - signs - digits;
     }
-    if (pconv->balternate && nbase == 8 && nzeros <= 0 && (ndigits == 0 || *pfirst != '0')) {
-        nzeros = 1;
+    if (conversion.alternate && base == 8 && zeros <= 0 && (digits == 0 || *first != '0')) {
+        zeros = 1;
     }
-    npad = pconv->nwidth - nprefix - (nzeros > 0 ? nzeros : 0) - ndigits;
+    const int fill = conversion.width - signs - std::max(zeros, 0) - digits;
 
-    log_put_fill(ptext, ' ', pconv->bleft ? 0 : npad);
-    for (; *pprefix != '\0'; pprefix++) {
-        log_text_char(ptext, *pprefix);
-    }
-    log_put_fill(ptext, '0', nzeros);
-    log_text_raw(ptext, pfirst, static_cast<size_t>(ndigits));
-    log_put_fill(ptext, ' ', pconv->bleft ? npad : 0);
+    put_fill(text, ' ', conversion.left ? 0 : fill);
+    text.raw(prefix);
+    put_fill(text, '0', zeros);
+    text.raw({ first, static_cast<size_t>(digits) });
+    put_fill(text, ' ', conversion.left ? fill : 0);
 }
 
-static void log_put_signed(LOG_TEXT* ptext, const LOG_CONVERSION* pconv, LOG_ARGS* pargs)
+static void put_signed(Text& text, const Conversion& conversion, Arguments& arguments)
 {
-    intmax_t nvalue = pconv->nlength > 0 ? va_arg(pargs->pargs, long) : va_arg(pargs->pargs, int);
-    const char* pprefix = "";
+    intmax_t value = conversion.length > 0 ? va_arg(arguments.list, long) : va_arg(arguments.list, int);
+    const char* prefix = "";
 
-    if (pconv->nlength == -1) {
-        nvalue = static_cast<short>(nvalue);
-    } else if (pconv->nlength < -1) {
-        nvalue = ((nvalue & 0xff) ^ 0x80) - 0x80; /* the sign of its eighth bit */
+    if (conversion.length == -1) {
+        value = static_cast<short>(value);
+    } else if (conversion.length < -1) {
+        value = ((value & 0xff) ^ 0x80) - 0x80; /* the sign of its eighth bit */
     }
-    if (nvalue < 0) {
-        pprefix = "-";
-    } else if (pconv->bplus) {
-        pprefix = "+";
-    } else if (pconv->bblank) {
-        pprefix = " ";
+    if (value < 0) {
+        prefix = "-";
+    } else if (conversion.plus) {
+        prefix = "+";
+    } else if (conversion.blank) {
+        prefix = " ";
     }
-    log_put_number(ptext, pconv, pprefix,
-                   nvalue < 0 ? 0 - static_cast<uintmax_t>(nvalue) : static_cast<uintmax_t>(nvalue), 10);
+    put_number(text, conversion, prefix, value < 0 ? 0 - static_cast<uintmax_t>(value) : static_cast<uintmax_t>(value),
+               10);
 }
 
-static void log_put_unsigned(LOG_TEXT* ptext, const LOG_CONVERSION* pconv, LOG_ARGS* pargs)
+static void put_unsigned(Text& text, const Conversion& conversion, Arguments& arguments)
 {
-    uintmax_t nvalue = pconv->nlength > 0 ? va_arg(pargs->pargs, unsigned long) : va_arg(pargs->pargs, unsigned);
-    const unsigned nbase = pconv->ctype == 'u' ? 10 : pconv->ctype == 'o' ? 8 : 16;
-    const char* pprefix = "";
+    uintmax_t value = conversion.length > 0 ? va_arg(arguments.list, unsigned long) : va_arg(arguments.list, unsigned);
+    unsigned base = 16;
+    const char* prefix = "";
 
-    if (pconv->nlength == -1) {
-        nvalue = static_cast<unsigned short>(nvalue);
-    } else if (pconv->nlength < -1) {
-        nvalue = static_cast<unsigned char>(nvalue);
+    if (conversion.type == 'u') {
+        base = 10;
+    } else if (conversion.type == 'o') {
+        base = 8;
     }
-    if (pconv->balternate && nbase == 16 && nvalue != 0) {
-        pprefix = pconv->ctype == 'X' ? "0X" : "0x";
+    if (conversion.length == -1) {
+        value = static_cast<unsigned short>(value);
+    } else if (conversion.length < -1) {
+        value = static_cast<unsigned char>(value);
     }
-    log_put_number(ptext, pconv, pprefix, nvalue, nbase);
+    if (conversion.alternate && base == 16 && value != 0) {
+        prefix = conversion.type == 'X' ? "0X" : "0x";
+    }
+    put_number(text, conversion, prefix, value, base);
 }
 
-static void log_put_pointer(LOG_TEXT* ptext, const LOG_CONVERSION* pconv, LOG_ARGS* pargs)
+static void put_pointer(Text& text, const Conversion& conversion, Arguments& arguments)
 {
-    const void* pvalue = va_arg(pargs->pargs, void*);
+    const void* value = va_arg(arguments.list, void*);
 
-    if (pvalue == nullptr) {
-        log_put_padded(ptext, pconv, "(nil)", 5);
+    if (value == nullptr) {
+        put_padded(text, conversion, "(nil)");
     } else {
-        log_put_number(ptext, pconv, "0x", reinterpret_cast<uintptr_t>(pvalue), 16);
+        put_number(text, conversion, "0x", reinterpret_cast<uintptr_t>(value), 16);
     }
 }
 
 /*
  * Adds a string, reading no more of it than the precision allows and the text can hold: it may be endless.
  */
-static void log_put_string(LOG_TEXT* ptext, const LOG_CONVERSION* pconv, LOG_ARGS* pargs)
+static void put_string(Text& text, const Conversion& conversion, Arguments& arguments)
 {
-    const char* pvalue = va_arg(pargs->pargs, const char*);
-    size_t nmax = ptext->nlimit - ptext->nlen + 1;
-
+    const char* value = va_arg(arguments.list, const char*);
     /* A string that has the width is not to be filled up just because the text has no room for all of it. */
-    if (static_cast<size_t>(pconv->nwidth) > nmax) {
-        nmax = static_cast<size_t>(pconv->nwidth);
-    }
-    if (pvalue == nullptr) {
-        log_put_padded(ptext, pconv, "(null)", 6);
+    size_t most = std::max(text.room() + 1, static_cast<size_t>(conversion.width));
+
+    if (value == nullptr) {
+        put_padded(text, conversion, "(null)");
     } else {
-        if (pconv->nprecision >= 0 && static_cast<size_t>(pconv->nprecision) < nmax) {
-            nmax = static_cast<size_t>(pconv->nprecision);
+        if (conversion.precision >= 0) {
+            most = std::min(most, static_cast<size_t>(conversion.precision));
         }
-        log_put_padded(ptext, pconv, pvalue, strnlen(pvalue, nmax));
+        put_padded(text, conversion, { value, strnlen(value, most) });
     }
 }
 
@@ -221,71 +229,71 @@ static void log_put_string(LOG_TEXT* ptext, const LOG_CONVERSION* pconv, LOG_ARG
  * Adds the value of one conversion.
  * Result: false if the conversion is not known; no argument was touched then.
  */
-static bool log_put_conversion(LOG_TEXT* ptext, const LOG_CONVERSION* pconv, LOG_ARGS* pargs)
+static bool put_conversion(Text& text, const Conversion& conversion, Arguments& arguments)
 {
-    bool bknown = true;
-    char cvalue = '\0';
+    bool known = true;
+    char value = '\0';
 
-    switch (pconv->ctype) {
+    switch (conversion.type) {
     case 'd':
     case 'i':
-        log_put_signed(ptext, pconv, pargs);
+        put_signed(text, conversion, arguments);
         break;
     case 'u':
     case 'x':
     case 'X':
     case 'o':
-        log_put_unsigned(ptext, pconv, pargs);
+        put_unsigned(text, conversion, arguments);
         break;
     case 's':
-        log_put_string(ptext, pconv, pargs);
+        put_string(text, conversion, arguments);
         break;
     case 'p':
-        log_put_pointer(ptext, pconv, pargs);
+        put_pointer(text, conversion, arguments);
         break;
     case 'c':
-        cvalue = static_cast<char>(va_arg(pargs->pargs, int));
-        log_put_padded(ptext, pconv, &cvalue, 1);
+        value = static_cast<char>(va_arg(arguments.list, int));
+        put_padded(text, conversion, { &value, 1 });
         break;
     case '%':
-        log_text_char(ptext, '%');
+        text.add('%');
         break;
     default:
-        bknown = false;
+        known = false;
         break;
     }
-    return bknown;
+    return known;
 }
 
-void log_text_vformat(LOG_TEXT* ptext, const char* pformat, va_list pargs)
+void Text::vformat(const char* form, va_list arguments)
 {
-    LOG_ARGS args = {};
-    LOG_CONVERSION conv = {};
-    const char* pnext = nullptr;
-    size_t nliteral = 0;
+    Arguments copy = {};
 
-    va_copy(args.pargs, pargs);
-    while (*pformat != '\0' && !ptext->bcut) {
-        nliteral = static_cast<size_t>(strchrnul(pformat, '%') - pformat);
-        log_text_put(ptext, pformat, nliteral);
-        pformat += nliteral;
-        if (*pformat == '%') {
-            pnext = log_parse_conversion(pformat + 1, &args, &conv);
-            if (!log_put_conversion(ptext, &conv, &args)) {
-                log_text_put(ptext, pformat, strlen(pformat));
+    va_copy(copy.list, arguments);
+    while (*form != '\0' && !cut_) {
+        const size_t literal = static_cast<size_t>(strchrnul(form, '%') - form);
+        put({ form, literal });
+        form += literal;
+        if (*form == '%') {
+            Conversion conversion;
+            const char* const next = parse_conversion(form + 1, copy, conversion);
+            if (!put_conversion(*this, conversion, copy)) {
+                put(form);
                 break;
             }
-            pformat = pnext;
+            form = next;
         }
     }
-    va_end(args.pargs);
+    va_end(copy.list);
 }
 
-void log_text_format(LOG_TEXT* ptext, const char* pformat, ...)
+void Text::format(const char* form, ...)
 {
-    va_list pargs;
+    va_list arguments;
 
-    va_start(pargs, pformat);
-    log_text_vformat(ptext, pformat, pargs);
-    va_end(pargs);
+    va_start(arguments, form);
+    vformat(form, arguments);
+    va_end(arguments);
 }
+
+} // namespace tesklog

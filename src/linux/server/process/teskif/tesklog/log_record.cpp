@@ -5,145 +5,123 @@
 
 #include "tesklog.h"
 
+#include <algorithm>
 #include <cstring>
 #include <ctime>
 
+namespace tesklog {
+
 /*
- * Takes a number of days since 1970-01-01 apart. Counted from 1 March of the year 0, so that a leap day is the last day
- * of its year and every 400 years are alike. localtime() would lock.
+ * localtime() would lock, so the calendar is reckoned.
  */
-static void log_time_date(LOG_TIME* ptime, unsigned ndays)
+void Record::stamp(int zone)
 {
-    const unsigned nsince = ndays + 719468;
-    const unsigned nera = nsince / 146097;
-    const unsigned ndayofera = nsince % 146097;
-    const unsigned nyearofera = (ndayofera - ndayofera / 1460 + ndayofera / 36524 - ndayofera / 146096) / 365;
-    const unsigned ndayofyear = ndayofera - (365 * nyearofera + nyearofera / 4 - nyearofera / 100);
-    const unsigned nmonth = (5 * ndayofyear + 2) / 153; /* from March */
+    using namespace std::chrono;
+    struct timespec clock = {};
 
-    ptime->nday = ndayofyear - (153 * nmonth + 2) / 5 + 1;
-    ptime->nmonth = nmonth < 10 ? nmonth + 3 : nmonth - 9;
-    ptime->nyear = nera * 400 + nyearofera + (nmonth < 10 ? 0 : 1);
-}
+    clock_gettime(CLOCK_REALTIME, &clock);
+    now = static_cast<int64_t>(clock.tv_sec) * 1000000000 + clock.tv_nsec;
 
-void log_record_stamp(LOG_RECORD* precord, int nzone)
-{
-    struct timespec now = {};
-    uint64_t nlocal = 0;
-    unsigned nofday = 0;
+    const sys_seconds local{ seconds(clock.tv_sec) + minutes(zone) };
+    const sys_days day = floor<days>(local);
+    const auto of_day = static_cast<unsigned>((local - day).count());
+    time.date = year_month_day(day);
+    time.hour = of_day / 3600;
+    time.minute = of_day / 60 % 60;
+    time.second = of_day % 60;
+    time.micro = static_cast<unsigned>(clock.tv_nsec) / 1000;
+    time.zone = zone;
 
-    clock_gettime(CLOCK_REALTIME, &now);
-    precord->nnow = static_cast<int64_t>(now.tv_sec) * 1000000000 + now.tv_nsec;
-
-    nlocal = static_cast<uint64_t>(now.tv_sec + static_cast<int64_t>(nzone) * 60);
-    log_time_date(&precord->time, static_cast<unsigned>(nlocal / 86400));
-    nofday = static_cast<unsigned>(nlocal % 86400);
-    precord->time.nhour = nofday / 3600;
-    precord->time.nminute = nofday / 60 % 60;
-    precord->time.nsecond = nofday % 60;
-    precord->time.nmicro = static_cast<unsigned>(now.tv_nsec) / 1000;
-    precord->time.nzone = nzone;
-
-    log_self_get(&precord->self);
+    self = Self::current();
 }
 
 /*
  * Writes a number with a fixed count of digits.
  * Result: what follows them.
  */
-static inline char* log_time_digits(char* ptarget, unsigned nvalue, int ndigits)
+static inline char* put_digits(char* target, unsigned value, int digits)
 {
-    int ninx = 0;
-
-    for (ninx = ndigits - 1; ninx >= 0; ninx--) {
-        ptarget[ninx] = static_cast<char>('0' + nvalue % 10);
-        nvalue /= 10;
+    for (int at = digits - 1; at >= 0; at--) {
+        target[at] = static_cast<char>('0' + value % 10);
+        value /= 10;
     }
-    return ptarget + ndigits;
+    return target + digits;
 }
 
-void log_record_time(LOG_TEXT* ptext, const LOG_RECORD* precord)
+void Record::put_time(Text& text) const
 {
-    const LOG_TIME* ptime = &precord->time;
-    const unsigned nzone = static_cast<unsigned>(ptime->nzone < 0 ? -ptime->nzone : ptime->nzone);
-    char sztime[] = "0000-00-00T00:00:00.000000+0000";
-    char* ptarget = sztime;
+    const auto offset = static_cast<unsigned>(time.zone < 0 ? -time.zone : time.zone);
+    char buffer[] = "0000-00-00T00:00:00.000000+0000";
+    char* target = buffer;
 
-    ptarget = log_time_digits(ptarget, ptime->nyear, 4) + 1;
-    ptarget = log_time_digits(ptarget, ptime->nmonth, 2) + 1;
-    ptarget = log_time_digits(ptarget, ptime->nday, 2) + 1;
-    ptarget = log_time_digits(ptarget, ptime->nhour, 2) + 1;
-    ptarget = log_time_digits(ptarget, ptime->nminute, 2) + 1;
-    ptarget = log_time_digits(ptarget, ptime->nsecond, 2) + 1;
-    ptarget = log_time_digits(ptarget, ptime->nmicro, 6);
-    *ptarget = ptime->nzone < 0 ? '-' : '+';
-    log_time_digits(ptarget + 1, nzone / 60 * 100 + nzone % 60, 4);
-    log_text_raw(ptext, sztime, sizeof(sztime) - 1);
+    target = put_digits(target, static_cast<unsigned>(static_cast<int>(time.date.year())), 4) + 1;
+    target = put_digits(target, static_cast<unsigned>(time.date.month()), 2) + 1;
+    target = put_digits(target, static_cast<unsigned>(time.date.day()), 2) + 1;
+    target = put_digits(target, time.hour, 2) + 1;
+    target = put_digits(target, time.minute, 2) + 1;
+    target = put_digits(target, time.second, 2) + 1;
+    target = put_digits(target, time.micro, 6);
+    *target = time.zone < 0 ? '-' : '+';
+    put_digits(target + 1, offset / 60 * 100 + offset % 60, 4);
+    text.raw({ buffer, sizeof(buffer) - 1 });
 }
 
 /*
  * Adds a word, which a blank in it must not make two of, and which must not be missing.
  */
-static void log_record_word(LOG_TEXT* ptext, const char* pword)
+static void put_word(Text& text, const char* value)
 {
-    const char* pblank = nullptr;
-    size_t nlength = 0;
+    value = value != nullptr && value[0] != '\0' ? value : "-";
+    std::string_view word(value, strnlen(value, LINE_LENGTH));
 
-    pword = pword != nullptr && pword[0] != '\0' ? pword : "-";
-    nlength = strnlen(pword, LOG_LINE_LEN);
-    while ((pblank = static_cast<const char*>(memchr(pword, ' ', nlength))) != nullptr) {
-        log_text_put(ptext, pword, static_cast<size_t>(pblank - pword));
-        log_text_raw(ptext, "\\x20", 4);
-        nlength -= static_cast<size_t>(pblank + 1 - pword);
-        pword = pblank + 1;
+    for (size_t blank = word.find(' '); blank != std::string_view::npos; blank = word.find(' ')) {
+        text.put(word.substr(0, blank));
+        text.raw("\\x20");
+        word.remove_prefix(blank + 1);
     }
-    log_text_put(ptext, pword, nlength);
+    text.put(word);
 }
 
-static void log_record_level(LOG_TEXT* ptext, int nlevel)
+static void put_level(Text& text, int value)
 {
     static constexpr struct {
-        int nlevel;
-        const char* pword;
-    } glevels[] = {
+        int value;
+        std::string_view word;
+    } LEVELS[] = {
         { TESKLOG_ERROR, "error" }, { TESKLOG_WARNING, "warning" }, { TESKLOG_INFO, "info" },
         { TESKLOG_TRACE, "trace" }, { TESKLOG_DETAIL, "detail" },   { TESKLOG_EVENT, "event" },
     };
-    const char* pword = nullptr;
+    const auto* level =
+        std::find_if(std::begin(LEVELS), std::end(LEVELS), [value](const auto& row) { return row.value == value; });
 
-    for (const auto& level : glevels) {
-        if (level.nlevel == nlevel) {
-            pword = level.pword;
-        }
-    }
-    if (pword != nullptr) {
-        log_text_raw(ptext, pword, strlen(pword));
+    if (level != std::end(LEVELS)) {
+        text.raw(level->word);
     } else {
-        log_text_format(ptext, "%d", nlevel);
+        text.format("%d", value);
     }
 }
 
-void log_record_head(LOG_TEXT* ptext, const LOG_RECORD* precord)
+void Record::put_head(Text& text) const
 {
-    log_record_time(ptext, precord);
-    log_text_char(ptext, ' ');
-    log_record_level(ptext, precord->nlevel);
-    log_text_char(ptext, ' ');
-    log_text_number(ptext, static_cast<unsigned long>(precord->self.npid), 1);
-    log_text_char(ptext, '/');
-    log_text_number(ptext, static_cast<unsigned long>(precord->self.ntid), 1);
-    log_text_char(ptext, ' ');
-    log_record_word(ptext, precord->pident);
-    log_text_char(ptext, ' ');
-    log_record_word(ptext, precord->pfunction);
-    log_text_char(ptext, ' ');
-    log_record_word(ptext, precord->pfile);
-    log_text_char(ptext, ':');
-    if (precord->nline < 0) {
-        log_text_char(ptext, '-');
+    put_time(text);
+    text.add(' ');
+    put_level(text, level);
+    text.add(' ');
+    text.number(static_cast<unsigned long>(self.pid));
+    text.add('/');
+    text.number(static_cast<unsigned long>(self.tid));
+    text.add(' ');
+    put_word(text, ident);
+    text.add(' ');
+    put_word(text, function);
+    text.add(' ');
+    put_word(text, file);
+    text.add(':');
+    if (line < 0) {
+        text.add('-');
     }
-    log_text_number(
-        ptext, precord->nline < 0 ? 0U - static_cast<unsigned>(precord->nline) : static_cast<unsigned>(precord->nline),
-        1);
-    log_text_char(ptext, ' ');
+    text.number(line < 0 ? 0U - static_cast<unsigned>(line) : static_cast<unsigned>(line));
+    text.add(' ');
 }
+
+} // namespace tesklog

@@ -7,44 +7,47 @@
 #include "log_self.h"
 #include "log_text.h"
 
+#include <chrono>
 #include <cstdint>
+
+namespace tesklog {
 
 /*
  * A point in time, taken apart.
  */
-typedef struct {
-    unsigned nyear, nmonth, nday; /* month and day from 1 */
-    unsigned nhour, nminute, nsecond, nmicro;
-    int nzone; /* minutes east of UTC */
-} LOG_TIME;
+struct Time {
+    std::chrono::year_month_day date;
+    unsigned hour, minute, second, micro;
+    int zone; /* minutes east of UTC */
+};
 
-typedef struct {
-    const char* pident;
-    int nlevel; /* __tesklog_level__, or any other value a caller passed */
-    int nevent; /* 0: none */
-    const char* pfile;
-    int nline;
-    const char* pfunction;
-    int64_t nnow; /* nanoseconds since 1970; the system's clock, which may be set back */
-    LOG_TIME time;
-    LOG_SELF self;
-} LOG_RECORD;
+struct Record {
+    const char* ident;
+    int level; /* of the public header, or any other value a caller passed */
+    int event; /* 0: none */
+    const char* file;
+    int line;
+    const char* function;
+    int64_t now; /* nanoseconds since 1970; the system's clock, which may be set back */
+    Time time;
+    Self self;
 
-/*
- * Fills in when a record is made and by whom.
- *   nzone  minutes east of UTC in which times are written
- */
-void log_record_stamp(LOG_RECORD* precord, int nzone);
+    /*
+     * Fills in when the record is made and by whom.
+     *   zone  minutes east of UTC in which times are written
+     */
+    void stamp(int zone);
 
-/*
- * Adds the time of a record, as 2026-11-22T20:51:08.123456+0000.
- */
-void log_record_time(LOG_TEXT* ptext, const LOG_RECORD* precord);
+    /* Adds the time, as 2026-11-22T20:51:08.123456+0000. */
+    void put_time(Text& text) const;
 
-/*
- * Adds what stands before the text of a line: time, level word, process/thread, ident, function and file:line, each
- * followed by one blank and with none in itself.
- */
-void log_record_head(LOG_TEXT* ptext, const LOG_RECORD* precord);
+    /*
+     * Adds what stands before the text of a line: time, level word, process/thread, ident, function and file:line, each
+     * followed by one blank and with none in itself.
+     */
+    void put_head(Text& text) const;
+};
+
+} // namespace tesklog
 
 #endif

@@ -9,68 +9,68 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
-typedef struct {
-    std::atomic<unsigned> nepoch; /* 0: nothing is remembered */
-    std::atomic<pid_t> npid;
-} LOG_PROCESS;
+namespace tesklog {
 
-typedef struct {
-    std::atomic<unsigned> nepoch;
-    std::atomic<pid_t> ntid;
-} LOG_THREAD;
+namespace {
 
-static LOG_PROCESS gunwiped; /* in use as long as there is no page that is emptied */
-static std::atomic<LOG_PROCESS*> gpprocess = &gunwiped;
-static std::atomic<unsigned> gnepochs;
+struct Process {
+    std::atomic<unsigned> epoch; /* 0: nothing is remembered */
+    std::atomic<pid_t> pid;
+};
+
+struct Thread {
+    std::atomic<unsigned> epoch;
+    std::atomic<pid_t> tid;
+};
+
+Process unwiped; /* in use as long as there is no page that is emptied */
+std::atomic<Process*> process = &unwiped;
+std::atomic<unsigned> epochs;
 
 /* initial-exec: the other model may allocate at a thread's first access */
-static thread_local LOG_THREAD gthread __attribute__((tls_model("initial-exec")));
+thread_local Thread thread __attribute__((tls_model("initial-exec")));
 
-void log_self_init()
+} // namespace
+
+void Self::prepare()
 {
-    LOG_PROCESS* pexpected = &gunwiped;
-    void* ppage = MAP_FAILED;
+    Process* expected = &unwiped;
 
-    if (gpprocess.load(std::memory_order_acquire) != &gunwiped) {
-        goto monp_exit_func;
+    if (process.load(std::memory_order_acquire) != &unwiped) {
+        return;
     }
-    ppage = mmap(nullptr, sizeof(LOG_PROCESS), PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    if (ppage == MAP_FAILED) {
-        goto monp_exit_func;
+    void* const page = mmap(nullptr, sizeof(Process), PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+    if (page != MAP_FAILED &&
+        (madvise(page, sizeof(Process), MADV_WIPEONFORK) != 0 ||
+         !process.compare_exchange_strong(expected, static_cast<Process*>(page), std::memory_order_acq_rel))) {
+        munmap(page, sizeof(Process));
     }
-    if (madvise(ppage, sizeof(LOG_PROCESS), MADV_WIPEONFORK) != 0 ||
-        !gpprocess.compare_exchange_strong(pexpected, static_cast<LOG_PROCESS*>(ppage), std::memory_order_acq_rel)) {
-        munmap(ppage, sizeof(LOG_PROCESS));
-    }
-
-monp_exit_func:
-    return;
 }
 
 /*
  * Remembers the calling process. Several threads may come here at once; the first to set the epoch decides it.
  */
-static unsigned log_self_renew(LOG_PROCESS* pprocess, unsigned nold)
+static unsigned renew(Process& known, unsigned old)
 {
-    pprocess->npid.store(getpid(), std::memory_order_relaxed);
-    pprocess->nepoch.compare_exchange_strong(nold, gnepochs.fetch_add(1, std::memory_order_relaxed) + 1,
-                                             std::memory_order_acq_rel);
-    return pprocess->nepoch.load(std::memory_order_acquire);
+    known.pid.store(getpid(), std::memory_order_relaxed);
+    known.epoch.compare_exchange_strong(old, epochs.fetch_add(1, std::memory_order_relaxed) + 1,
+                                        std::memory_order_acq_rel);
+    return known.epoch.load(std::memory_order_acquire);
 }
 
-void log_self_get(LOG_SELF* pself)
+Self Self::current()
 {
-    LOG_PROCESS* pprocess = gpprocess.load(std::memory_order_acquire);
-    unsigned nepoch = pprocess->nepoch.load(std::memory_order_acquire);
+    Process& known = *process.load(std::memory_order_acquire);
+    unsigned epoch = known.epoch.load(std::memory_order_acquire);
 
-    if (nepoch == 0 || (pprocess == &gunwiped && pprocess->npid.load(std::memory_order_relaxed) != getpid())) {
-        nepoch = log_self_renew(pprocess, nepoch);
+    if (epoch == 0 || (&known == &unwiped && known.pid.load(std::memory_order_relaxed) != getpid())) {
+        epoch = renew(known, epoch);
     }
-    if (gthread.nepoch.load(std::memory_order_relaxed) != nepoch) {
-        gthread.ntid.store(gettid(), std::memory_order_relaxed);
-        gthread.nepoch.store(nepoch, std::memory_order_release); /* last: a signal handler may come in between */
+    if (thread.epoch.load(std::memory_order_relaxed) != epoch) {
+        thread.tid.store(gettid(), std::memory_order_relaxed);
+        thread.epoch.store(epoch, std::memory_order_release); /* last: a signal handler may come in between */
     }
-    pself->npid = pprocess->npid.load(std::memory_order_relaxed);
-    pself->ntid = gthread.ntid.load(std::memory_order_relaxed);
-    pself->nepoch = nepoch;
+    return { known.pid.load(std::memory_order_relaxed), thread.tid.load(std::memory_order_relaxed), epoch };
 }
+
+} // namespace tesklog

@@ -6,21 +6,25 @@
 
 #include <sys/types.h>
 
-typedef struct {
-    pid_t npid;
-    pid_t ntid;
-    unsigned nepoch; /* tells a process from the one that forked it, even if both have the same number: never 0 */
-} LOG_SELF;
+namespace tesklog {
 
-/*
- * Prepares the operation below; before it has run, that one makes a system call each time. May be called again.
- */
-void log_self_init();
+struct Self {
+    pid_t pid;
+    pid_t tid;
+    unsigned epoch; /* tells a process from the one that forked it, even if both have the same number: never 0 */
 
-/*
- * Finds the calling process and thread. For any thread, signal handler and forked child; not for a vfork()ed one, which
- * passes for its parent.
- */
-void log_self_get(LOG_SELF* pself);
+    /*
+     * Prepares the operation below; before it has run, that one makes a system call each time. May be called again.
+     */
+    static void prepare();
+
+    /*
+     * Finds the calling process and thread. For any thread, signal handler and forked child; not for a vfork()ed one,
+     * which passes for its parent.
+     */
+    static Self current();
+};
+
+} // namespace tesklog
 
 #endif

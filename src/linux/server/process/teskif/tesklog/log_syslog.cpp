@@ -4,94 +4,96 @@
  */
 #include "log_syslog.h"
 
+#include "log_descriptor.h"
+
 #include <cstring>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
 
-static constexpr int gfacility = 3; /* system daemons */
+namespace tesklog {
 
-static void log_syslog_journal(const LOG_EVENT* pevent, LOG_TEXT* ptext)
+static constexpr int FACILITY = 3; /* system daemons */
+
+static void make_journal(const Event& event, Text& text)
 {
-    const LOG_RECORD* precord = pevent->precord;
+    const Record& record = event.record;
     const struct {
-        const char* pname;
-        const char* pvalue; /* null: the number */
-        int nvalue;
+        const char* name;
+        const char* value; /* null: the number */
+        int number;
     } fields[] = {
-        { "MESSAGE", pevent->sztext, 0 },
-        { "PRIORITY", nullptr, pevent->pentry->nseverity },
-        { "SYSLOG_FACILITY", nullptr, gfacility },
-        { "SYSLOG_IDENTIFIER", precord->pident, 0 },
-        { "SYSLOG_PID", nullptr, precord->self.npid },
-        { "TESK_EVENT", nullptr, precord->nevent },
-        { "TESK_EVENT_NAME", pevent->pentry->pname, 0 },
-        { "CODE_LINE", nullptr, precord->nline },
-        { "CODE_FUNC", precord->pfunction, 0 },
-        { "CODE_FILE", precord->pfile, 0 },
+        { "MESSAGE=", event.text, 0 },
+        { "\nPRIORITY=", nullptr, static_cast<int>(event.kind.severity) },
+        { "\nSYSLOG_FACILITY=", nullptr, FACILITY },
+        { "\nSYSLOG_IDENTIFIER=", record.ident, 0 },
+        { "\nSYSLOG_PID=", nullptr, record.self.pid },
+        { "\nTESK_EVENT=", nullptr, record.event },
+        { "\nTESK_EVENT_NAME=", event.kind.name, 0 },
+        { "\nCODE_LINE=", nullptr, record.line },
+        { "\nCODE_FUNC=", record.function, 0 },
+        { "\nCODE_FILE=", record.file, 0 },
     };
 
     for (const auto& field : fields) {
-        log_text_raw(ptext, "\n", ptext->nlen > 0 ? 1 : 0);
-        log_text_format(ptext, "%s=", field.pname);
-        if (field.pvalue != nullptr) {
-            log_text_put(ptext, field.pvalue, strnlen(field.pvalue, LOG_EVENT_LEN));
+        text.raw(field.name);
+        if (field.value != nullptr) {
+            text.put({ field.value, strnlen(field.value, EVENT_LENGTH) });
         } else {
-            log_text_format(ptext, "%d", field.nvalue);
+            text.format("%d", field.number);
         }
     }
-    log_text_close(ptext, "\n");
+    text.close("\n");
 }
 
-static void log_syslog_classic(const LOG_EVENT* pevent, LOG_TEXT* ptext)
+static void make_classic(const Event& event, Text& text)
 {
-    static constexpr char gmonths[12][4] = { "Jan", "Feb", "Mar", "Apr", "May", "Jun",
-                                             "Jul", "Aug", "Sep", "Oct", "Nov", "Dec" };
-    const LOG_TIME* ptime = &pevent->precord->time;
+    static constexpr char MONTHS[12][4] = { "Jan", "Feb", "Mar", "Apr", "May", "Jun",
+                                            "Jul", "Aug", "Sep", "Oct", "Nov", "Dec" };
+    const Record& record = event.record;
+    const Time& time = record.time;
 
-    log_text_format(ptext, "<%d>%s %2u %02u:%02u:%02u ", gfacility * 8 + pevent->pentry->nseverity,
-                    gmonths[ptime->nmonth - 1], ptime->nday, ptime->nhour, ptime->nminute, ptime->nsecond);
-    log_text_format(ptext, "%s[%d]: [%d %s] %s", pevent->precord->pident, pevent->precord->self.npid,
-                    pevent->precord->nevent, pevent->pentry->pname, pevent->sztext);
-    log_text_close(ptext, "");
+    text.format("<%d>%s %2u %02u:%02u:%02u ", FACILITY * 8 + static_cast<int>(event.kind.severity),
+                MONTHS[static_cast<unsigned>(time.date.month()) - 1], static_cast<unsigned>(time.date.day()), time.hour,
+                time.minute, time.second);
+    text.format("%s[%d]: [%d %s] %s", record.ident, record.self.pid, record.event, event.kind.name, event.text);
+    text.close("");
 }
 
 /*
  * The receivers, in the order in which they are tried.
  */
 static constexpr struct {
-    const char* ppath;
-    void (*pfmake)(const LOG_EVENT* pevent, LOG_TEXT* ptext);
-} greceivers[] = {
-    { "/run/systemd/journal/socket", log_syslog_journal },
-    { "/dev/log", log_syslog_classic },
+    std::string_view path;
+    void (*make)(const Event& event, Text& text);
+} RECEIVERS[] = {
+    { "/run/systemd/journal/socket", make_journal },
+    { "/dev/log", make_classic },
 };
 
-static bool log_syslog_put(int nsocket, const char* ppath, const LOG_TEXT* ptext)
+static bool send_to(int fd, std::string_view path, std::string_view datagram)
 {
     struct sockaddr_un address = {};
 
     address.sun_family = AF_UNIX;
-    memcpy(address.sun_path, ppath, strlen(ppath) + 1);
-    return sendto(nsocket, ptext->ptext, ptext->nlen, MSG_DONTWAIT | MSG_NOSIGNAL,
+    memcpy(address.sun_path, path.data(), path.size());
+    return sendto(fd, datagram.data(), datagram.size(), MSG_DONTWAIT | MSG_NOSIGNAL,
                   reinterpret_cast<const struct sockaddr*>(&address), sizeof(address)) >= 0;
 }
 
-void log_syslog_send(const LOG_EVENT* pevent)
+void syslog_send(const Event& event)
 {
-    char szdatagram[LOG_LINE_LEN];
-    LOG_TEXT text = {};
-    const int nsocket = log_fd_above_standard(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0));
-    bool bsent = false;
+    char buffer[LINE_LENGTH];
+    const Descriptor channel(above_standard(socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0)));
+    bool sent = channel.get() < 0;
 
-    for (const auto& receiver : greceivers) {
-        if (nsocket >= 0 && !bsent) {
-            log_text_open(&text, szdatagram, sizeof(szdatagram), LOG_ESC_LINE);
-            receiver.pfmake(pevent, &text);
-            bsent = log_syslog_put(nsocket, receiver.ppath, &text);
+    for (const auto& receiver : RECEIVERS) {
+        if (!sent) {
+            Text text(buffer, Escape::line);
+            receiver.make(event, text);
+            sent = send_to(channel.get(), receiver.path, text.view());
         }
     }
-    if (nsocket >= 0) {
-        close(nsocket);
-    }
 }
+
+} // namespace tesklog

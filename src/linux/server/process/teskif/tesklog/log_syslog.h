@@ -6,11 +6,15 @@
 
 #include "log_event.h"
 
+namespace tesklog {
+
 /*
  * Sends an event to the journal if there is one, else to /dev/log, as one datagram that is dropped if the receiver is
  * absent or slow: the event is in our own files anyway. Never blocks. For any thread, signal handler and forked child;
  * changes errno.
  */
-void log_syslog_send(const LOG_EVENT* pevent);
+void syslog_send(const Event& event);
+
+} // namespace tesklog
 
 #endif

@@ -3,243 +3,226 @@
  */
 #include "log_text.h"
 
-#include <cstdint>
+#include "tesk_control.h"
+
+#include <algorithm>
 #include <cstring>
 
-static constexpr char gcutmark[] = "...[cut]";
-static constexpr size_t gtailroom = sizeof(gcutmark) - 1 + 8 + 1; /* mark, end and NUL */
+namespace tesklog {
 
-void log_text_open(LOG_TEXT* ptext, char* parray, size_t nsize, int nescape)
-{
-    ptext->ptext = parray;
-    ptext->nlen = 0;
-    ptext->nlimit = nsize - gtailroom;
-    ptext->nescape = nescape;
-    ptext->bcut = false;
-}
+static constexpr std::string_view CUT_MARK = "...[cut]";
+static constexpr size_t TAIL_ROOM = CUT_MARK.size() + 8 + 1; /* mark, end and NUL */
 
-void log_text_raw(LOG_TEXT* ptext, const char* pbytes, size_t nbytes)
+Text::Text(char* array, size_t size, Escape escape) : array_(array), limit_(size - TAIL_ROOM), escape_(escape) {}
+
+void Text::raw(std::string_view bytes)
 {
-    if (ptext->bcut || nbytes > ptext->nlimit - ptext->nlen) {
-        ptext->bcut = true;
+    if (cut_ || bytes.size() > room()) {
+        cut_ = true;
     } else {
-        memcpy(ptext->ptext + ptext->nlen, pbytes, nbytes);
-        ptext->nlen += nbytes;
+        memcpy(array_ + length_, bytes.data(), bytes.size());
+        length_ += bytes.size();
     }
 }
 
+static bool is_continuation(char byte)
+{
+    return (static_cast<unsigned char>(byte) & 0xc0U) == 0x80;
+}
+
 /*
- * Length of the well-formed UTF-8 sequence of two or more bytes at the start of pbytes; 0 if there is none.
+ * Length of the well-formed UTF-8 sequence of two or more bytes at the start of a text; 0 if there is none.
  */
-static size_t log_utf8_length(const unsigned char* pbytes, size_t nbytes)
+static size_t utf8_length(std::string_view bytes)
 {
     static constexpr struct {
-        unsigned char nfirst, nlast, nlow, nhigh; /* range of the first byte and of the second */
-        unsigned char nlength;
-    } gforms[] = {
+        unsigned char first, last, low, high; /* range of the first byte and of the second */
+        unsigned char length;
+    } FORMS[] = {
         { 0xc2, 0xdf, 0x80, 0xbf, 2 }, { 0xe0, 0xe0, 0xa0, 0xbf, 3 }, { 0xe1, 0xec, 0x80, 0xbf, 3 },
         { 0xed, 0xed, 0x80, 0x9f, 3 }, { 0xee, 0xef, 0x80, 0xbf, 3 }, { 0xf0, 0xf0, 0x90, 0xbf, 4 },
         { 0xf1, 0xf3, 0x80, 0xbf, 4 }, { 0xf4, 0xf4, 0x80, 0x8f, 4 },
     };
-    size_t nlength = 0;
-    size_t ninx = 0;
+    const auto one = static_cast<unsigned char>(bytes[0]);
+    const auto two = static_cast<unsigned char>(bytes.size() > 1 ? bytes[1] : '\0');
+    const auto* form = std::find_if(std::begin(FORMS), std::end(FORMS), [one, two](const auto& row) {
+        return one >= row.first && one <= row.last && two >= row.low && two <= row.high;
+    });
+    const bool whole = form != std::end(FORMS) && bytes.size() >= form->length &&
+                       std::all_of(bytes.begin() + 2, bytes.begin() + form->length, is_continuation);
 
-    for (const auto& form : gforms) {
-        if (pbytes[0] >= form.nfirst && pbytes[0] <= form.nlast && nbytes >= form.nlength && pbytes[1] >= form.nlow &&
-            pbytes[1] <= form.nhigh) {
-            nlength = form.nlength;
-        }
-    }
-    for (ninx = 2; ninx < nlength; ninx++) {
-        if ((pbytes[ninx] & 0xc0) != 0x80) {
-            nlength = 0;
-        }
-    }
-    return nlength;
+    return whole ? form->length : 0;
 }
 
 /*
- * Number of the control character of several bytes at the start of pbytes; 0 if there is none. U+0080 to U+009F are
- * obeyed by terminals; U+2028 and U+2029 end a line for many programs.
- *   nlength  length of the sequence, as above
- */
-static unsigned log_utf8_control(const unsigned char* pbytes, size_t nlength)
-{
-    unsigned ncontrol = 0;
-
-    if (nlength == 2 && pbytes[0] == 0xc2 && pbytes[1] < 0xa0) {
-        ncontrol = pbytes[1];
-    } else if (nlength == 3 && pbytes[0] == 0xe2 && pbytes[1] == 0x80 && (pbytes[2] == 0xa8 || pbytes[2] == 0xa9)) {
-        ncontrol = 0x2000U | (pbytes[2] & 0x3fU);
-    }
-    return ncontrol;
-}
-
-/*
- * Adds the byte at the start of pbytes, which is not a plain one, or the character that begins with it. In a line, a
+ * Adds the byte at the start of a text, which is not a plain one, or the character that begins with it. In a line, a
  * control character of several bytes is escaped byte by byte: without the first one, the others are none.
  * Result: bytes consumed, at least 1. Out of line, so that a plain text does not pay for its variables.
  */
-static __attribute__((noinline)) size_t log_text_escape(LOG_TEXT* ptext, const unsigned char* pbytes, size_t nbytes)
+__attribute__((noinline)) size_t Text::escaped(std::string_view bytes)
 {
-    static constexpr char gnamed[] = "\n\r\t\\\"";
-    static constexpr char gnames[] = "nrt\\\"";
-    static constexpr unsigned greplacement = 0xfffd;
-    const bool bjson = ptext->nescape == LOG_ESC_JSON;
-    const char* pnamed = pbytes[0] != '\0' ? strchr(gnamed, pbytes[0]) : nullptr;
-    size_t nused = log_utf8_length(pbytes, nbytes);
-    const unsigned ncontrol = log_utf8_control(pbytes, nused);
-    unsigned nvalue = pbytes[0];
-    char szescape[8] = "\\";
-    size_t nescape = 2;
-    int nshift = bjson ? 12 : 4;
+    static constexpr std::string_view NAMED = "\n\r\t\\\"";
+    static constexpr std::string_view NAMES = "nrt\\\"";
+    static constexpr unsigned REPLACEMENT = 0xfffd;
+    const bool json = escape_ == Escape::json;
+    const size_t named = NAMED.find(bytes[0]);
+    const size_t whole = utf8_length(bytes);
+    const tesk::Control control = tesk::control_at(bytes);
 
-    if (nused > 0 && ncontrol == 0) {
-        log_text_raw(ptext, reinterpret_cast<const char*>(pbytes), nused);
-        goto monp_exit_func;
+    if (whole > 0 && control.length == 0) {
+        raw(bytes.substr(0, whole));
+        return whole;
     }
-    if (bjson && ncontrol != 0) {
-        nvalue = ncontrol;
+    unsigned value = static_cast<unsigned char>(bytes[0]);
+    if (json && control.length > 0) {
+        value = control.value;
+    } else if (json && value >= 0x80) {
+        value = REPLACEMENT;
+    }
+    char escape[8] = { '\\', json ? 'u' : 'x' };
+    size_t length = 2;
+    if (named != std::string_view::npos) {
+        escape[1] = NAMES[named];
     } else {
-        nvalue = bjson && nvalue >= 0x80 ? greplacement : nvalue;
-        nused = 1;
+        for (int shift = json ? 12 : 4; shift >= 0; shift -= 4) {
+            escape[length++] = HEX_LOWER[(value >> static_cast<unsigned>(shift)) & 0x0fU];
+        }
     }
-    szescape[1] = bjson ? 'u' : 'x';
-    if (pnamed != nullptr) {
-        szescape[1] = gnames[pnamed - gnamed];
-        nshift = -1;
-    }
-    for (; nshift >= 0; nshift -= 4) {
-        szescape[nescape++] = gloghexlower[(nvalue >> nshift) & 0x0f];
-    }
-    log_text_raw(ptext, szescape, nescape);
-
-monp_exit_func:
-    return nused;
+    raw({ escape, length });
+    return json && control.length > 0 ? control.length : 1;
 }
 
-static inline bool log_isplain(unsigned char nbyte, int nescape)
+static inline bool is_plain(unsigned char byte, Escape escape)
 {
-    return nescape == LOG_ESC_NONE ||
-           (nbyte >= 0x20 && nbyte < 0x7f && nbyte != '\\' && (nbyte != '"' || nescape != LOG_ESC_JSON));
+    return escape == Escape::none ||
+           (byte >= 0x20 && byte < 0x7f && byte != '\\' && (byte != '"' || escape != Escape::json));
 }
 
 /*
  * Tells of eight bytes at once whether all are plain. A byte below n is one in which subtracting n borrows from a high
  * bit that was not set; a byte equal to n is one that is below 1 after an exclusive or with n.
  */
-static inline bool log_areplain(uint64_t nbytes, int nescape)
+static inline bool are_plain(uint64_t bytes, Escape escape)
 {
-    constexpr uint64_t gones = 0x0101010101010101;
-    constexpr uint64_t ghighs = 0x8080808080808080;
-    const uint64_t nbackslash = nbytes ^ (gones * '\\');
-    const uint64_t nquote = nbytes ^ (gones * '"');
-    const uint64_t ndelete = nbytes ^ (gones * 0x7f);
-    uint64_t nspecial = nbytes | ((nbytes - gones * 0x20) & ~nbytes) | ((nbackslash - gones) & ~nbackslash) |
-                        ((ndelete - gones) & ~ndelete);
+    constexpr uint64_t ONES = 0x0101010101010101;
+    constexpr uint64_t HIGHS = 0x8080808080808080;
+    const uint64_t backslash = bytes ^ (ONES * '\\');
+    const uint64_t quote = bytes ^ (ONES * '"');
+    const uint64_t del = bytes ^ (ONES * 0x7f);
+    uint64_t special =
+        bytes | ((bytes - ONES * 0x20) & ~bytes) | ((backslash - ONES) & ~backslash) | ((del - ONES) & ~del);
 
-    if (nescape == LOG_ESC_JSON) {
-        nspecial |= (nquote - gones) & ~nquote;
+    if (escape == Escape::json) {
+        special |= (quote - ONES) & ~quote;
     }
-    return nescape == LOG_ESC_NONE || (nspecial & ghighs) == 0;
+    return escape == Escape::none || (special & HIGHS) == 0;
 }
 
 /*
- * Where to cut a text, at nend at the latest, so that no character is torn. What is not UTF-8 is cut anywhere.
+ * Where to cut a text, at `end` at the latest, so that no character is torn. What is not UTF-8 is cut anywhere.
  */
-static size_t log_utf8_floor(const unsigned char* pbytes, size_t nend)
+static size_t utf8_floor(std::string_view bytes, size_t end)
 {
-    const size_t nfirst = nend > 3 ? nend - 3 : 0;
+    const size_t first = end > 3 ? end - 3 : 0;
 
-    while (nend > nfirst && (pbytes[nend] & 0xc0) == 0x80) {
-        nend--;
+    while (end > first && is_continuation(bytes[end])) {
+        end--;
     }
-    return nend;
+    return end;
 }
 
 /*
- * Adds the plain bytes that pbytes begins with, as many as there is room for.
+ * Adds the plain bytes that a text begins with, as many as there is room for.
  * Result: bytes consumed.
  */
-static size_t log_text_plain(LOG_TEXT* ptext, const unsigned char* pbytes, size_t nbytes)
+size_t Text::plain(std::string_view bytes)
 {
-    const size_t nroom = ptext->nlimit - ptext->nlen;
-    const size_t nmax = nbytes < nroom ? nbytes : nroom;
-    const int nescape = ptext->nescape;
-    char* ptarget = ptext->ptext + ptext->nlen;
-    uint64_t neight = 0;
-    size_t ninx = 0;
+    const size_t most = std::min(bytes.size(), room());
+    const bool overflows = bytes.size() > most;
+    const char* const source = bytes.data();
+    char* const target = array_ + length_;
+    const Escape escape = escape_;
+    uint64_t eight = 0;
+    size_t at = 0;
 
-    for (; nmax - ninx >= sizeof(neight); ninx += sizeof(neight)) {
-        memcpy(&neight, pbytes + ninx, sizeof(neight));
-        if (!log_areplain(neight, nescape)) {
+    for (; most - at >= sizeof(eight); at += sizeof(eight)) {
+        memcpy(&eight, source + at, sizeof(eight));
+        if (!are_plain(eight, escape)) {
             break;
         }
-        memcpy(ptarget + ninx, &neight, sizeof(neight));
+        memcpy(target + at, &eight, sizeof(eight));
     }
-    while (ninx < nmax && log_isplain(pbytes[ninx], nescape)) {
-        ptarget[ninx] = static_cast<char>(pbytes[ninx]);
-        ninx++;
+    while (at < most && is_plain(static_cast<unsigned char>(source[at]), escape)) {
+        target[at] = source[at];
+        at++;
     }
-    ptext->bcut = ninx == nroom && ninx < nbytes;
-    if (ptext->bcut && nescape == LOG_ESC_NONE) {
-        ninx = log_utf8_floor(pbytes, ninx);
+    cut_ = at == most && overflows;
+    if (cut_ && escape == Escape::none) {
+        at = utf8_floor(bytes, at);
     }
-    ptext->nlen += ninx;
-    return ninx;
+    length_ += at;
+    return at;
 }
 
-void log_text_put(LOG_TEXT* ptext, const char* pbytes, size_t nbytes)
+void Text::put(std::string_view bytes)
 {
-    const unsigned char* psource = reinterpret_cast<const unsigned char*>(pbytes);
-    size_t ninx = 0;
-
-    while (ninx < nbytes && !ptext->bcut) {
-        ninx += log_text_plain(ptext, psource + ninx, nbytes - ninx);
-        if (ninx < nbytes && !ptext->bcut) {
-            ninx += log_text_escape(ptext, psource + ninx, nbytes - ninx);
+    while (!bytes.empty() && !cut_) {
+        bytes.remove_prefix(plain(bytes));
+        if (!bytes.empty() && !cut_) {
+            bytes.remove_prefix(escaped(bytes));
         }
     }
 }
 
-char* log_text_digits(char* pend, uintmax_t nvalue, unsigned nbase, const char* pdigits)
+void Text::put_share(std::string_view bytes, size_t share)
 {
-    const int nshift = nbase == 16 ? 4 : 3;
+    const size_t limit = limit_;
 
-    if (nbase == 10) { /* apart, as a division by a constant is many times faster */
+    limit_ = std::min(limit, length_ + share - CUT_MARK.size() - 1);
+    put(bytes);
+    limit_ = limit;
+    if (cut_) {
+        cut_ = false;
+        raw(CUT_MARK);
+    }
+}
+
+char* Text::digits(char* end, uintmax_t value, unsigned base, const char* symbols)
+{
+    const unsigned shift = base == 16 ? 4 : 3;
+
+    if (base == 10) { /* apart, as a division by a constant is many times faster */
         do {
-            *--pend = pdigits[nvalue % 10];
-            nvalue /= 10;
-        } while (nvalue != 0);
+            *--end = symbols[value % 10];
+            value /= 10;
+        } while (value != 0);
     } else {
         do {
-            *--pend = pdigits[nvalue & (nbase - 1)];
-            nvalue >>= nshift;
-        } while (nvalue != 0);
+            *--end = symbols[value & (base - 1)];
+            value >>= shift;
+        } while (value != 0);
     }
-    return pend;
+    return end;
 }
 
-void log_text_number(LOG_TEXT* ptext, unsigned long nvalue, int ndigits)
+void Text::number(unsigned long value)
 {
-    char szdigits[24];
-    char* pend = szdigits + sizeof(szdigits);
-    char* pfirst = log_text_digits(pend, nvalue, 10, gloghexlower);
+    char buffer[24];
+    char* const end = buffer + sizeof(buffer);
+    const char* const first = digits(end, value, 10, HEX_LOWER);
 
-    while (pend - pfirst < ndigits) {
-        *--pfirst = '0';
-    }
-    log_text_raw(ptext, pfirst, static_cast<size_t>(pend - pfirst));
+    raw({ first, static_cast<size_t>(end - first) });
 }
 
-void log_text_close(LOG_TEXT* ptext, const char* pend)
+void Text::close(std::string_view end)
 {
-    const size_t nend = strlen(pend);
-
-    if (ptext->bcut) {
-        memcpy(ptext->ptext + ptext->nlen, gcutmark, sizeof(gcutmark) - 1);
-        ptext->nlen += sizeof(gcutmark) - 1;
+    if (cut_) {
+        memcpy(array_ + length_, CUT_MARK.data(), CUT_MARK.size());
+        length_ += CUT_MARK.size();
     }
-    memcpy(ptext->ptext + ptext->nlen, pend, nend + 1);
-    ptext->nlen += nend;
+    memcpy(array_ + length_, end.data(), end.size());
+    length_ += end.size();
+    array_[length_] = '\0';
 }
+
+} // namespace tesklog

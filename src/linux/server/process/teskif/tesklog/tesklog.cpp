@@ -10,117 +10,113 @@
 #include "log_event.h"
 #include "tesk_home.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <ctime>
 
-enum __tesklog_limit__ {
-    TESKLOG_SLOTS = 32,
-    TESKLOG_IDENT_LEN = 65,
-    TESKLOG_DEF_LEVEL = TESKLOG_INFO,
-    TESKLOG_DEF_SIZE = 5000000,
-    TESKLOG_MIN_SIZE = LOG_LINE_LEN,
-    TESKLOG_DEF_GENERATIONS = 5
+namespace tesklog {
+
+static constexpr int SLOTS = 32;
+static constexpr int IDENT_LENGTH = 65;
+static constexpr int DEFAULT_LEVEL = TESKLOG_INFO;
+static constexpr int DEFAULT_SIZE = 5000000;
+static constexpr int SMALLEST_SIZE = LINE_LENGTH;
+static constexpr int DEFAULT_GENERATIONS = 5;
+
+namespace {
+
+struct Slot {
+    std::atomic<bool> taken;        /* from log_init until the last one has left */
+    std::atomic<uintptr_t> opening; /* number of the opening; 0: closed */
+    std::atomic<int64_t> level;     /* wider than a record's, to have a value below all of them */
+    std::atomic<int> users;         /* one for the open log, one for each writer in it; 0: nobody may enter */
+    uintptr_t openings;             /* so far; changed by who has taken the slot */
+    int zone;                       /* minutes east of UTC */
+    char ident[IDENT_LENGTH];
+    File log;
+    File events;
 };
 
-typedef struct {
-    std::atomic<bool> btaken;     /* from log_init until the last one has left */
-    std::atomic<uintptr_t> nopen; /* number of the opening; 0: closed */
-    std::atomic<int64_t> nlevel;  /* wider than a record's, to have a value below all of them */
-    std::atomic<int> nusers;      /* one for the open log, one for each writer in it; 0: nobody may enter */
-    uintptr_t nopenings;          /* so far; changed by who has taken the slot */
-    int nzone;                    /* minutes east of UTC */
-    char szident[TESKLOG_IDENT_LEN];
-    LOG_FILE log;
-    LOG_FILE events;
-} LOG_SLOT;
-
 /* constant, as an initialiser that runs could undo a log_init made by another library's */
-static constinit LOG_SLOT gslots[TESKLOG_SLOTS] = {};
+constinit Slot slots[SLOTS] = {};
+
+} // namespace
 
 /* ---------------------------------------------------------------- handles ---- */
 
-static constexpr uintptr_t gslotbits = 8; /* the low bits of a handle are the slot, the others the opening */
-static constexpr uintptr_t gslotmask = (1 << gslotbits) - 1;
+static constexpr uintptr_t SLOT_BITS = 8; /* the low bits of a handle are the slot, the others the opening */
+static constexpr uintptr_t SLOT_MASK = (1 << SLOT_BITS) - 1;
 
-static_assert(TESKLOG_SLOTS <= gslotmask, "a handle has room for each slot");
+static_assert(SLOTS <= SLOT_MASK, "a handle has room for each slot");
 
-static inline LOG_SLOT* log_handle_slot(const void* phandle)
+static inline Slot* slot_of(const void* handle)
 {
-    const uintptr_t nslot = reinterpret_cast<uintptr_t>(phandle) & gslotmask;
+    const uintptr_t number = reinterpret_cast<uintptr_t>(handle) & SLOT_MASK;
 
-    return nslot < TESKLOG_SLOTS ? &gslots[nslot] : nullptr;
+    return number < SLOTS ? &slots[number] : nullptr;
 }
 
-static inline uintptr_t log_handle_opening(const void* phandle)
+static inline uintptr_t opening_of(const void* handle)
 {
-    return reinterpret_cast<uintptr_t>(phandle) >> gslotbits;
+    return reinterpret_cast<uintptr_t>(handle) >> SLOT_BITS;
 }
 
-static void* log_handle_make(const LOG_SLOT* pslot, uintptr_t nopening)
+static void* make_handle(const Slot& slot, uintptr_t opening)
 {
-    return reinterpret_cast<void*>(nopening << gslotbits | static_cast<uintptr_t>(pslot - gslots));
+    return reinterpret_cast<void*>(opening << SLOT_BITS | static_cast<uintptr_t>(&slot - slots));
 }
 
 /*
  * Tells whether a handle is that of an open log. A null handle is number 0 of slot 0, which is never open.
  */
-static inline bool log_handle_isopen(const void* phandle, const LOG_SLOT* pslot)
+static inline bool is_open(const void* handle, const Slot* slot)
 {
-    const uintptr_t nopening = log_handle_opening(phandle);
+    const uintptr_t opening = opening_of(handle);
 
-    return nopening != 0 && pslot != nullptr && pslot->nopen.load(std::memory_order_relaxed) == nopening;
+    return opening != 0 && slot != nullptr && slot->opening.load(std::memory_order_relaxed) == opening;
 }
 
-static LOG_SLOT* log_slot_take()
+static Slot* take_slot()
 {
-    LOG_SLOT* ptaken = nullptr;
+    Slot* const slot = std::find_if(std::begin(slots), std::end(slots), [](Slot& candidate) {
+        return !candidate.taken.exchange(true, std::memory_order_acquire);
+    });
 
-    for (LOG_SLOT& slot : gslots) {
-        if (ptaken == nullptr && !slot.btaken.exchange(true, std::memory_order_acquire)) {
-            ptaken = &slot;
-        }
-    }
-    return ptaken;
-}
-
-static void log_slot_close(LOG_SLOT* pslot)
-{
-    LOG_RECORD last = {};
-
-    last.pident = pslot->szident;
-    log_record_stamp(&last, pslot->nzone);
-    log_file_close(&pslot->log, &last);
-    log_file_close(&pslot->events, &last);
+    return slot != std::end(slots) ? slot : nullptr;
 }
 
 /*
  * Leaves a slot; the last one closes it and gives it back.
  */
-static void log_slot_leave(LOG_SLOT* pslot)
+static void leave(Slot& slot)
 {
-    if (pslot->nusers.fetch_sub(1, std::memory_order_acq_rel) == 1) {
-        log_slot_close(pslot);
-        pslot->btaken.store(false, std::memory_order_release);
+    if (slot.users.fetch_sub(1, std::memory_order_acq_rel) == 1) {
+        Record last = {};
+        last.ident = slot.ident;
+        last.stamp(slot.zone);
+        slot.log.close(last);
+        slot.events.close(last);
+        slot.taken.store(false, std::memory_order_release);
     }
 }
 
 /*
  * Enters the slot of a handle, which log_term may be closing at this moment.
  */
-static bool log_slot_enter(LOG_SLOT* pslot, const void* phandle)
+static bool enter(Slot& slot, const void* handle)
 {
-    int nusers = pslot->nusers.load(std::memory_order_relaxed);
-    bool bentered = false;
+    int users = slot.users.load(std::memory_order_relaxed);
+    bool entered = false;
 
-    while (nusers > 0 && !bentered) {
-        bentered = pslot->nusers.compare_exchange_weak(nusers, nusers + 1, std::memory_order_acquire);
+    while (users > 0 && !entered) {
+        entered = slot.users.compare_exchange_weak(users, users + 1, std::memory_order_acquire);
     }
-    if (bentered && !log_handle_isopen(phandle, pslot)) {
-        log_slot_leave(pslot);
-        bentered = false;
+    if (entered && !is_open(handle, &slot)) {
+        leave(slot);
+        entered = false;
     }
-    return bentered;
+    return entered;
 }
 
 /* ---------------------------------------------------------------- opening and closing ---- */
@@ -128,238 +124,225 @@ static bool log_slot_enter(LOG_SLOT* pslot, const void* phandle)
 /*
  * An ident is a part of file names and a word of each line, so it must not lead to another directory or be split.
  */
-static bool log_ident_isvalid(const char* pident)
+static bool is_valid(const char* ident)
 {
-    static constexpr char gallowed[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_-.";
-    const size_t nlength = pident != nullptr ? strnlen(pident, TESKLOG_IDENT_LEN) : 0;
+    static constexpr char ALLOWED[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_-.";
+    const size_t length = ident != nullptr ? strnlen(ident, IDENT_LENGTH) : 0;
 
-    return nlength > 0 && nlength < TESKLOG_IDENT_LEN && pident[0] != '.' && strspn(pident, gallowed) == nlength;
+    return length > 0 && length < IDENT_LENGTH && ident[0] != '.' && strspn(ident, ALLOWED) == length;
 }
 
 /*
  * The highest level of a record to be kept, from the configured one.
  */
-static int64_t log_level(int nlevel)
+static int64_t highest_level(int level)
 {
-    int64_t nhighest = nlevel;
+    int64_t highest = level;
 
-    if (nlevel == 0) {
-        nhighest = TESKLOG_DEF_LEVEL;
-    } else if (nlevel < 0) {
-        nhighest = INT64_MIN;
+    if (level == 0) {
+        highest = DEFAULT_LEVEL;
+    } else if (level < 0) {
+        highest = INT64_MIN;
     }
-    return nhighest;
+    return highest;
 }
 
-static int log_zone()
+static int local_zone()
 {
-    const time_t nnow = time(nullptr);
+    const time_t now = time(nullptr);
     struct tm local = {};
 
     tzset();
-    return localtime_r(&nnow, &local) != nullptr ? static_cast<int>(local.tm_gmtoff / 60) : 0;
+    return localtime_r(&now, &local) != nullptr ? static_cast<int>(local.tm_gmtoff / 60) : 0;
 }
 
 /*
  * Begins a line of the library's own.
- *   precord  the record that is written just now
- *   nline    where the line is made
+ *   record  the record that is written just now
+ *   line    where the line is made
  */
-static void log_warning_head(LOG_TEXT* ptext, const LOG_RECORD* precord, int nline)
+static void put_warning_head(Text& text, const Record& record, int line)
 {
-    LOG_RECORD warning = *precord;
+    Record warning = record;
 
-    warning.nlevel = TESKLOG_WARNING;
-    warning.pfile = __FILE__;
-    warning.nline = nline;
-    warning.pfunction = "log_write";
-    log_record_head(ptext, &warning);
+    warning.level = TESKLOG_WARNING;
+    warning.file = __FILE__;
+    warning.line = line;
+    warning.function = "log_write";
+    warning.put_head(text);
 }
 
 /*
- * Makes the line that says that records are missing: a PFLOGNOTICE.
+ * Makes the line that says that records are missing: a Notice.
  */
-static void log_notice(LOG_TEXT* ptext, const LOG_RECORD* precord, unsigned long nlost)
+static void notice(Text& text, const Record& record, unsigned long lost)
 {
-    log_warning_head(ptext, precord, __LINE__);
-    log_text_format(ptext, "%lu records lost.", nlost);
+    put_warning_head(text, record, __LINE__);
+    text.format("%lu records lost.", lost);
 }
 
 /*
  * Prepares the two files of a slot and opens them. Without them the log is open all the same: what keeps them from
  * being opened now may be over soon, so the records try again. Only a path that is too long will never be opened.
  */
-static int log_slot_open(LOG_SLOT* pslot, off_t nsize, int ngenerations)
+static int open_slot(Slot& slot, off_t size, int generations)
 {
-    char szdirectory[LOG_PATH_LEN];
-    LOG_TEXT directory = {};
-    LOG_SELF self = {};
-    int ncode = 0;
+    char directory[PATH_LENGTH];
+    Text made(directory, Escape::none);
 
-    log_text_open(&directory, szdirectory, sizeof(szdirectory), LOG_ESC_NONE);
-    log_text_format(&directory, "%s/log", tesk_home());
-    log_text_close(&directory, "");
-
-    ncode = directory.bcut ? ENAMETOOLONG : 0;
-    if (ncode == 0) {
-        ncode = log_file_init(&pslot->log, szdirectory, pslot->szident, ".log", nsize, ngenerations, log_notice);
+    made.format("%s/log", tesk_home());
+    made.close("");
+    int code = made.cut() ? ENAMETOOLONG : 0;
+    if (code == 0) {
+        code = slot.log.prepare(directory, slot.ident, ".log", size, generations, notice);
     }
-    if (ncode == 0) {
-        ncode = log_file_init(&pslot->events, szdirectory, pslot->szident, ".events.jsonl", nsize, ngenerations,
-                              log_event_notice);
+    if (code == 0) {
+        code = slot.events.prepare(directory, slot.ident, ".events.jsonl", size, generations, event_notice);
     }
-    if (ncode == 0) {
-        log_self_get(&self);
-        ncode = log_file_open(&pslot->log, &self) == ENAMETOOLONG ? ENAMETOOLONG : 0;
+    if (code == 0) {
+        const Self self = Self::current();
+        code = slot.log.open(self) == ENAMETOOLONG ? ENAMETOOLONG : 0;
+        if (code == 0) {
+            slot.events.open(self);
+        }
     }
-    if (ncode == 0) {
-        log_file_open(&pslot->events, &self);
-    }
-    return ncode;
+    return code;
 }
 
-int log_init(const char* ident, void** handle, int level, int size, int generations)
+static int open_log(const char* ident, void*& handle, int level, int size, int generations)
 {
-    LOG_SLOT* pslot = nullptr;
-    int ncode = 0;
+    Slot* const slot = take_slot();
 
-    if (handle != nullptr) {
-        *handle = nullptr;
+    if (slot == nullptr) {
+        return EMFILE;
     }
-    if (handle == nullptr || !log_ident_isvalid(ident)) {
-        ncode = EINVAL;
-        goto monp_exit_func;
+    Self::prepare();
+    memcpy(slot->ident, ident, strlen(ident) + 1);
+    slot->zone = local_zone();
+    slot->level.store(highest_level(level), std::memory_order_relaxed);
+    const int code = open_slot(*slot, std::max(size <= 0 ? DEFAULT_SIZE : size, SMALLEST_SIZE),
+                               generations <= 0 ? DEFAULT_GENERATIONS : generations);
+    if (code == 0) {
+        slot->openings++;
+        slot->opening.store(slot->openings, std::memory_order_relaxed);
+        slot->users.store(1, std::memory_order_release);
+        handle = make_handle(*slot, slot->openings);
+    } else {
+        slot->taken.store(false, std::memory_order_release);
     }
-    pslot = log_slot_take();
-    if (pslot == nullptr) {
-        ncode = EMFILE;
-        goto monp_exit_func;
-    }
-
-    log_self_init();
-    size = size <= 0 ? TESKLOG_DEF_SIZE : size;
-    size = size < TESKLOG_MIN_SIZE ? TESKLOG_MIN_SIZE : size;
-    memcpy(pslot->szident, ident, strlen(ident) + 1);
-    pslot->nzone = log_zone();
-    pslot->nlevel.store(log_level(level), std::memory_order_relaxed);
-    ncode = log_slot_open(pslot, size, generations <= 0 ? TESKLOG_DEF_GENERATIONS : generations);
-    if (ncode != 0) {
-        goto monp_exit_release;
-    }
-    pslot->nopenings++;
-    pslot->nopen.store(pslot->nopenings, std::memory_order_relaxed);
-    pslot->nusers.store(1, std::memory_order_release);
-    *handle = log_handle_make(pslot, pslot->nopenings);
-    goto monp_exit_func;
-
-monp_exit_release:
-    pslot->btaken.store(false, std::memory_order_release);
-monp_exit_func:
-    return ncode;
-}
-
-void log_term(void* handle)
-{
-    LOG_SLOT* pslot = log_handle_slot(handle);
-    uintptr_t nopening = log_handle_opening(handle);
-    const int nerror = errno;
-
-    /* of two that close the same handle, one closes it */
-    if (nopening != 0 && pslot != nullptr && pslot->nopen.compare_exchange_strong(nopening, 0)) {
-        log_slot_leave(pslot);
-    }
-    errno = nerror;
+    return code;
 }
 
 /* ---------------------------------------------------------------- writing ---- */
 
 /* The three below each have a line on the stack; inlined, they would have them at the same time. */
 
-static __attribute__((noinline)) void log_write_line(LOG_SLOT* pslot, const LOG_RECORD* precord, const char* pformat,
-                                                     va_list pargs)
+static __attribute__((noinline)) void write_line(Slot& slot, const Record& record, const char* form, va_list arguments)
 {
-    char szline[LOG_LINE_LEN];
-    LOG_TEXT line = {};
+    char buffer[LINE_LENGTH];
+    Text line(buffer, Escape::line);
 
-    log_text_open(&line, szline, sizeof(szline), LOG_ESC_LINE);
-    log_record_head(&line, precord);
-    if (pformat != nullptr) {
-        log_text_vformat(&line, pformat, pargs);
+    record.put_head(line);
+    if (form != nullptr) {
+        line.vformat(form, arguments);
     }
-    log_text_close(&line, "\n");
-    log_file_write(&pslot->log, precord, &line);
+    line.close("\n");
+    slot.log.write(record, line);
 }
 
-static __attribute__((noinline)) void log_write_event(LOG_SLOT* pslot, const LOG_RECORD* precord, const char* pformat,
-                                                      va_list pargs)
+static __attribute__((noinline)) void write_event(Slot& slot, const Record& record, const char* form, va_list arguments)
 {
-    LOG_EVENT event;
+    const Event event(record, form, arguments);
 
-    log_event_make(&event, precord, pformat, pargs);
-    log_event_write(&event, &pslot->log, &pslot->events);
+    event.write(slot.log, slot.events);
 }
 
 /*
  * Says that a file has begun to grow without a limit, behind the record that found it full.
  */
-static __attribute__((noinline)) void log_write_refusal(LOG_SLOT* pslot, const LOG_RECORD* precord,
-                                                        const LOG_FILE* pfile, int ncode)
+static __attribute__((noinline)) void write_refusal(Slot& slot, const Record& record, const File& file, int code)
 {
-    char szline[LOG_LINE_LEN];
-    LOG_TEXT line = {};
+    char buffer[LINE_LENGTH];
+    Text line(buffer, Escape::line);
 
-    log_text_open(&line, szline, sizeof(szline), LOG_ESC_LINE);
-    log_warning_head(&line, precord, __LINE__);
-    log_text_format(&line, "log cannot be rotated. (path=%s errno=%d)", pfile->szpath, ncode);
-    log_text_close(&line, "\n");
-    log_file_write(&pslot->log, precord, &line);
+    put_warning_head(line, record, __LINE__);
+    line.format("log cannot be rotated. (path=%s errno=%d)", file.path(), code);
+    line.close("\n");
+    slot.log.write(record, line);
 }
 
 /*
  * Writes a record that the level let through. Apart from log_write, so that a record that is dropped does not pay for
  * what is needed here.
  */
-static __attribute__((noinline)) void log_write_kept(LOG_SLOT* pslot, const void* phandle, LOG_RECORD* precord,
-                                                     const char* pformat, va_list pargs)
+static __attribute__((noinline)) void write_kept(Slot& slot, const void* handle, Record& record, const char* form,
+                                                 va_list arguments)
 {
-    const int nerror = errno;
-    int ncode = 0;
+    const int error = errno;
 
-    if (log_slot_enter(pslot, phandle)) {
-        precord->pident = pslot->szident;
-        log_record_stamp(precord, pslot->nzone);
-        if (precord->nlevel == TESKLOG_EVENT) {
-            log_write_event(pslot, precord, pformat, pargs);
+    if (enter(slot, handle)) {
+        record.ident = slot.ident;
+        record.stamp(slot.zone);
+        if (record.level == TESKLOG_EVENT) {
+            write_event(slot, record, form, arguments);
         } else {
-            log_write_line(pslot, precord, pformat, pargs);
+            write_line(slot, record, form, arguments);
         }
-        for (LOG_FILE* pfile : { &pslot->log, &pslot->events }) {
-            ncode = log_file_refusal(pfile);
-            if (ncode != 0) {
-                log_write_refusal(pslot, precord, pfile, ncode);
+        for (File* file : { &slot.log, &slot.events }) {
+            const int code = file->take_refusal();
+            if (code != 0) {
+                write_refusal(slot, record, *file, code);
             }
         }
-        log_slot_leave(pslot);
+        leave(slot);
     }
-    errno = nerror;
+    errno = error;
+}
+
+} // namespace tesklog
+
+/* ---------------------------------------------------------------- the interface ---- */
+
+int log_init(const char* ident, void** handle, int level, int size, int generations)
+{
+    int code = EINVAL;
+
+    if (handle != nullptr) {
+        *handle = nullptr;
+        code = tesklog::is_valid(ident) ? tesklog::open_log(ident, *handle, level, size, generations) : EINVAL;
+    }
+    return code;
+}
+
+void log_term(void* handle)
+{
+    tesklog::Slot* const slot = tesklog::slot_of(handle);
+    uintptr_t opening = tesklog::opening_of(handle);
+    const int error = errno;
+
+    /* of two that close the same handle, one closes it */
+    if (opening != 0 && slot != nullptr && slot->opening.compare_exchange_strong(opening, 0)) {
+        tesklog::leave(*slot);
+    }
+    errno = error;
 }
 
 void log_write(void* handle, int level, int event, const char* file, int line, const char* function, const char* format,
                ...)
 {
-    LOG_SLOT* pslot = log_handle_slot(handle);
-    va_list pargs;
+    tesklog::Slot* const slot = tesklog::slot_of(handle);
+    va_list arguments;
 
-    if (log_handle_isopen(handle, pslot) &&
-        (level <= pslot->nlevel.load(std::memory_order_relaxed) || level == TESKLOG_EVENT)) {
-        LOG_RECORD record = {};
-        record.nlevel = level;
-        record.nevent = event;
-        record.pfile = file;
-        record.nline = line;
-        record.pfunction = function;
-        va_start(pargs, format);
-        log_write_kept(pslot, handle, &record, format, pargs);
-        va_end(pargs);
+    if (tesklog::is_open(handle, slot) &&
+        (level <= slot->level.load(std::memory_order_relaxed) || level == TESKLOG_EVENT)) {
+        tesklog::Record record = {};
+        record.level = level;
+        record.event = event;
+        record.file = file;
+        record.line = line;
+        record.function = function;
+        va_start(arguments, format);
+        tesklog::write_kept(*slot, handle, record, format, arguments);
+        va_end(arguments);
     }
 }

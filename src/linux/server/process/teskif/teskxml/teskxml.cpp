@@ -5,6 +5,7 @@
 
 #include "tesk_home.h"
 #include "teskxml_error.h"
+#include "teskxml_open.h"
 #include "teskxml_set.h"
 #include "teskxml_value.h"
 
@@ -18,7 +19,7 @@ typedef struct {
 
 static TESKXML_STATE gteskxml;
 
-static int teskxml_checkopen()
+int teskxml_checkopen()
 {
     return gteskxml.open ? TESKXML_RET_SUCCESS
                          : teskxml_fail(TESKXML_RET_FAIL_NOTOPEN, nullptr, 0, 0, "the library is not open");
@@ -260,31 +261,6 @@ int xmllib_get_value(const char* key, int kind, void* destination, int* capacity
     }
     nfuncret = kind == TESKXML_TEXT ? teskxml_value_text(pdoc, nnode, destination, static_cast<size_t>(*capacity))
                                     : teskxml_value_int(pdoc, nnode, destination, static_cast<size_t>(*capacity));
-
-monp_exit_func:
-    return nfuncret;
-}
-
-int teskxml_walk(TESKXML_VISIT visit, void* context)
-{
-    int nfuncret = teskxml_checkopen();
-    int nstop = 0;
-
-    if (nfuncret != TESKXML_RET_SUCCESS) {
-        goto monp_exit_func;
-    }
-    if (visit == nullptr) {
-        nfuncret = teskxml_missing("the operation to call");
-        goto monp_exit_func;
-    }
-    for (const TESKXML_DOC* pdoc = teskxml_set_first(); pdoc != nullptr; pdoc = pdoc->pnext) {
-        for (uint32_t nnode = 0; nnode < pdoc->nodes && nstop == 0; nnode++) {
-            if (!pdoc->pnode[nnode].branch) {
-                nstop = visit(teskxml_doc_key(pdoc, nnode), teskxml_doc_value(pdoc, nnode), pdoc->pfile,
-                              pdoc->pnode[nnode].line, context);
-            }
-        }
-    }
 
 monp_exit_func:
     return nfuncret;

@@ -4,7 +4,6 @@
  */
 #include "teskxml_error.h"
 
-#include <cerrno>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -56,7 +55,10 @@ static constexpr bool teskxml_rowsagree()
 }
 static_assert(teskxml_rowsagree(), "one row for each result code, in their order");
 
-static char gszerror[TESKXML_MAX_PATH + 1024];
+/* The sentence is composed in here, and the file's path is copied, as the file may be released by the next call. */
+static char gszsentence[1024];
+static char gszfile[TESKXML_MAX_PATH + 1];
+static TESKXML_FAILURE gfailure = { TESKXML_RET_SUCCESS, gszfile, 0, 0, gszsentence };
 
 TESKXML_SHOWN teskxml_shown(const char* ptext)
 {
@@ -75,56 +77,31 @@ TESKXML_SHOWN teskxml_shown(const char* ptext)
     return shown;
 }
 
-/* Adds to the record behind the first nlen bytes; result: the length then, never beyond the record's last byte. */
-static size_t teskxml_append(size_t nlen, const char* pformat, va_list args) __attribute__((format(printf, 2, 0)));
-
-static size_t teskxml_append(size_t nlen, const char* pformat, va_list args)
+/* A text of a file or a caller must not make a terminal do anything. */
+static void teskxml_hidecontrols(char* ptext)
 {
-    int nadd = vsnprintf(gszerror + nlen, sizeof(gszerror) - nlen, pformat, args);
-
-    if (nadd < 0 || static_cast<size_t>(nadd) >= sizeof(gszerror) - nlen) {
-        memcpy(gszerror + sizeof(gszerror) - sizeof("..."), "...", sizeof("..."));
-        nlen = sizeof(gszerror) - 1;
-    } else {
-        nlen += static_cast<size_t>(nadd);
+    for (; *ptext != '\0'; ptext++) {
+        if (static_cast<unsigned char>(*ptext) < ' ' || *ptext == 0x7f) {
+            *ptext = '?';
+        } else if (*ptext == '\xc2' && (ptext[1] & 0xe0) == 0x80) {
+            ptext[0] = ptext[1] = '?'; /* U+0080 to U+009F, which a terminal obeys as well */
+        }
     }
-    return nlen;
-}
-
-static size_t teskxml_appendf(size_t nlen, const char* pformat, ...) __attribute__((format(printf, 2, 3)));
-
-static size_t teskxml_appendf(size_t nlen, const char* pformat, ...)
-{
-    va_list args;
-
-    va_start(args, pformat);
-    nlen = teskxml_append(nlen, pformat, args);
-    va_end(args);
-    return nlen;
 }
 
 int teskxml_vfail(int ncode, const char* pfile, int nline, int ncolumn, const char* pformat, va_list args)
 {
-    int nerrno = errno;
-    size_t nlen = 0;
+    static constexpr char szmark[] = "...";
+    int nlen = vsnprintf(gszsentence, sizeof(gszsentence), pformat, args);
 
-    if (pfile != nullptr) {
-        nlen = teskxml_appendf(nlen, "%s:", pfile);
-        if (nline > 0) {
-            nlen = teskxml_appendf(nlen, "%d:%d:", nline, ncolumn);
-        }
-        nlen = teskxml_appendf(nlen, " ");
+    if (nlen < 0 || static_cast<size_t>(nlen) >= sizeof(gszsentence)) {
+        memcpy(gszsentence + sizeof(gszsentence) - sizeof(szmark), szmark, sizeof(szmark));
     }
-    errno = nerrno;
-    teskxml_append(nlen, pformat, args);
-
-    for (char* pchar = gszerror; *pchar != '\0'; pchar++) {
-        if (static_cast<unsigned char>(*pchar) < ' ' || *pchar == 0x7f) {
-            *pchar = '?';
-        } else if (*pchar == '\xc2' && (pchar[1] & 0xe0) == 0x80) {
-            pchar[0] = pchar[1] = '?'; /* U+0080 to U+009F, which a terminal obeys as well */
-        }
-    }
+    teskxml_hidecontrols(gszsentence);
+    snprintf(gszfile, sizeof(gszfile), "%s", pfile != nullptr ? pfile : "");
+    gfailure.code = ncode;
+    gfailure.line = nline;
+    gfailure.column = nline > 0 ? ncolumn : 0;
     return ncode;
 }
 
@@ -138,9 +115,9 @@ int teskxml_fail(int ncode, const char* pfile, int nline, int ncolumn, const cha
     return ncode;
 }
 
-const char* teskxml_lasterror(void)
+TESKXML_FAILURE teskxml_lastfailure()
 {
-    return gszerror;
+    return gfailure;
 }
 
 const char* teskxml_codename(int code)

@@ -24,7 +24,7 @@ typedef struct {
 TESKXML_SHOWN teskxml_shown(const char* ptext);
 
 /*
- * Records a failure for teskxml_lasterror. Called only by the library's own operations, under their rules.
+ * Records a failure for teskxml_lastfailure. Called only by the library's own operations, under their rules.
  *   ncode    the failure, of __teskxml_result_value__
  *   pfile    file that it lies in; null: none
  *   nline    line in it, from 1; 0: none

@@ -18,6 +18,18 @@
 static constexpr int gndirflags = O_PATH | O_DIRECTORY;
 static constexpr int gnfileflags = O_RDONLY | O_NONBLOCK | O_NOCTTY;
 
+#ifdef TESKXML_TOOLS
+static bool gbanyowner = false;
+
+void teskxml_accept_untrusted(int accept)
+{
+    gbanyowner = accept != 0;
+}
+#else
+/* Nothing that runs in the monitor can turn the checks off. */
+static constexpr bool gbanyowner = false;
+#endif
+
 /* One step of the way down: pfile up to nend is what is opened or looked at. */
 typedef struct {
     const char* pfile;
@@ -57,6 +69,8 @@ static int teskxml_checktrust(const TESKXML_STEP* pstep, mode_t ntype, const str
     if ((pstat->st_mode & S_IFMT) != ntype) {
         nfuncret = teskxml_fail(TESKXML_RET_FAIL_FILETYPE, pstep->pfile, 0, 0, "%.*s is no regular file", nshown,
                                 pstep->pfile);
+    } else if (gbanyowner) {
+        nfuncret = TESKXML_RET_SUCCESS;
     } else if (pstat->st_uid != 0) {
         nfuncret = teskxml_fail(TESKXML_RET_FAIL_UNTRUSTED, pstep->pfile, 0, 0,
                                 "%.*s belongs to the user %u instead of root", nshown, pstep->pfile, pstat->st_uid);

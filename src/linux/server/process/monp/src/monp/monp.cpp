@@ -17,7 +17,7 @@ int main(int argc, char** argv)
     pid_t npid = 0;
 
     monp_startup_descriptors();
-    log_init("monp", &gpmonplog, 0, MONP_DEF_LOGSZ, 0);
+    monp_log_open(0, MONP_DEF_LOGSZ);
     MONP_INFO("****** Start Process Monitor ******");
 
     run.nfuncret = monp_startup_settings(argc, argv);
@@ -50,9 +50,7 @@ monp_exit_proc:
     monp_release_launcher();
     monp_removelockfile();
     MONP_INFO("end - (type=%s ret=%d)", gmonpmonpol.type, run.nfuncret);
-    /* A collection may still be running: its lines go to a closed log, which drops them. */
-    if (gpmonplog != nullptr) {
-        log_term(gpmonplog);
-    }
+    /* A collection may still be running; what it writes from here on is dropped. */
+    monp_log_close();
     exit(run.nfuncret);
 }

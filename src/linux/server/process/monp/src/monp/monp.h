@@ -211,14 +211,37 @@ extern MONP_FLAG gbmonpnostart; /* this monitor never starts the service */
 extern MONP_FLAG gbmonpterm;    /* in the launcher's process: the daemon has released it */
 extern MONP_FLAG gmdfilemaked;  /* the marker file has been made in this phase */
 
+/*
+ * What one operation leaves for another, beside the flags above and the signals that wait for a drain. All zero at
+ * program start.
+ *   breported    the service of the last start reported in time or was adopted. From the start to the loop, which must
+ *                not judge a start by gbmonpinited: any start request sets that again, and a failed start would pass
+ *                for a service that ran and died, which may cost the node a reboot. Main thread
+ *   bendtested   gbmonpend was tested for the last time before a start. From the loop to the start: if gbmonpend is set
+ *                by now, nobody has looked at that request, and the start keeps it. Main thread
+ *   bmarkerdue   the marker file is to be made, because a collection has ended. From the collection thread to the next
+ *                drain; a removal of the file withdraws it
+ *   bexec        a collection is running, and another one is refused. Collection threads
+ *   nlogusers    log calls under way; see monp_log.h. Both threads
+ */
+typedef struct {
+    int breported;
+    int bendtested;
+    MONP_FLAG bmarkerdue;
+    MONP_FLAG bexec;
+    std::atomic<int> nlogusers;
+} MONP_STATE_INFO, *PMONP_STATE_INFO;
+
+extern MONP_STATE_INFO gmonpstate;
+
 extern std::atomic<pid_t> gmonpppid;    /* the launcher's process; 0 once it has been released */
-extern void* gpmonplog;                 /* log handle; null as long as no log is open */
+extern std::atomic<void*> gpmonplog;    /* log handle; null while no log is open. See monp_log.h */
 extern pthread_attr_t gmonpthattr_elog; /* attributes of every collection thread; valid for the whole run */
 
 extern char (*gpmonpldpol)[CS_TYPE_LEN]; /* policy sections loaded, in load order; null while there are none */
 extern int gmonpldpolnum;                /* entries in use */
 
-extern const MONP_RECOVER_ITEMS gmonprecover[6];
+extern const MONP_RECOVER_ITEMS gmonprecover[]; /* in the order of the actions, from 1 without a gap */
 
 /* ---------------------------------------------------------------- command line ---- */
 
@@ -363,7 +386,8 @@ int monp_create_process(char* ppath, char** parg, int nwait, int nsig, pid_t* pp
  * one that the loop could not see any more. A service that does not report within child_initto seconds gets the exit
  * signal, SIGKILL a second later, and is reaped; an end request from those seconds is acted on afterwards.
  * Leaves gbmonpinited set when the service reported in time or was adopted, and clear otherwise: a report or start
- * request that arrives before a failed start has returned is dropped. See monp_svc_reported.
+ * request that arrives during a failed start is dropped, and its lines are written by then. gmonpstate.breported is set
+ * to the same, and stays.
  * Blocks. Called by the loop, through the restart row of the recovery table.
  */
 int monp_create_process_svc(char* ppath, char** parg, int nwait, int nsig, pid_t* ppid, int* pstat, int bstd);

@@ -3,6 +3,7 @@
  */
 #include "monp_child.h"
 
+#include "monp_command.h"
 #include "monp_log.h"
 #include "monp_signal.h"
 #include "monp_view.h"
@@ -184,7 +185,5 @@ int monp_child_decode(const MONP_CHILD_INFO* pchild, int* pstat)
 /* Reads a record that the collection thread has no copy of; its wait has no limit and never comes here. */
 int monp_child_forcedstat(void)
 {
-    int bdown = gmonpparam.action == MONP_ACT_OS_HALT || gmonpparam.action == MONP_ACT_OS_REBOOT;
-
-    return bdown != 0 ? MONP_EXEC_PROCKILL : 0;
+    return monp_isnodedown(gmonpparam.action) != 0 ? MONP_EXEC_PROCKILL : 0;
 }

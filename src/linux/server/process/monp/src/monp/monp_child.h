@@ -69,14 +69,6 @@ int monp_child_decode(const MONP_CHILD_INFO* pchild, int* pstat);
 int monp_child_forcedstat(void);
 
 /*
- * Whether the service of the last start reported in time or was adopted. The loop judges a start by this and not by
- * gbmonpinited, which any start request sets again: a failed start would pass for a service that ran and died, which
- * may cost the node a reboot.
- * Result: -1 or 0. Main thread.
- */
-int monp_svc_reported(void);
-
-/*
  * Sends the launcher's process its SIGUSR1, once in the monitor's life. A process that has ended meanwhile, or whose
  * pid is somebody else's by now, is not signalled, but counts as released.
  * Result: -1 when it was released now, else 0.

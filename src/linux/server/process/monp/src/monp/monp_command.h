@@ -7,11 +7,14 @@
 
 #include "monp_path.h"
 
+#include <span>
+
 /*
- * One drastic action.
+ * One drastic action: one that runs a command of the cluster and ends the monitor.
  */
 typedef struct {
     int action;           /* __monp_actions_value__ */
+    int bnodedown;        /* -1: the command takes the node down; 0: the node stays up */
     const char* psection; /* policy section of its command */
     const char* poption;  /* the command's own option; null: none */
     int nactevent;
@@ -20,7 +23,19 @@ typedef struct {
     const char* pfallback; /* command line that is tried then; null: none */
 } MONP_DRASTIC_ITEMS;
 
-extern const MONP_DRASTIC_ITEMS gmonpdrastic[3]; /* in the order of the actions */
+extern const std::span<const MONP_DRASTIC_ITEMS> gmonpdrastic; /* in the order of the actions */
+
+/*
+ * Looks up a drastic action.
+ * Result: its row; null for an action that is not drastic, and for a number that is not an action. Any thread.
+ */
+const MONP_DRASTIC_ITEMS* monp_finddrastic(int naction);
+
+/*
+ * Whether an action takes the node down. A forced end of the service then counts as one that asks for recovery.
+ * Result: -1 or 0. Any thread.
+ */
+int monp_isnodedown(int naction);
 
 /*
  * Forms the command of an action, "name [option] --type TYPE --nochk", with the type of gmonppol.

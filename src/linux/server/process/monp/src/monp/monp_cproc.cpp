@@ -4,32 +4,64 @@
 #include "monp.h"
 #include "monp_log.h"
 #include "monp_polkey.h"
-#include "teskxml.h"
 
+#include <cstddef>
 #include <cstring>
-#include <iterator>
 
-constinit const MONP_POLKEY gmonpcprockeys[2] = {
-    { "/root/%s/type", TESKXML_TEXT, offsetof(MONP_CPROCPOLICY_INFO, type), sizeof(MONP_CPROCPOLICY_INFO::type),
-      MONP_KEYFAIL_END },
-    { "/root/%s/path", TESKXML_TEXT, offsetof(MONP_CPROCPOLICY_INFO, path), sizeof(MONP_CPROCPOLICY_INFO::path),
-      MONP_KEYFAIL_END },
+static constexpr MONP_POLKEY gcprockeys[] = {
+    { .pkey = "/root/%s/type",
+      .nkind = TESKXML_TEXT,
+      MONP_FIELD(MONP_CPROCPOLICY_INFO, type),
+      .nfail = MONP_KEYFAIL_END },
+    { .pkey = "/root/%s/path",
+      .nkind = TESKXML_TEXT,
+      MONP_FIELD(MONP_CPROCPOLICY_INFO, path),
+      .nfail = MONP_KEYFAIL_END },
 };
+static_assert(monp_polkey_fill(gcprockeys, 0, offsetof(MONP_CPROCPOLICY_INFO, useflag)) != 0,
+              "a whole row for each field in front of the use flag, in their order");
+
+constinit const std::span<const MONP_POLKEY> gmonpcprockeys = gcprockeys;
 
 /*
  * Without the key, the last type counts as disabled, the others as in use.
  */
-constinit const MONP_USEKEY gmonpusekeys[3] = {
-    { "sorvin",
-      { "/root/sorvin/use", TESKXML_INT, offsetof(MONP_CPROCPOLICY_INFO, useflag), sizeof(int), MONP_KEYFAIL_DEFAULT,
-        1 } },
-    { "tamzile",
-      { "/root/tamzile/use", TESKXML_INT, offsetof(MONP_CPROCPOLICY_INFO, useflag), sizeof(int), MONP_KEYFAIL_DEFAULT,
-        1 } },
-    { "lenk",
-      { "/root/lenk/use", TESKXML_INT, offsetof(MONP_CPROCPOLICY_INFO, useflag), sizeof(int), MONP_KEYFAIL_DEFAULT,
-        0 } },
+static constexpr MONP_USEKEY gusekeys[] = {
+    { .ptype = "sorvin",
+      .key = { .pkey = "/root/sorvin/use",
+               .nkind = TESKXML_INT,
+               MONP_FIELD(MONP_CPROCPOLICY_INFO, useflag),
+               .nfail = MONP_KEYFAIL_DEFAULT,
+               .ndefault = 1 } },
+    { .ptype = "tamzile",
+      .key = { .pkey = "/root/tamzile/use",
+               .nkind = TESKXML_INT,
+               MONP_FIELD(MONP_CPROCPOLICY_INFO, useflag),
+               .nfail = MONP_KEYFAIL_DEFAULT,
+               .ndefault = 1 } },
+    { .ptype = "lenk",
+      .key = { .pkey = "/root/lenk/use",
+               .nkind = TESKXML_INT,
+               MONP_FIELD(MONP_CPROCPOLICY_INFO, useflag),
+               .nfail = MONP_KEYFAIL_DEFAULT,
+               .ndefault = 0 } },
 };
+
+static constexpr int monp_usekeysfit(void)
+{
+    int bfit = -1;
+
+    for (const MONP_USEKEY& row : gusekeys) {
+        if (row.ptype == nullptr || monp_polkey_fits(&row.key) == 0 ||
+            row.key.noffset != offsetof(MONP_CPROCPOLICY_INFO, useflag)) {
+            bfit = 0;
+        }
+    }
+    return bfit;
+}
+static_assert(monp_usekeysfit() != 0, "a type, and a whole key row for the use flag");
+
+constinit const std::span<const MONP_USEKEY> gmonpusekeys = gusekeys;
 
 int monp_xml_getmonpolicy(char* ptype, PMONP_CPROCPOLICY_INFO ppol)
 {
@@ -37,7 +69,7 @@ int monp_xml_getmonpolicy(char* ptype, PMONP_CPROCPOLICY_INFO ppol)
 
     MONP_TRACE("start - (type=%s gtype=%s pol=%p)", gmonpparam.type, ptype, static_cast<void*>(ppol));
 
-    nfuncret = monp_polkey_read(gmonpcprockeys, std::size(gmonpcprockeys), ptype, gmonpparam.type, ppol);
+    nfuncret = monp_polkey_read(gmonpcprockeys.data(), gmonpcprockeys.size(), ptype, gmonpparam.type, ppol);
     if (nfuncret != MONP_RET_SUCCESS) {
         goto monp_exit_func;
     }
@@ -72,7 +104,7 @@ int monp_xml_getcprocpolicy(char* ptype, PMONP_CPROCPOLICY_INFO ppol)
         goto monp_exit_term;
     }
 
-    nfuncret = monp_polkey_read(gmonpcprockeys, std::size(gmonpcprockeys), ptype, gmonpmonpol.type, ppol);
+    nfuncret = monp_polkey_read(gmonpcprockeys.data(), gmonpcprockeys.size(), ptype, gmonpmonpol.type, ppol);
 
     nret = monp_xml_unloadpolicy(ptype);
     if (nret != MONP_RET_SUCCESS) {

@@ -10,8 +10,18 @@
 #include <csignal>
 #include <sys/wait.h>
 
-/* What monp_svc_reported tells. */
-static int gbreported = 0;
+/*
+ * Forgets the requests from before the start, but an end request that the loop could not see any more.
+ */
+static void monp_svc_forget(void)
+{
+    gmonpstate.breported = 0;
+    gbmonpinited = 0;
+    if (gmonpstate.bendtested == 0) {
+        gbmonpend = 0;
+    }
+    gmonpstate.bendtested = 0;
+}
 
 /*
  * Finds the running service, or starts it.
@@ -96,11 +106,6 @@ monp_exit_func:
     return nfuncret;
 }
 
-int monp_svc_reported(void)
-{
-    return gbreported;
-}
-
 int monp_create_process_svc(char* ppath, char** parg, int nwait, int nsig, pid_t* ppid, int* pstat, int bstd)
 {
     int nfuncret = MONP_RET_SUCCESS;
@@ -111,8 +116,7 @@ int monp_create_process_svc(char* ppath, char** parg, int nwait, int nsig, pid_t
 
     monp_child_init(&child, nwait, nsig);
     *pstat = MONP_EXEC_PROCKILL;
-    gbreported = 0;
-    monp_clearrequests();
+    monp_svc_forget();
     if (ppid != nullptr) {
         *ppid = 0;
     }
@@ -130,8 +134,8 @@ int monp_create_process_svc(char* ppath, char** parg, int nwait, int nsig, pid_t
         *ppid = child.npid;
     }
 
-    gbreported = monp_svc_waitreport();
-    if (gbreported != 0) {
+    gmonpstate.breported = monp_svc_waitreport();
+    if (gmonpstate.breported != 0) {
         monp_child_wait(&child);
     } else {
         monp_svc_abandon(&child);
@@ -140,9 +144,11 @@ int monp_create_process_svc(char* ppath, char** parg, int nwait, int nsig, pid_t
 
 monp_exit_func:
     MONP_INFO("end - (type=%s ret=%d pid=%d stat=%d)", gmonpmonpol.type, nfuncret, child.npid, *pstat);
-    /* A late report is no request for another start. */
-    if (gbreported == 0) {
+    /* A late report is not a request for another start. The lines of what is dropped here belong in front of those of
+       the failure. In this order, for what comes in between keeps its flag and is a request of its own. */
+    if (gmonpstate.breported == 0) {
         gbmonpinited = 0;
+        monp_drainsignals();
     }
     return nfuncret;
 }

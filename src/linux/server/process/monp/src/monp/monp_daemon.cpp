@@ -16,9 +16,9 @@
 #include <unistd.h>
 
 /* The signals whose dispositions the daemon sets: the standard ones but the last. */
-static constexpr int gnsigmax = 30;
-static constexpr useconds_t gnhandshakestep = 100000; /* microseconds */
-static constexpr long gnstepspersecond = 10;
+static constexpr int MONP_SIG_MAX = 30;
+static constexpr useconds_t MONP_HANDSHAKE_STEP = 100000; /* microseconds */
+static constexpr long MONP_HANDSHAKE_STEPS = 10;          /* in a second */
 
 /*
  * Dispositions of the daemon; every signal without a row is ignored. The defaults are set, not assumed, for a launcher
@@ -66,8 +66,8 @@ static void monp_unblocksignals(void)
     long ninx = 0;
 
     monp_unblocksignals();
-    while (ninx < gmonppol.parent_initto * gnstepspersecond && monp_testflag(gbmonpterm) == 0) {
-        usleep(gnhandshakestep);
+    while (ninx < gmonppol.parent_initto * MONP_HANDSHAKE_STEPS && monp_testflag(gbmonpterm) == 0) {
+        usleep(MONP_HANDSHAKE_STEP);
         ninx++;
     }
     monp_drainsignals();
@@ -78,7 +78,7 @@ static void monp_setdispositions(void)
 {
     int nsig = 0;
 
-    for (nsig = 1; nsig <= gnsigmax; nsig++) {
+    for (nsig = 1; nsig <= MONP_SIG_MAX; nsig++) {
         if (monp_hasdisposition(nsig) == 0) {
             signal(nsig, SIG_IGN);
         }

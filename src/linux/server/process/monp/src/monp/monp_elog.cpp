@@ -50,7 +50,8 @@ static void monp_elog_arguments(PMONP_COLLECTOR_INFO pcollector)
     monp_addarg(pcollector->pargv, &nnum, "-o");
     monp_addarg(pcollector->pargv, &nnum, pcollector->szarc);
 
-    nret = cs_itoasc(nrotate, sizeof(pcollector->szrotate), pcollector->szrotate, gpmonplog);
+    nret = cs_itoasc(nrotate, sizeof(pcollector->szrotate), pcollector->szrotate, monp_log_take());
+    monp_log_leave();
     if (nret != CS_RET_SUCCESS) {
         MONP_INFO("cs_itoasc() failed. (ret=%d rotate=%d)", nret, nrotate);
     } else {
@@ -68,7 +69,6 @@ void monp_elog_command(PMONP_COLLECTOR_INFO pcollector)
 
 int monp_elog_collect(void*)
 {
-    static std::atomic<int> bexec{ 0 };
     int nfuncret = MONP_RET_SUCCESS;
     int nstat = 0;
     int bexecnow = 0;
@@ -76,7 +76,7 @@ int monp_elog_collect(void*)
 
     MONP_INFO("start - (type=%s)", gview.pmonpol->type);
 
-    if (!bexec.compare_exchange_strong(bexecnow, -1)) {
+    if (!gmonpstate.bexec.compare_exchange_strong(bexecnow, -1)) {
         MONP_INFO("now elog collecting. (type=%s exec=%d)", gview.pmonpol->type, bexecnow);
         goto monp_exit_func;
     }
@@ -87,7 +87,7 @@ int monp_elog_collect(void*)
         MONP_ERROR("monp_create_process() failed. (type=%s ret=%d path=%s)", gview.pmonpol->type, nfuncret,
                    collector.prog.szpath);
     }
-    bexec = 0;
+    gmonpstate.bexec = 0;
 
 monp_exit_func:
     MONP_INFO("end - (type=%s ret=%d stat=%d)", gview.pmonpol->type, nfuncret, nstat);
@@ -126,7 +126,7 @@ void monp_elog_start(void)
     PMONP_COPY_INFO pcopy = static_cast<PMONP_COPY_INFO>(calloc(1, sizeof(MONP_COPY_INFO)));
 
     if (pcopy == nullptr) {
-        MONP_INFO("calloc() failed. (type=%s errno=%d)", gmonpmonpol.type, errno);
+        MONP_ERROR("calloc() failed. (type=%s errno=%d)", gmonpmonpol.type, errno);
         goto monp_exit_func;
     }
     *pcopy = { gmonpallpol, gmonppol, gmonpmonpol };

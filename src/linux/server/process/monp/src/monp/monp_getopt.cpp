@@ -13,8 +13,8 @@
 #include <strings.h>
 
 /* A type argument with its two dashes: the type itself has 1 to 29 characters. */
-static constexpr size_t gntypemin = 3;
-static constexpr size_t gntypemax = 31;
+static constexpr size_t MONP_TYPEARG_MIN = 3;
+static constexpr size_t MONP_TYPEARG_MAX = 31;
 
 /*
  * An option: reads its value, if it takes one, from the next argument and moves *pinx on to it. Logs its own fault.
@@ -44,7 +44,7 @@ static int monp_opttype(const char* pargument)
     int nfuncret = MONP_RET_SUCCESS;
     size_t nlen = strlen(pargument);
 
-    if (gmonpparam.type[0] != '\0' || nlen < gntypemin || nlen > gntypemax) {
+    if (gmonpparam.type[0] != '\0' || nlen < MONP_TYPEARG_MIN || nlen > MONP_TYPEARG_MAX) {
         nfuncret = MONP_RET_FAIL_PARAM;
         MONP_ERROR("invalid type.");
         goto monp_exit_func;
@@ -57,14 +57,14 @@ monp_exit_func:
 
 /*
  * Moves on to the value of an option.
- *   bgiven  the option was given before
+ *   bgiven  -1: the option was given before
  * Result: the value; null when the option was given before or there is no next argument.
  */
-static const char* monp_optvalue(int argc, char** argv, int* pinx, bool bgiven)
+static const char* monp_optvalue(int argc, char** argv, int* pinx, int bgiven)
 {
     const char* pvalue = nullptr;
 
-    if (!bgiven && *pinx + 1 < argc) {
+    if (bgiven == 0 && *pinx + 1 < argc) {
         (*pinx)++;
         pvalue = argv[*pinx];
     }
@@ -74,7 +74,7 @@ static const char* monp_optvalue(int argc, char** argv, int* pinx, bool bgiven)
 static int monp_optaction(int argc, char** argv, int* pinx)
 {
     int nfuncret = MONP_RET_FAIL_PARAM;
-    const char* pvalue = monp_optvalue(argc, argv, pinx, gmonpparam.action > 0);
+    const char* pvalue = monp_optvalue(argc, argv, pinx, gmonpparam.action > 0 ? -1 : 0);
 
     if (pvalue == nullptr) {
         MONP_ERROR("invalid action.");
@@ -94,7 +94,7 @@ monp_exit_func:
 static int monp_optparam(int argc, char** argv, int* pinx)
 {
     int nfuncret = MONP_RET_FAIL_PARAM;
-    const char* pvalue = monp_optvalue(argc, argv, pinx, gmonpparam.param[0] != '\0');
+    const char* pvalue = monp_optvalue(argc, argv, pinx, gmonpparam.param[0] != '\0' ? -1 : 0);
 
     if (pvalue == nullptr || strlen(pvalue) >= sizeof(gmonpparam.param)) {
         MONP_ERROR("invalid param.");
@@ -110,7 +110,7 @@ monp_exit_func:
 static int monp_optrestime(int argc, char** argv, int* pinx)
 {
     int nfuncret = MONP_RET_FAIL_PARAM;
-    const char* pvalue = monp_optvalue(argc, argv, pinx, gmonpparam.restime >= MONP_OPT_RETRY_MIN);
+    const char* pvalue = monp_optvalue(argc, argv, pinx, gmonpparam.restime >= MONP_OPT_RETRY_MIN ? -1 : 0);
 
     if (pvalue == nullptr) {
         MONP_ERROR("invalid restart time.");
@@ -130,7 +130,7 @@ monp_exit_func:
 static int monp_optwait(int argc, char** argv, int* pinx)
 {
     int nfuncret = MONP_RET_FAIL_PARAM;
-    const char* pvalue = monp_optvalue(argc, argv, pinx, gmonpparam.wait >= MONP_OPT_WAIT_MIN);
+    const char* pvalue = monp_optvalue(argc, argv, pinx, gmonpparam.wait >= MONP_OPT_WAIT_MIN ? -1 : 0);
 
     if (pvalue == nullptr) {
         MONP_ERROR("invalid wait time.");

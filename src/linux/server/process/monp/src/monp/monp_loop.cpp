@@ -70,6 +70,8 @@ static MONP_STEP monp_reload(PMONP_RUN_INFO prun)
     gbreload = 0;
     MONP_INFO("reload configuration. (type=%s)", gmonpparam.type);
     if (monp_usesmarker() != 0) {
+        /* A signal caught before must not make the file after it was removed, as at the start of a run. */
+        monp_drainsignals();
         monp_delete_mdfile();
         gmdfilemaked = 0;
     }
@@ -155,7 +157,8 @@ static MONP_STEP monp_step_start(PMONP_RUN_INFO prun)
     int nret = 0;
 
     /* The start forgets end requests that came before this; a reload leaves time for one. */
-    if (monp_testendbeforestart() != 0) {
+    gmonpstate.bendtested = -1;
+    if (monp_testflag(gbmonpend) != 0) {
         goto monp_exit_func;
     }
     nret = gmonprecover[prun->ninx].pfunc.pstart(prun->prog.szpath, prun->pargv, gmonpparam.wait, SIGUSR1, &prun->npid,
@@ -169,7 +172,7 @@ static MONP_STEP monp_step_start(PMONP_RUN_INFO prun)
         MONP_EVENT(MONP_EVTID_FAIL_MON, gmonpmonpol.type, prun->nstat);
     }
 
-    if (monp_svc_reported() == 0) {
+    if (gmonpstate.breported == 0) {
         MONP_ERROR("initialize error. (type=%s stat=%d path=%s)", gmonpmonpol.type, prun->nstat, prun->prog.szpath);
         if (monp_usesmarker() != 0) {
             monp_make_mdfile();

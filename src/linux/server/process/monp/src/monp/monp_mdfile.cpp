@@ -5,7 +5,6 @@
 
 #include "monp_log.h"
 #include "monp_path.h"
-#include "monp_signal.h"
 #include "monp_view.h"
 
 #include <cerrno>
@@ -18,9 +17,6 @@ int monp_usesmarker(void)
 {
     return strcmp(gview.pmonpol->type, "pelkant") == 0 ? -1 : 0;
 }
-
-/* A collection has ended that makes the marker file. */
-static constinit MONP_FLAG gbdue{ 0 };
 
 /*
  * Makes the directory unless there is an entry of its name.
@@ -48,7 +44,7 @@ monp_exit_func:
 
 void monp_make_duemdfile(void)
 {
-    if (gbdue.exchange(0) != 0) {
+    if (gmonpstate.bmarkerdue.exchange(0) != 0) {
         monp_make_mdfile();
     }
 }
@@ -65,7 +61,7 @@ int monp_make_mdfile(void)
     /* One thread makes and deletes: a file made under the old name beside a reload would stay for ever, and a flag set
        behind its back would stand for a file that is gone. */
     if (monp_ismainthread() == 0) {
-        gbdue = -1;
+        gmonpstate.bmarkerdue = -1;
         goto monp_exit_func;
     }
     MONP_INFO("start - (type=%s)", gview.pmonpol->type);
@@ -105,7 +101,7 @@ int monp_delete_mdfile(void)
         goto monp_exit_func;
     }
     /* A file that is still to be made belongs to what ends here. */
-    gbdue = 0;
+    gmonpstate.bmarkerdue = 0;
     MONP_INFO("start - (type=%s)", gview.pmonpol->type);
 
     if (monp_join(szfile, sizeof(szfile), "marker file", "%s%s/%s", gview.pallpol->instpath, gview.ppol->mddirpath,

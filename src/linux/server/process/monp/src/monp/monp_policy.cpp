@@ -4,10 +4,9 @@
 #include "monp.h"
 #include "monp_log.h"
 #include "monp_polkey.h"
-#include "teskxml.h"
 
+#include <cstddef>
 #include <cstring>
-#include <iterator>
 
 /*
  * Every path is formed by writing another one behind the installation path, so that one ends in "/".
@@ -61,61 +60,140 @@ static int monp_isfirstload(const void* precord, const void*)
     return static_cast<const MONP_MYPOLICY_INFO*>(precord)->parent_initto == 0 ? -1 : 0;
 }
 
-constinit const MONP_POLKEY gmonpallkeys[7] = {
-    { "/root/all/path", TESKXML_TEXT, offsetof(MONP_ALLPOLICY_INFO, instpath), sizeof(MONP_ALLPOLICY_INFO::instpath),
-      MONP_KEYFAIL_END, 0, "", TESKLOG_ERROR, nullptr, monp_appendslash },
-    { "/root/all/core", TESKXML_INT, offsetof(MONP_ALLPOLICY_INFO, core), sizeof(int), MONP_KEYFAIL_END },
-    { "/root/all/stacksize", TESKXML_INT, offsetof(MONP_ALLPOLICY_INFO, stacksize), sizeof(int), MONP_KEYFAIL_DEFAULT,
-      0 },
-    { "/root/all/env/alloc", TESKXML_TEXT, offsetof(MONP_ALLPOLICY_INFO, env_malchk),
-      sizeof(MONP_ALLPOLICY_INFO::env_malchk), MONP_KEYFAIL_FIRST, 0, "0", TESKLOG_WARNING },
-    { "/root/all/env/path", TESKXML_TEXT, offsetof(MONP_ALLPOLICY_INFO, env_path),
-      sizeof(MONP_ALLPOLICY_INFO::env_path), MONP_KEYFAIL_KEEP, 0, "", TESKLOG_WARNING },
-    { "/root/all/env/lang", TESKXML_TEXT, offsetof(MONP_ALLPOLICY_INFO, env_lang),
-      sizeof(MONP_ALLPOLICY_INFO::env_lang), MONP_KEYFAIL_KEEP, 0, "", TESKLOG_WARNING },
-    { "/root/dummyconf", TESKXML_INT, offsetof(MONP_ALLPOLICY_INFO, dummyconf), sizeof(int), MONP_KEYFAIL_DEFAULT, 0 },
+static constexpr MONP_POLKEY gallkeys[] = {
+    { .pkey = "/root/all/path",
+      .nkind = TESKXML_TEXT,
+      MONP_FIELD(MONP_ALLPOLICY_INFO, instpath),
+      .nfail = MONP_KEYFAIL_END,
+      .pcheck = monp_appendslash },
+    { .pkey = "/root/all/core",
+      .nkind = TESKXML_INT,
+      MONP_FIELD(MONP_ALLPOLICY_INFO, core),
+      .nfail = MONP_KEYFAIL_END },
+    { .pkey = "/root/all/stacksize",
+      .nkind = TESKXML_INT,
+      MONP_FIELD(MONP_ALLPOLICY_INFO, stacksize),
+      .nfail = MONP_KEYFAIL_DEFAULT,
+      .ndefault = 0 },
+    { .pkey = "/root/all/env/alloc",
+      .nkind = TESKXML_TEXT,
+      MONP_FIELD(MONP_ALLPOLICY_INFO, env_malchk),
+      .nfail = MONP_KEYFAIL_FIRST,
+      .pdefault = "0",
+      .nlevel = TESKLOG_WARNING },
+    { .pkey = "/root/all/env/path",
+      .nkind = TESKXML_TEXT,
+      MONP_FIELD(MONP_ALLPOLICY_INFO, env_path),
+      .nfail = MONP_KEYFAIL_KEEP,
+      .nlevel = TESKLOG_WARNING },
+    { .pkey = "/root/all/env/lang",
+      .nkind = TESKXML_TEXT,
+      MONP_FIELD(MONP_ALLPOLICY_INFO, env_lang),
+      .nfail = MONP_KEYFAIL_KEEP,
+      .nlevel = TESKLOG_WARNING },
+    { .pkey = "/root/dummyconf",
+      .nkind = TESKXML_INT,
+      MONP_FIELD(MONP_ALLPOLICY_INFO, dummyconf),
+      .nfail = MONP_KEYFAIL_DEFAULT,
+      .ndefault = 0 },
 };
+static_assert(monp_polkey_fill(gallkeys, 0, sizeof(MONP_ALLPOLICY_INFO)) != 0,
+              "a whole row for each field, in their order");
+
+constinit const std::span<const MONP_POLKEY> gmonpallkeys = gallkeys;
 
 /*
  * What the command line may have given; it wins, even where the policy lacks the key.
  */
-constinit const MONP_POLKEY gmonpservicekeys[4] = {
-    { "/root/%s/service/%s/action", TESKXML_INT, offsetof(MONP_PARAM_INFO, action), sizeof(int), MONP_KEYFAIL_END, 0,
-      "", TESKLOG_ERROR, monp_isunsetint },
-    { "/root/%s/service/%s/param", TESKXML_TEXT, offsetof(MONP_PARAM_INFO, param), sizeof(MONP_PARAM_INFO::param),
-      MONP_KEYFAIL_END, 0, "", TESKLOG_ERROR, monp_isunsettext },
-    { "/root/%s/service/%s/restarttime", TESKXML_INT, offsetof(MONP_PARAM_INFO, restime), sizeof(int), MONP_KEYFAIL_END,
-      0, "", TESKLOG_ERROR, monp_isunsetint },
-    { "/root/%s/service/%s/waittime", TESKXML_INT, offsetof(MONP_PARAM_INFO, wait), sizeof(int), MONP_KEYFAIL_END, 0,
-      "", TESKLOG_ERROR, monp_isunsetint },
+static constexpr MONP_POLKEY gservicekeys[] = {
+    { .pkey = "/root/%s/service/%s/action",
+      .nkind = TESKXML_INT,
+      MONP_FIELD(MONP_PARAM_INFO, action),
+      .nfail = MONP_KEYFAIL_END,
+      .pwanted = monp_isunsetint },
+    { .pkey = "/root/%s/service/%s/param",
+      .nkind = TESKXML_TEXT,
+      MONP_FIELD(MONP_PARAM_INFO, param),
+      .nfail = MONP_KEYFAIL_END,
+      .pwanted = monp_isunsettext },
+    { .pkey = "/root/%s/service/%s/restarttime",
+      .nkind = TESKXML_INT,
+      MONP_FIELD(MONP_PARAM_INFO, restime),
+      .nfail = MONP_KEYFAIL_END,
+      .pwanted = monp_isunsetint },
+    { .pkey = "/root/%s/service/%s/waittime",
+      .nkind = TESKXML_INT,
+      MONP_FIELD(MONP_PARAM_INFO, wait),
+      .nfail = MONP_KEYFAIL_END,
+      .pwanted = monp_isunsetint },
 };
+static_assert(monp_polkey_fill(gservicekeys, offsetof(MONP_PARAM_INFO, action), sizeof(MONP_PARAM_INFO)) != 0,
+              "a whole row for each field behind the type, in their order");
 
-constinit const MONP_POLKEY gmonpmykeys[13] = {
-    { "/root/%s/type", TESKXML_TEXT, offsetof(MONP_MYPOLICY_INFO, type), sizeof(MONP_MYPOLICY_INFO::type),
-      MONP_KEYFAIL_END },
-    { "/root/%s/path", TESKXML_TEXT, offsetof(MONP_MYPOLICY_INFO, path), sizeof(MONP_MYPOLICY_INFO::path),
-      MONP_KEYFAIL_END },
-    { "/root/%s/log/level", TESKXML_INT, offsetof(MONP_MYPOLICY_INFO, loglevel), sizeof(int), MONP_KEYFAIL_END },
-    { "/root/%s/log/size", TESKXML_INT, offsetof(MONP_MYPOLICY_INFO, logsize), sizeof(int), MONP_KEYFAIL_END },
-    { "/root/%s/elog/path", TESKXML_TEXT, offsetof(MONP_MYPOLICY_INFO, elog.scr), sizeof(MONP_ELOG_INFO::scr),
-      MONP_KEYFAIL_END },
-    { "/root/%s/elog/arcpath", TESKXML_TEXT, offsetof(MONP_MYPOLICY_INFO, elog.arc), sizeof(MONP_ELOG_INFO::arc),
-      MONP_KEYFAIL_END },
-    { "/root/%s/elog/rotate", TESKXML_INT, offsetof(MONP_MYPOLICY_INFO, elog.rotate), sizeof(int), MONP_KEYFAIL_DEFAULT,
-      MONP_DEF_ELOG_ROTATE },
-    { "/root/%s/elog/pattern", TESKXML_INT, offsetof(MONP_MYPOLICY_INFO, elog.pattern), sizeof(int),
-      MONP_KEYFAIL_DEFAULT, MONP_DEF_ELOG_PATTERN },
-    { "/root/pm/lockf", TESKXML_TEXT, offsetof(MONP_MYPOLICY_INFO, lkfpath), sizeof(MONP_MYPOLICY_INFO::lkfpath),
-      MONP_KEYFAIL_DEFAULT, 0, "", TESKLOG_ERROR, monp_isfirstload },
-    { "/root/monp/md/dirpath", TESKXML_TEXT, offsetof(MONP_MYPOLICY_INFO, mddirpath),
-      sizeof(MONP_MYPOLICY_INFO::mddirpath), MONP_KEYFAIL_DEFAULT, 0, "work/service" },
-    { "/root/monp/md/filename", TESKXML_TEXT, offsetof(MONP_MYPOLICY_INFO, mdfilename),
-      sizeof(MONP_MYPOLICY_INFO::mdfilename), MONP_KEYFAIL_DEFAULT, 0, "init_md" },
-    { "/root/%s/service/%s/parent_timeout", TESKXML_INT, offsetof(MONP_MYPOLICY_INFO, parent_initto), sizeof(int),
-      MONP_KEYFAIL_DEFAULT, MONP_DEF_INITTO, "", TESKLOG_ERROR, nullptr, monp_checkinitto },
-    { "/root/%s/service/%s/child_timeout", TESKXML_INT, offsetof(MONP_MYPOLICY_INFO, child_initto), sizeof(int),
-      MONP_KEYFAIL_DEFAULT, MONP_DEF_CHILD_INITTO, "", TESKLOG_ERROR, nullptr, monp_checkinitto },
+constinit const std::span<const MONP_POLKEY> gmonpservicekeys = gservicekeys;
+
+static constexpr MONP_POLKEY gmykeys[] = {
+    { .pkey = "/root/%s/type", .nkind = TESKXML_TEXT, MONP_FIELD(MONP_MYPOLICY_INFO, type), .nfail = MONP_KEYFAIL_END },
+    { .pkey = "/root/%s/path", .nkind = TESKXML_TEXT, MONP_FIELD(MONP_MYPOLICY_INFO, path), .nfail = MONP_KEYFAIL_END },
+    { .pkey = "/root/%s/log/level",
+      .nkind = TESKXML_INT,
+      MONP_FIELD(MONP_MYPOLICY_INFO, loglevel),
+      .nfail = MONP_KEYFAIL_END },
+    { .pkey = "/root/%s/log/size",
+      .nkind = TESKXML_INT,
+      MONP_FIELD(MONP_MYPOLICY_INFO, logsize),
+      .nfail = MONP_KEYFAIL_END },
+    { .pkey = "/root/%s/elog/path",
+      .nkind = TESKXML_TEXT,
+      MONP_FIELD(MONP_MYPOLICY_INFO, elog.scr),
+      .nfail = MONP_KEYFAIL_END },
+    { .pkey = "/root/%s/elog/arcpath",
+      .nkind = TESKXML_TEXT,
+      MONP_FIELD(MONP_MYPOLICY_INFO, elog.arc),
+      .nfail = MONP_KEYFAIL_END },
+    { .pkey = "/root/%s/elog/rotate",
+      .nkind = TESKXML_INT,
+      MONP_FIELD(MONP_MYPOLICY_INFO, elog.rotate),
+      .nfail = MONP_KEYFAIL_DEFAULT,
+      .ndefault = MONP_DEF_ELOG_ROTATE },
+    { .pkey = "/root/%s/elog/pattern",
+      .nkind = TESKXML_INT,
+      MONP_FIELD(MONP_MYPOLICY_INFO, elog.pattern),
+      .nfail = MONP_KEYFAIL_DEFAULT,
+      .ndefault = MONP_DEF_ELOG_PATTERN },
+    { .pkey = "/root/pm/lockf",
+      .nkind = TESKXML_TEXT,
+      MONP_FIELD(MONP_MYPOLICY_INFO, lkfpath),
+      .nfail = MONP_KEYFAIL_DEFAULT,
+      .pdefault = "",
+      .pwanted = monp_isfirstload },
+    { .pkey = "/root/monp/md/dirpath",
+      .nkind = TESKXML_TEXT,
+      MONP_FIELD(MONP_MYPOLICY_INFO, mddirpath),
+      .nfail = MONP_KEYFAIL_DEFAULT,
+      .pdefault = "work/service" },
+    { .pkey = "/root/monp/md/filename",
+      .nkind = TESKXML_TEXT,
+      MONP_FIELD(MONP_MYPOLICY_INFO, mdfilename),
+      .nfail = MONP_KEYFAIL_DEFAULT,
+      .pdefault = "init_md" },
+    { .pkey = "/root/%s/service/%s/parent_timeout",
+      .nkind = TESKXML_INT,
+      MONP_FIELD(MONP_MYPOLICY_INFO, parent_initto),
+      .nfail = MONP_KEYFAIL_DEFAULT,
+      .ndefault = MONP_DEF_INITTO,
+      .pcheck = monp_checkinitto },
+    { .pkey = "/root/%s/service/%s/child_timeout",
+      .nkind = TESKXML_INT,
+      MONP_FIELD(MONP_MYPOLICY_INFO, child_initto),
+      .nfail = MONP_KEYFAIL_DEFAULT,
+      .ndefault = MONP_DEF_CHILD_INITTO,
+      .pcheck = monp_checkinitto },
 };
+static_assert(monp_polkey_fill(gmykeys, 0, offsetof(MONP_MYPOLICY_INFO, dummy)) != 0,
+              "a whole row for each field that is read, in their order");
+
+constinit const std::span<const MONP_POLKEY> gmonpmykeys = gmykeys;
 
 int monp_xml_getallpolicy(void)
 {
@@ -123,7 +201,7 @@ int monp_xml_getallpolicy(void)
 
     MONP_TRACE("start - (type=%s)", gmonpparam.type);
 
-    nfuncret = monp_polkey_read(gmonpallkeys, std::size(gmonpallkeys), "all", gmonpparam.type, &gmonpallpol);
+    nfuncret = monp_polkey_read(gmonpallkeys.data(), gmonpallkeys.size(), "all", gmonpparam.type, &gmonpallpol);
 
 monp_exit_func:
     __attribute__((unused));
@@ -137,11 +215,11 @@ int monp_xml_getmypolicy(char* ptype, PMONP_MYPOLICY_INFO ppol)
 
     MONP_TRACE("start - (type=%s gtype=%s pol=%p)", gmonpparam.type, ptype, static_cast<void*>(ppol));
 
-    nfuncret = monp_polkey_read(gmonpservicekeys, std::size(gmonpservicekeys), ptype, gmonpparam.type, &gmonpparam);
+    nfuncret = monp_polkey_read(gmonpservicekeys.data(), gmonpservicekeys.size(), ptype, gmonpparam.type, &gmonpparam);
     if (nfuncret != MONP_RET_SUCCESS) {
         goto monp_exit_func;
     }
-    nfuncret = monp_polkey_read(gmonpmykeys, std::size(gmonpmykeys), ptype, gmonpparam.type, ppol);
+    nfuncret = monp_polkey_read(gmonpmykeys.data(), gmonpmykeys.size(), ptype, gmonpparam.type, ppol);
 
 monp_exit_func:
     MONP_TRACE("end - (type=%s ret=%d)", gmonpparam.type, nfuncret);

@@ -10,7 +10,7 @@
 #include <cstring>
 
 /* Long enough for every key: section and type have at most 31 characters each. */
-static constexpr size_t gnkeylen = 512;
+static constexpr size_t MONP_KEY_LEN = 512;
 
 static void monp_setdefault(const MONP_POLKEY* prow, char* pfield)
 {
@@ -36,15 +36,15 @@ static int monp_readrow(const MONP_POLKEY* prow, const char* ptype, const char* 
     int nfuncret = MONP_RET_SUCCESS;
     int nret = 0;
     int ncapacity = prow->ncapacity;
-    char szkey[gnkeylen] = {};
+    char szkey[MONP_KEY_LEN] = {};
 
     /* A key with one "%s", or none, leaves the rest of the arguments alone. */
     snprintf(szkey, sizeof(szkey), prow->pkey, ptype, gmonpparam.type);
 
     nret = xmllib_get_value(szkey, prow->nkind, pfield, &ncapacity);
     if (nret != 0) {
-        TESKLOG_LINE(gpmonplog, prow->nlevel, "xmllib_get_value() failed. (type=%s ret=%#x key=%s)", plogtype,
-                     static_cast<unsigned>(nret), szkey);
+        MONP_LINE(prow->nlevel, "xmllib_get_value() failed. (type=%s ret=%#x key=%s)", plogtype,
+                  static_cast<unsigned>(nret), szkey);
         monp_setdefault(prow, pfield);
         if (prow->nfail == MONP_KEYFAIL_END) {
             nfuncret = MONP_RET_FAIL_UNKNOWN;

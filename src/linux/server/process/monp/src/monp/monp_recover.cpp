@@ -8,19 +8,88 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <iterator>
 #include <sys/wait.h>
 
 /*
  * The restart row is also the service start itself: the loop finds it here before the first start.
  */
-constinit const MONP_RECOVER_ITEMS gmonprecover[6] = {
-    { MONP_ACT_NONE, { .precover = nullptr } },
-    { MONP_ACT_RESTART, { .pstart = monp_create_process_svc } },
-    { MONP_ACT_STOP_CLSDAEMON, { .precover = monp_stop_cluster } },
-    { MONP_ACT_OS_HALT, { .precover = monp_os_halt } },
-    { MONP_ACT_OS_REBOOT, { .precover = monp_os_reboot } },
-    { 0, { .precover = nullptr } },
+constexpr MONP_RECOVER_ITEMS gmonprecover[] = {
+    { .action = MONP_ACT_NONE, .pfunc = { .precover = nullptr } },
+    { .action = MONP_ACT_RESTART, .pfunc = { .pstart = monp_create_process_svc } },
+    { .action = MONP_ACT_STOP_CLSDAEMON, .pfunc = { .precover = monp_stop_cluster } },
+    { .action = MONP_ACT_OS_HALT, .pfunc = { .precover = monp_os_halt } },
+    { .action = MONP_ACT_OS_REBOOT, .pfunc = { .precover = monp_os_reboot } },
+    { .action = 0, .pfunc = { .precover = nullptr } },
 };
+
+static constexpr MONP_DRASTIC_ITEMS gdrastic[] = {
+    { .action = MONP_ACT_STOP_CLSDAEMON,
+      .bnodedown = 0,
+      .psection = "cl",
+      .poption = "-t",
+      .nactevent = MONP_EVTID_ACT_STOP_DAEMON,
+      .nfailevent = MONP_EVTID_FAIL_STOP_DAEMON,
+      .pfailed = "stop of cluster failed. (type=%s ret=%d path=%s stat=%#x)",
+      .pfallback = nullptr },
+    { .action = MONP_ACT_OS_HALT,
+      .bnodedown = -1,
+      .psection = "down",
+      .poption = nullptr,
+      .nactevent = MONP_EVTID_ACT_HALT_SYSTEM,
+      .nfailevent = MONP_EVTID_FAIL_HALT_SYSTEM,
+      .pfailed = "system halt failed. (type=%s ret=%d path=%s stat=%#x)",
+      .pfallback = "/sbin/shutdown -h now" },
+    { .action = MONP_ACT_OS_REBOOT,
+      .bnodedown = -1,
+      .psection = "down",
+      .poption = "-r",
+      .nactevent = MONP_EVTID_ACT_REBOOT_SYSTEM,
+      .nfailevent = MONP_EVTID_FAIL_REBOOT_SYSTEM,
+      .pfailed = "system reboot failed. (type=%s ret=%d path=%s stat=%#x)",
+      .pfallback = "/sbin/shutdown -r now" },
+};
+
+constinit const std::span<const MONP_DRASTIC_ITEMS> gmonpdrastic = gdrastic;
+
+static constexpr int MONP_ACT_NUM = static_cast<int>(std::size(gmonprecover)) - 1; /* without the row at the end */
+
+/*
+ * Whether the actions count up from 1 and the end row is the last: a search ends there, and messages give the range.
+ */
+static constexpr int monp_recoverfits(void)
+{
+    int bfits = gmonprecover[MONP_ACT_NUM].action == 0 ? -1 : 0;
+    int ninx = 0;
+
+    for (ninx = 0; ninx < MONP_ACT_NUM; ninx++) {
+        if (gmonprecover[ninx].action != ninx + 1) {
+            bfits = 0;
+        }
+    }
+    return bfits;
+}
+static_assert(monp_recoverfits() != 0, "a row for each action from 1 on, then the row that ends the table");
+
+/*
+ * Whether each drastic row is whole, and stands behind the row of a lower action.
+ */
+static constexpr int monp_drasticfits(void)
+{
+    int bfits = -1;
+    int nlast = MONP_ACT_RESTART;
+
+    for (const MONP_DRASTIC_ITEMS& row : gdrastic) {
+        if (row.action <= nlast || row.action > MONP_ACT_NUM || row.psection == nullptr || row.pfailed == nullptr ||
+            row.nactevent == 0 || row.nfailevent == 0) {
+            bfits = 0;
+        }
+        nlast = row.action;
+    }
+    return bfits;
+}
+static_assert(monp_drasticfits() != 0, "whole rows, in the order of the actions");
+static_assert(std::size(gdrastic) == MONP_ACT_NUM - MONP_ACT_RESTART, "a row for each action that runs a command");
 
 int monp_findrow(int naction)
 {
@@ -32,23 +101,29 @@ int monp_findrow(int naction)
     return ninx;
 }
 
-/* In the order that monp_actionrow counts on. */
-constexpr MONP_DRASTIC_ITEMS gmonpdrastic[3] = {
-    { MONP_ACT_STOP_CLSDAEMON, "cl", "-t", MONP_EVTID_ACT_STOP_DAEMON, MONP_EVTID_FAIL_STOP_DAEMON,
-      "stop of cluster failed. (type=%s ret=%d path=%s stat=%#x)", nullptr },
-    { MONP_ACT_OS_HALT, "down", nullptr, MONP_EVTID_ACT_HALT_SYSTEM, MONP_EVTID_FAIL_HALT_SYSTEM,
-      "system halt failed. (type=%s ret=%d path=%s stat=%#x)", "/sbin/shutdown -h now" },
-    { MONP_ACT_OS_REBOOT, "down", "-r", MONP_EVTID_ACT_REBOOT_SYSTEM, MONP_EVTID_FAIL_REBOOT_SYSTEM,
-      "system reboot failed. (type=%s ret=%d path=%s stat=%#x)", "/sbin/shutdown -r now" },
-};
-
-static constexpr const MONP_DRASTIC_ITEMS* monp_actionrow(int naction)
+int monp_lastaction(void)
 {
-    return &gmonpdrastic[naction - MONP_ACT_STOP_CLSDAEMON];
+    return MONP_ACT_NUM;
 }
-static_assert(monp_actionrow(MONP_ACT_STOP_CLSDAEMON)->action == MONP_ACT_STOP_CLSDAEMON);
-static_assert(monp_actionrow(MONP_ACT_OS_HALT)->action == MONP_ACT_OS_HALT);
-static_assert(monp_actionrow(MONP_ACT_OS_REBOOT)->action == MONP_ACT_OS_REBOOT);
+
+const MONP_DRASTIC_ITEMS* monp_finddrastic(int naction)
+{
+    const MONP_DRASTIC_ITEMS* pfound = nullptr;
+
+    for (const MONP_DRASTIC_ITEMS& row : gdrastic) {
+        if (row.action == naction) {
+            pfound = &row;
+        }
+    }
+    return pfound;
+}
+
+int monp_isnodedown(int naction)
+{
+    const MONP_DRASTIC_ITEMS* prow = monp_finddrastic(naction);
+
+    return prow != nullptr ? prow->bnodedown : 0;
+}
 
 /*
  * A command of the policy and how it went.
@@ -134,10 +209,15 @@ static int monp_shutdown(const char* pcmdline)
     return nfuncret;
 }
 
-static int monp_drastic(const MONP_DRASTIC_ITEMS* prow)
+/*
+ * Carries out a drastic action.
+ * Result: MONP_RET_SUCCESS or MONP_RET_FAIL_UNKNOWN.
+ */
+static int monp_drastic(int naction)
 {
     int nfuncret = MONP_RET_SUCCESS;
     MONP_COMMAND_INFO command;
+    const MONP_DRASTIC_ITEMS* prow = monp_finddrastic(naction);
 
     MONP_EVENT(prow->nactevent, gmonpmonpol.type);
 
@@ -168,7 +248,7 @@ int monp_stop_cluster(void)
     int nfuncret = MONP_RET_SUCCESS;
 
     MONP_TRACE("start - (type=%s)", gmonpmonpol.type);
-    nfuncret = monp_drastic(monp_actionrow(MONP_ACT_STOP_CLSDAEMON));
+    nfuncret = monp_drastic(MONP_ACT_STOP_CLSDAEMON);
 
 monp_exit_func:
     __attribute__((unused));
@@ -181,7 +261,7 @@ int monp_os_halt(void)
     int nfuncret = MONP_RET_SUCCESS;
 
     MONP_TRACE("start - (type=%s)", gmonpmonpol.type);
-    nfuncret = monp_drastic(monp_actionrow(MONP_ACT_OS_HALT));
+    nfuncret = monp_drastic(MONP_ACT_OS_HALT);
 
 monp_exit_func:
     __attribute__((unused));
@@ -194,7 +274,7 @@ int monp_os_reboot(void)
     int nfuncret = MONP_RET_SUCCESS;
 
     MONP_TRACE("start - (type=%s)", gmonpmonpol.type);
-    nfuncret = monp_drastic(monp_actionrow(MONP_ACT_OS_REBOOT));
+    nfuncret = monp_drastic(MONP_ACT_OS_REBOOT);
 
 monp_exit_func:
     __attribute__((unused));

@@ -27,6 +27,12 @@ typedef struct {
 int monp_findrow(int naction);
 
 /*
+ * The number of the last action. Every number from MONP_ACT_NONE to this one has a row in the recovery table, and no
+ * other number has. For messages. Any thread.
+ */
+int monp_lastaction(void);
+
+/*
  * Opens /dev/null as each of the standard descriptors that the launcher has closed. Before any other file is opened.
  */
 void monp_startup_descriptors(void);

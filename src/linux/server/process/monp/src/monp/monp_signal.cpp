@@ -6,6 +6,7 @@
 
 #include "monp_log.h"
 #include "monp_mdfile.h"
+#include "monp_view.h"
 
 #include <cerrno>
 #include <csignal>
@@ -42,25 +43,15 @@ static constexpr MONP_SIGNAL_ITEMS gsignals[] = {
  * storm that fills the ring then, or is faster than its lines can be written, loses lines, which are counted, but never
  * a flag or the marker file.
  */
-static constexpr unsigned gnslots = 1024;
-static constinit std::atomic<int> gslots[gnslots];
+static constexpr unsigned MONP_SIGNAL_SLOTS = 1024;
+static constinit std::atomic<int> gslots[MONP_SIGNAL_SLOTS];
 static constinit std::atomic<unsigned> gnrecorded{ 0 };
 static constinit std::atomic<unsigned> gndrained{ 0 };
 static constinit std::atomic<int> gnunrecorded{ 0 };
-static_assert((gnslots & (gnslots - 1)) == 0, "the counters wrap around");
+static_assert((MONP_SIGNAL_SLOTS & (MONP_SIGNAL_SLOTS - 1)) == 0, "the counters wrap around");
 static_assert(std::atomic<unsigned>::is_always_lock_free);
 
-/* gbmonpend was looked at before a start. */
-static int gbendtested = 0;
-
-static constexpr int gnhandlershift = 8;
-
-static const pthread_t gmainthread = pthread_self();
-
-int monp_ismainthread(void)
-{
-    return pthread_equal(pthread_self(), gmainthread) != 0 ? -1 : 0;
-}
+static constexpr int MONP_HANDLER_SHIFT = 8;
 
 static const MONP_SIGNAL_ITEMS* monp_findsignal(MONP_HANDLER nhandler, int nsig)
 {
@@ -84,13 +75,13 @@ static void monp_recordsignal(MONP_HANDLER nhandler, int nsig)
     do {
         /* Signed, for the main thread may have drained past a slot number that was read before an interruption; the
            exchange then fails, and the number is read again. */
-        if (static_cast<int>(nslot - gndrained.load()) >= static_cast<int>(gnslots)) {
+        if (static_cast<int>(nslot - gndrained.load()) >= static_cast<int>(MONP_SIGNAL_SLOTS)) {
             gnunrecorded.fetch_add(1);
             goto monp_exit_func;
         }
     } while (!gnrecorded.compare_exchange_weak(nslot, nslot + 1));
     /* One more than the handler's number, so that no record is 0. */
-    gslots[nslot % gnslots].store(((nhandler + 1) << gnhandlershift) | nsig);
+    gslots[nslot % MONP_SIGNAL_SLOTS].store(((nhandler + 1) << MONP_HANDLER_SHIFT) | nsig);
 
 monp_exit_func:
     return;
@@ -129,14 +120,14 @@ static void monp_finishsignal(MONP_HANDLER nhandler, int nsig)
     const char* pname = ghandlernames[nhandler];
     const MONP_SIGNAL_ITEMS* prow = monp_findsignal(nhandler, nsig);
 
-    TESKLOG_LINE_AS(gpmonplog, TESKLOG_TRACE, pname, "start - (type=%s sig=%d)", gmonpmonpol.type, nsig);
-    TESKLOG_LINE_AS(gpmonplog, TESKLOG_TRACE, pname, "catch signal. (type=%s sig=%d)", gmonpmonpol.type, nsig);
+    MONP_LINE_AS(TESKLOG_TRACE, pname, "start - (type=%s sig=%d)", gmonpmonpol.type, nsig);
+    MONP_LINE_AS(TESKLOG_TRACE, pname, "catch signal. (type=%s sig=%d)", gmonpmonpol.type, nsig);
     if (prow == nullptr) {
-        TESKLOG_LINE_AS(gpmonplog, TESKLOG_WARNING, pname, "unknown signal. (type=%s sig=%d)", gmonpmonpol.type, nsig);
+        MONP_LINE_AS(TESKLOG_WARNING, pname, "unknown signal. (type=%s sig=%d)", gmonpmonpol.type, nsig);
     } else if (prow->bmarker != 0) {
         monp_make_mdfile();
     }
-    TESKLOG_LINE_AS(gpmonplog, TESKLOG_TRACE, pname, "end - (type=%s)", gmonpmonpol.type);
+    MONP_LINE_AS(TESKLOG_TRACE, pname, "end - (type=%s)", gmonpmonpol.type);
 }
 
 void monp_drainsignals(void)
@@ -152,13 +143,13 @@ void monp_drainsignals(void)
     }
     while (gndrained.load() != nend) {
         /* A handler on the other thread may have taken the slot and be about to fill it. */
-        pslot = &gslots[gndrained.load() % gnslots];
+        pslot = &gslots[gndrained.load() % MONP_SIGNAL_SLOTS];
         while ((nrecord = pslot->exchange(0)) == 0) {
             sched_yield();
         }
         gndrained.fetch_add(1);
-        monp_finishsignal(static_cast<MONP_HANDLER>((nrecord >> gnhandlershift) - 1),
-                          nrecord & ((1 << gnhandlershift) - 1));
+        monp_finishsignal(static_cast<MONP_HANDLER>((nrecord >> MONP_HANDLER_SHIFT) - 1),
+                          nrecord & ((1 << MONP_HANDLER_SHIFT) - 1));
     }
     nlost = gnunrecorded.exchange(0);
     if (nlost != 0) {
@@ -181,47 +172,31 @@ int monp_testflag(const MONP_FLAG& bflag)
     return bval;
 }
 
-int monp_testendbeforestart(void)
-{
-    gbendtested = -1;
-    return monp_testflag(gbmonpend);
-}
-
-void monp_clearrequests(void)
-{
-    gbmonpinited = 0;
-    /* It was clear when it was tested, so what sets it from then on is a request that nobody has looked at. */
-    if (gbendtested == 0) {
-        gbmonpend = 0;
-    }
-    gbendtested = 0;
-}
-
 void monp_pause(void)
 {
     sleep(1);
     monp_drainsignals();
 }
 
-static constexpr long gnmicroseconds = 1000000; /* in a second */
+static constexpr long MONP_SECOND_USEC = 1000000; /* microseconds in a second */
 
 static long monp_now(void)
 {
     struct timespec now = {};
 
     clock_gettime(CLOCK_MONOTONIC, &now);
-    return now.tv_sec * gnmicroseconds + now.tv_nsec / 1000;
+    return now.tv_sec * MONP_SECOND_USEC + now.tv_nsec / 1000;
 }
 
 void monp_pausewhole(const MONP_FLAG* pflag)
 {
-    const long nend = monp_now() + gnmicroseconds;
-    long nremain = gnmicroseconds;
+    const long nend = monp_now() + MONP_SECOND_USEC;
+    long nremain = MONP_SECOND_USEC;
     int nerrno = 0;
 
     do {
         errno = 0;
-        if (nremain == gnmicroseconds) {
+        if (nremain == MONP_SECOND_USEC) {
             sleep(1);
         } else {
             usleep(static_cast<useconds_t>(nremain));

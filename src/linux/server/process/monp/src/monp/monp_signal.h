@@ -7,11 +7,6 @@
 #include "monp.h"
 
 /*
- * Result: -1 on the main thread, else 0. Any thread.
- */
-int monp_ismainthread(void);
-
-/*
  * Writes the lines of the signals caught between the last call and this one, in the order of their arrival, and makes
  * the marker file where one of them, or a collection that has ended, asks for it. On any other thread than the main one
  * it does nothing.
@@ -24,17 +19,6 @@ void monp_drainsignals(void);
  * Result: the flag. Any thread; see monp_drainsignals.
  */
 int monp_testflag(const MONP_FLAG& bflag);
-
-/*
- * Tests gbmonpend like monp_testflag, for the last time before a start. Main thread.
- */
-int monp_testendbeforestart(void);
-
-/*
- * Clears gbmonpinited and gbmonpend at the begin of a start; the latter not where monp_testendbeforestart has just
- * found it clear, so that a request from in between is kept. Main thread.
- */
-void monp_clearrequests(void);
 
 /*
  * Sleeps one second, less when a signal arrives, and drains. Any thread.

@@ -127,10 +127,8 @@ monp_exit_func:
 
 void monp_startup_log(void)
 {
-    log_term(gpmonplog);
-    /* A library that cannot open the log may leave the handle as it was: closed. */
-    gpmonplog = nullptr;
-    log_init("monp", &gpmonplog, gmonppol.loglevel, gmonppol.logsize, 0);
+    monp_log_close();
+    monp_log_open(gmonppol.loglevel, gmonppol.logsize);
 }
 
 /*

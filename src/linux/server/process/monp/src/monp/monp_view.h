@@ -1,6 +1,6 @@
 /*
- * The records as the calling thread may read them. A reload rewrites them in place while the collection thread works,
- * and a path that is read meanwhile could be half the old and half the new one.
+ * The calling thread: which one it is, and the records as it may read them. A reload rewrites the records in place
+ * while the collection thread works, and a path that is read meanwhile could be half the old and half the new one.
  */
 #ifndef MONP_VIEW_H
 #define MONP_VIEW_H
@@ -18,5 +18,10 @@ typedef struct {
 } MONP_VIEW;
 
 extern constinit thread_local MONP_VIEW gview;
+
+/*
+ * Result: -1 on the main thread, else 0. Any thread.
+ */
+int monp_ismainthread(void);
 
 #endif
