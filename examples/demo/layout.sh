@@ -23,7 +23,7 @@ fail()
 make_directories()
 {
     install -d -m 0755 -- "$target" &&
-        install -d -m 0755 -- "$target/bin" "$target/lib" "$target/etc" "$target/etc/policy" \
+        install -d -m 0755 -- "$target/bin" "$target/lib" "$target/lib/builtin" "$target/etc" "$target/etc/policy" \
             "$target/etc/schema" "$target/etc/hook" "$target/work" "$target/run" "$target/var" "$target/var/lock" &&
         install -d -m 0750 -- "$target/log" &&
         install -d -m 0700 -- "$target/archive" "$target/work/dump"
@@ -45,7 +45,7 @@ copy_programs()
         copy_program bin/sample_service "bin/sample_$service"
     done
     for library in $libraries; do
-        copy_program "lib/$library" "lib/$library"
+        copy_program "lib/builtin/$library" "lib/builtin/$library"
     done
 }
 

@@ -75,9 +75,12 @@ protected:
 TEST_F(Package, HoldsRootsFilesAndNoScripts)
 {
     const std::pair<const char*, const char*> entries[] = {
-        { "lrwxrwxrwx", "HOME/lib/libtesklog.so" }, { "-rw-r--r--", "HOME/etc/schema/service.rng" },
-        { "drwxr-xr-x", "HOME/etc/hook/" },         { "drwx------", "HOME/work/dump/" },
-        { "-rwxr-xr-x", "/etc/init.d/monp" },       { "-rw-r--r--", "/usr/share/man/man8/monp.8" },
+        { "lrwxrwxrwx", "HOME/lib/builtin/libtesklog.so" },
+        { "-rw-r--r--", "HOME/etc/schema/service.rng" },
+        { "drwxr-xr-x", "HOME/etc/hook/" },
+        { "drwx------", "HOME/work/dump/" },
+        { "-rwxr-xr-x", "/etc/init.d/monp" },
+        { "-rw-r--r--", "/usr/share/man/man8/monp.8" },
     };
     const std::string list = sh("dpkg-deb -c $deb | sed 's, [^ ].* \\., ,; s, " PACKAGE_PREFIX "/, HOME/,'");
     for (const auto& [mode, path] : entries) {
@@ -135,6 +138,27 @@ TEST_F(Package, LeavesRunningMonitorsAlone)
     EXPECT_EQ(0, status);
     EXPECT_EQ("", pids(gprefix));
     EXPECT_TRUE(fs::is_empty("/var/log")) << "the machine's own log is written";
+}
+
+/* A library in lib goes before ours in lib/builtin; no package has a file there. */
+TEST_F(Package, NeverPutsOurLibraryBack)
+{
+    const std::string dpkg = "dpkg --root=$PWD --force-bad-path,unsafe-io,depends ";
+    const std::string libraries =
+        "LD_TRACE_LOADED_OBJECTS=1 " PACKAGE_PREFIX "/bin/monp | sed -n 's,.* => \\(.*/libtesk"
+        "[a-z]*\\).*,\\1,p'; cmp " SANDBOX_STUBS "/libtesklog.so.1.0 " PACKAGE_PREFIX "/lib/libtesklog.so.1.0";
+    const std::string directory = PACKAGE_PREFIX "/bin/../lib/";
+    sh("rm -r ." PACKAGE_PREFIX "; " + dpkg + "-i $deb");
+    show();
+    sh("cp " SANDBOX_STUBS "/libtesklog.so.1.0 " PACKAGE_PREFIX "/lib");
+    sh("dpkg-deb -R $deb new; sed -i 's/^Version: .*/Version: 99/' new/DEBIAN/control; dpkg-deb -b new new.deb");
+    for (const std::string action : { "-i $deb", "-i new.deb" }) {
+        sh(dpkg + action);
+        EXPECT_EQ(directory + "libtesklog\n" + directory + "builtin/libteskxml\n", sh(libraries)) << action;
+    }
+    sh(PACKAGE_INSTALL PACKAGE_PREFIX " | grep 'In front of ours: " PACKAGE_PREFIX "/lib/libtesklog.so.1.0'");
+    EXPECT_EQ(directory + "libtesklog\n" + directory + "builtin/libteskxml\n", sh(libraries));
+    sh(dpkg + "-r monp; test -e " PACKAGE_PREFIX "/lib/libtesklog.so.1.0");
 }
 
 /* What systemd does when the unit is started, its monitor dies, and the unit is restarted and stopped. */

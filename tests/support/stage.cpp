@@ -12,7 +12,7 @@
 Journal journal;
 Policy xml;
 
-static std::string vfmt(const char* format, va_list args)
+std::string vfmt(const char* format, va_list args)
 {
     char text[8192];
 
@@ -29,17 +29,45 @@ std::string fmt(const char* format, ...)
     return text;
 }
 
+size_t Journal::add(const std::string& entry)
+{
+    notes.resize(entries.size()); // a test may have cleared them
+    notes.push_back({ .thread = stage_thread(), .clock = sys.clock });
+    entries.push_back(entry);
+    if (stage_child != -1) {
+        dprintf(stage_child, "%s\n", entry.c_str());
+    }
+    return entries.size() - 1;
+}
+
 int Journal::call(const std::string& entry)
 {
-    entries.push_back(entry);
+    const size_t number = add(entry);
+    int code = 0;
+
     if (auto event = when.extract(entry)) {
         event.mapped()();
     }
-    auto hit = fails.find(entry);
-    if (hit == fails.end()) {
-        hit = fails.find(entry.substr(0, entry.find(' ')));
+    if (chance && stage_child == -1) {
+        code = chance(number);
+    } else if (!fails.empty()) {
+        auto hit = fails.find(entry);
+        if (hit == fails.end()) {
+            hit = fails.find(entry.substr(0, entry.find(' ')));
+        }
+        code = hit == fails.end() ? 0 : hit->second;
     }
-    return hit == fails.end() ? 0 : hit->second;
+    last = number;
+    if (code != 0 && number < notes.size()) { // unless a test has cleared it meanwhile
+        notes[number].result = -1;
+        notes[number].error = code;
+    }
+    return code;
+}
+
+Note& Journal::answer()
+{
+    return notes.at(last);
 }
 
 std::string Journal::only(const std::string& words, const std::vector<std::string>& without) const
@@ -168,13 +196,17 @@ int xmllib_get_value(const char* key, int kind, void* destination, int* capacity
 {
     journal.call(fmt("xmllib_get_value %s %d %d", key, kind, *capacity));
     auto hit = xml.values.find(key);
+    Note& answer = journal.answer();
     if (hit == xml.values.end()) {
+        answer.error = 0x105;
         return 0x105;
     }
     if (kind == TESKXML_INT) {
+        answer.text = std::to_string(std::get<int>(hit->second));
         memcpy(destination, &std::get<int>(hit->second), sizeof(int));
     } else {
         const std::string& text = std::get<std::string>(hit->second);
+        answer.text = text;
         EXPECT_LT(text.size(), static_cast<size_t>(*capacity)) << key;
         memcpy(destination, text.c_str(), text.size() + 1);
     }

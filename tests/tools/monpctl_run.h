@@ -30,11 +30,11 @@ struct Run {
 /*
  * Runs it to its end; the arguments are for a shell, which may be told to put it in the background.
  */
-inline Run monpctl(const Installation& in, const std::string& arguments)
+inline Run monpctl(const Installation& in, const std::string& arguments, const std::string& program = SANDBOX_MONPCTL)
 {
     const std::string files = (in.root / "work/monpctl").string();
     const std::string command =
-        "TESK_HOME=" + in.root.string() + " " SANDBOX_MONPCTL " 2>" + files + ".err >" + files + ".out " + arguments;
+        "TESK_HOME=" + in.root.string() + ' ' + program + " 2>" + files + ".err >" + files + ".out " + arguments;
     const int status = std::system(command.c_str());
 
     return { WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status), file_lines(files + ".out"),

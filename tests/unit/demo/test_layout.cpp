@@ -42,8 +42,8 @@ protected:
         if (geteuid() != 0) {
             GTEST_SKIP() << "the installation has to belong to root";
         }
-        sh("mkdir -p build/bin build/lib; cp built/sample_* build/bin");
-        sh("touch build/bin/monp build/bin/monpctl build/lib/libtesklog.so.1.0 build/lib/libteskxml.so.1.0");
+        sh("mkdir -p build/bin build/lib/builtin; cp built/sample_* build/bin");
+        sh("touch build/bin/monp build/bin/monpctl build/lib/builtin/libtesklog.so.1.0 build/lib/builtin/libteskxml.so.1.0");
     }
     std::string value(const std::string& section, const std::string& key) const
     {

@@ -3,18 +3,13 @@
  */
 #include "common/text.h"
 
+#include "tesk_text.h"
+
 namespace monpctl {
 
 std::string printable(std::string text)
 {
-    for (size_t i = 0; i < text.size(); i++) {
-        const auto byte = static_cast<unsigned char>(text[i]);
-        if (byte < ' ' || byte == 0x7f) {
-            text[i] = '?';
-        } else if (byte == 0xc2 && i + 1 < text.size() && (static_cast<unsigned char>(text[i + 1]) & 0xe0U) == 0x80) {
-            text[i] = text[i + 1] = '?'; /* U+0080 to U+009F */
-        }
-    }
+    tesk::hide_controls(text.data(), text.size());
     return text;
 }
 

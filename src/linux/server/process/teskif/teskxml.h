@@ -27,7 +27,7 @@ extern "C" {
 /*
  * Kind of a value.
  */
-enum __teskxml_kind__ {
+enum TESKXML_KIND {
     TESKXML_TEXT = 0, /* copied with its terminating NUL into a character array */
     TESKXML_INT = 1   /* decimal number, stored as a 4-byte int */
 };
@@ -85,7 +85,7 @@ TESKXML_API int xmllib_unload_policy(const char* name);
  * Reads one value. Blanks, tabs and line breaks around it are not part of it. An empty element is an empty text; an
  * element with child elements is no value. An int is a whole decimal number with an optional sign.
  *   key          path of elements, such as "/root/all/path"
- *   kind         a value of __teskxml_kind__
+ *   kind         a value of TESKXML_KIND
  *   destination  out: a character array, or an int; untouched unless the result is 0
  *   capacity     bytes that the destination holds: 1 or more, for an int at least 4; ours does not change it
  * Result: 0, ARGUMENT, NOTOPEN, NOKEY, NOVALUE, KIND, NOTNUMBER, RANGE, or CAPACITY.

@@ -43,7 +43,7 @@ enum TESKXML_RESULT {
     /* the value */
     TESKXML_RET_FAIL_NOKEY,     /* no loaded file holds the key */
     TESKXML_RET_FAIL_NOVALUE,   /* the key names an element with child elements */
-    TESKXML_RET_FAIL_KIND,      /* the kind asked for is none of __teskxml_kind__ */
+    TESKXML_RET_FAIL_KIND,      /* the kind asked for is none of TESKXML_KIND */
     TESKXML_RET_FAIL_NOTNUMBER, /* an int is asked for, and the text is no whole decimal number */
     TESKXML_RET_FAIL_RANGE,     /* the number does not fit an int */
     TESKXML_RET_FAIL_CAPACITY,  /* the value does not fit the destination */

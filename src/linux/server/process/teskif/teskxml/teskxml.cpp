@@ -4,264 +4,245 @@
 #include "teskxml.h"
 
 #include "tesk_home.h"
-#include "teskxml_error.h"
 #include "teskxml_open.h"
-#include "teskxml_set.h"
 #include "teskxml_value.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 
-typedef struct {
-    bool open;
-    char szhome[TESKXML_MAX_PATH + 1]; /* without a "/" at its end; empty: "/" itself */
-} TESKXML_STATE;
+using namespace teskxml;
 
-static TESKXML_STATE gteskxml;
+namespace {
 
-int teskxml_checkopen()
+struct Library {
+    bool open = false;
+    std::array<char, TESKXML_MAX_PATH + 1> home = {}; /* without a "/" at its end; empty: "/" itself */
+    size_t home_size = 0;
+};
+
+constinit Library glibrary;
+
+/*
+ * A path with its NUL.
+ */
+using Path = std::array<char, TESKXML_MAX_PATH + 1>;
+
+int missing(const char* argument)
 {
-    return gteskxml.open ? TESKXML_RET_SUCCESS
-                         : teskxml_fail(TESKXML_RET_FAIL_NOTOPEN, nullptr, 0, 0, "the library is not open");
+    return fail(TESKXML_RET_FAIL_ARGUMENT, NOWHERE, "%s is missing or unusable", argument);
 }
 
-static int teskxml_missing(const char* pargument)
+int check_name(const char* name)
 {
-    return teskxml_fail(TESKXML_RET_FAIL_ARGUMENT, nullptr, 0, 0, "%s is missing or unusable", pargument);
-}
+    constexpr const char* ALLOWED = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_-";
 
-static int teskxml_checkname(const char* pname)
-{
-    static constexpr char gallowed[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_-";
-    int nfuncret = TESKXML_RET_SUCCESS;
-    size_t nlen = 0;
-
-    if (pname == nullptr) {
-        nfuncret = teskxml_missing("the section's name");
-        goto monp_exit_func;
+    if (name == nullptr) {
+        return missing("the section's name");
     }
-    nlen = strnlen(pname, TESKXML_MAX_NAME + 1);
-    if (nlen == 0 || nlen > TESKXML_MAX_NAME || strspn(pname, gallowed) != nlen) {
-        nfuncret = teskxml_fail(TESKXML_RET_FAIL_NAME, nullptr, 0, 0,
-                                "\"%s\" is no section's name: 1 to %d of A-Z, a-z, 0-9, \"_\" and \"-\"",
-                                teskxml_shown(pname).text, TESKXML_MAX_NAME);
+    const size_t size = strnlen(name, TESKXML_MAX_NAME + 1);
+    if (size == 0 || size > TESKXML_MAX_NAME || std::strspn(name, ALLOWED) != size) {
+        return fail(TESKXML_RET_FAIL_NAME, NOWHERE,
+                    "\"%s\" is no section's name: 1 to %d of A-Z, a-z, 0-9, \"_\" and \"-\"", shown(name).text,
+                    TESKXML_MAX_NAME);
     }
-
-monp_exit_func:
-    return nfuncret;
+    return TESKXML_RET_SUCCESS;
 }
 
-/* Gives the path of a file in a directory below the home directory. */
-static int teskxml_homepath(char* ppath, const char* pdir, const char* pname)
+/*
+ * Gives the path of a file in a directory below the home directory, while the library is open.
+ */
+int home_path(Path& path, const char* directory, const char* name)
 {
-    int nfuncret = TESKXML_RET_SUCCESS;
-    int nlen = snprintf(ppath, TESKXML_MAX_PATH + 1, "%s%s%s.xml", gteskxml.szhome, pdir, pname);
+    const int result = check_open();
 
-    if (nlen < 0 || nlen > TESKXML_MAX_PATH) {
-        nfuncret = teskxml_fail(TESKXML_RET_FAIL_HOME, nullptr, 0, 0, "the home directory's path is too long");
+    if (result != TESKXML_RET_SUCCESS) {
+        return result;
     }
-    return nfuncret;
+    const int size = std::snprintf(path.data(), path.size(), "%s%s%s.xml", glibrary.home.data(), directory, name);
+    if (size < 0 || static_cast<size_t>(size) >= path.size()) {
+        return fail(TESKXML_RET_FAIL_HOME, NOWHERE, "the home directory's path is too long");
+    }
+    return TESKXML_RET_SUCCESS;
 }
 
-/* Bytes of a path that name the home directory if it lies in there, else 0 for "/". */
-static size_t teskxml_toplength(const char* ppath)
+int config_path(Path& path)
 {
-    size_t nhome = strlen(gteskxml.szhome);
-
-    return strncmp(ppath, gteskxml.szhome, nhome) == 0 && ppath[nhome] == '/' ? nhome : 0;
+    return home_path(path, "/etc/", "config");
 }
 
-/* Takes the home directory over, without "/" at its end, "//" and ".": behind these a symbolic link would be followed
-   and pass for the directory that it leads to. */
-static int teskxml_takehome(const char* phome)
+/*
+ * Checks the name of a section, too.
+ */
+int section_path(Path& path, const char* name)
 {
-    int nfuncret = TESKXML_RET_SUCCESS;
-    const char* pname = phome;
-    size_t nlen = 0;
-    size_t nhome = 0;
-    bool bgood = phome[0] == '/';
+    int result = check_open();
 
-    for (; bgood && *pname != '\0'; pname += nlen) {
-        pname += strspn(pname, "/");
-        nlen = strcspn(pname, "/");
-        if (nlen == 0 || (nlen == 1 && pname[0] == '.')) {
+    if (result == TESKXML_RET_SUCCESS) {
+        result = check_name(name);
+    }
+    return result == TESKXML_RET_SUCCESS ? home_path(path, "/etc/policy/", name) : result;
+}
+
+/*
+ * Bytes of a path that name the home directory if it lies in there; otherwise 0, for "/".
+ */
+size_t top_size(const char* path)
+{
+    const size_t size = glibrary.home_size;
+
+    return std::strncmp(path, glibrary.home.data(), size) == 0 && path[size] == '/' ? size : 0;
+}
+
+/*
+ * Takes the home directory over, without "/" at its end, "//" and ".": behind these a symbolic link would be followed
+ * and pass for the directory that it leads to.
+ */
+int take_home(const char* home)
+{
+    char* const begin = glibrary.home.data();
+    char* end = begin;
+    bool good = home[0] == '/';
+
+    for (const char* next = home; good && *next != '\0';) {
+        next += std::strspn(next, "/");
+        const std::string_view name(next, std::strcspn(next, "/"));
+        next += name.size();
+        if (name.empty() || name == ".") {
             continue;
         }
-        bgood = (nlen != 2 || memcmp(pname, "..", nlen) != 0) && nhome + 1 + nlen <= TESKXML_MAX_PATH;
-        if (bgood) {
-            gteskxml.szhome[nhome] = '/';
-            memcpy(gteskxml.szhome + nhome + 1, pname, nlen);
-            nhome += 1 + nlen;
+        good = name != ".." && static_cast<size_t>(end - begin) + 1 + name.size() <= TESKXML_MAX_PATH;
+        if (good) {
+            *end++ = '/';
+            end = std::copy(name.begin(), name.end(), end);
         }
     }
-    gteskxml.szhome[nhome] = '\0';
-    if (!bgood) {
-        nfuncret = teskxml_fail(TESKXML_RET_FAIL_HOME, nullptr, 0, 0,
-                                "the home directory \"%s\" is no absolute path without \"..\" of at most %d bytes",
-                                teskxml_shown(phome).text, TESKXML_MAX_PATH);
+    *end = '\0';
+    glibrary.home_size = static_cast<size_t>(end - begin);
+    if (!good) {
+        return fail(TESKXML_RET_FAIL_HOME, NOWHERE,
+                    "the home directory \"%s\" is no absolute path without \"..\" of at most %d bytes",
+                    shown(home).text, TESKXML_MAX_PATH);
     }
-    return nfuncret;
+    return TESKXML_RET_SUCCESS;
+}
+
+} // namespace
+
+int teskxml::check_open()
+{
+    return glibrary.open ? TESKXML_RET_SUCCESS : fail(TESKXML_RET_FAIL_NOTOPEN, NOWHERE, "the library is not open");
 }
 
 int xmllib_init(const char* ident)
 {
-    int nfuncret = TESKXML_RET_SUCCESS;
-
     if (ident == nullptr || ident[0] == '\0') {
-        nfuncret = teskxml_missing("the caller's name");
-        goto monp_exit_func;
+        return missing("the caller's name");
     }
-    if (gteskxml.open) {
-        nfuncret = teskxml_fail(TESKXML_RET_FAIL_ALREADYOPEN, nullptr, 0, 0, "the library is open already");
-        goto monp_exit_func;
+    if (glibrary.open) {
+        return fail(TESKXML_RET_FAIL_ALREADYOPEN, NOWHERE, "the library is open already");
     }
-    nfuncret = teskxml_takehome(tesk_home());
-    gteskxml.open = nfuncret == TESKXML_RET_SUCCESS;
-
-monp_exit_func:
-    return nfuncret;
+    const int result = take_home(tesk_home());
+    glibrary.open = result == TESKXML_RET_SUCCESS;
+    return result;
 }
 
 int xmllib_term(void)
 {
-    int nfuncret = teskxml_checkopen();
+    const int result = check_open();
 
-    if (nfuncret == TESKXML_RET_SUCCESS) {
-        teskxml_set_clear();
-        gteskxml.open = false;
+    if (result == TESKXML_RET_SUCCESS) {
+        clear();
+        glibrary.open = false;
     }
-    return nfuncret;
+    return result;
 }
 
 int xmllib_load_config(void)
 {
-    int nfuncret = teskxml_checkopen();
-    char szpath[TESKXML_MAX_PATH + 1] = "";
-    uintptr_t nhandle = 0;
+    Path path;
+    uintptr_t handle = 0;
+    const int result = config_path(path);
 
-    if (nfuncret == TESKXML_RET_SUCCESS) {
-        nfuncret = teskxml_homepath(szpath, "/etc/", "config");
-    }
-    if (nfuncret == TESKXML_RET_SUCCESS) {
-        nfuncret = teskxml_set_load(TESKXML_DOC_CONFIG, szpath, strlen(gteskxml.szhome), nullptr, &nhandle);
-    }
-    return nfuncret;
+    return result == TESKXML_RET_SUCCESS ? load({ Kind::config, path.data(), glibrary.home_size }, handle) : result;
 }
 
 int xmllib_unload_config(void)
 {
-    int nfuncret = teskxml_checkopen();
-    char szpath[TESKXML_MAX_PATH + 1] = "";
+    Path path;
+    const int result = config_path(path);
 
-    if (nfuncret == TESKXML_RET_SUCCESS) {
-        nfuncret = teskxml_homepath(szpath, "/etc/", "config");
-    }
-    if (nfuncret == TESKXML_RET_SUCCESS) {
-        nfuncret = teskxml_set_release(teskxml_set_find(TESKXML_DOC_CONFIG, szpath), "the configuration");
-    }
-    return nfuncret;
+    return result == TESKXML_RET_SUCCESS ? release(Kind::config, path.data(), "the configuration") : result;
 }
 
 int xmllib_load_pathconfig(const char* path, void** handle)
 {
-    int nfuncret = teskxml_checkopen();
-    uintptr_t nhandle = 0;
+    uintptr_t number = 0;
+    int result = check_open();
 
-    if (nfuncret != TESKXML_RET_SUCCESS) {
-        goto monp_exit_func;
+    if (result != TESKXML_RET_SUCCESS) {
+        return result;
     }
     if (path == nullptr || handle == nullptr) {
-        nfuncret = teskxml_missing("the configuration's path or the handle for it");
-        goto monp_exit_func;
+        return missing("the configuration's path or the handle for it");
     }
     if (path[0] != '/' || strnlen(path, TESKXML_MAX_PATH + 1) > TESKXML_MAX_PATH) {
-        nfuncret =
-            teskxml_fail(TESKXML_RET_FAIL_ARGUMENT, nullptr, 0, 0, "\"%s\" is no absolute path of at most %d bytes",
-                         teskxml_shown(path).text, TESKXML_MAX_PATH);
-        goto monp_exit_func;
+        return fail(TESKXML_RET_FAIL_ARGUMENT, NOWHERE, "\"%s\" is no absolute path of at most %d bytes",
+                    shown(path).text, TESKXML_MAX_PATH);
     }
-    nfuncret = teskxml_set_load(TESKXML_DOC_PATHCONFIG, path, teskxml_toplength(path), nullptr, &nhandle);
-    if (nfuncret == TESKXML_RET_SUCCESS) {
-        *handle = reinterpret_cast<void*>(nhandle);
+    result = load({ Kind::path_config, path, top_size(path) }, number);
+    if (result == TESKXML_RET_SUCCESS) {
+        *handle = reinterpret_cast<void*>(number);
     }
-
-monp_exit_func:
-    return nfuncret;
+    return result;
 }
 
 int xmllib_unload_pathconfig(void* handle)
 {
-    int nfuncret = teskxml_checkopen();
+    const int result = check_open();
 
-    if (nfuncret == TESKXML_RET_SUCCESS) {
-        nfuncret = teskxml_set_release(teskxml_set_findhandle(reinterpret_cast<uintptr_t>(handle)),
-                                       "a configuration of this handle");
-    }
-    return nfuncret;
-}
-
-/* Checks the name of a section and gives the path of its file. */
-static int teskxml_sectionpath(const char* pname, char* ppath)
-{
-    int nfuncret = teskxml_checkopen();
-
-    if (nfuncret == TESKXML_RET_SUCCESS) {
-        nfuncret = teskxml_checkname(pname);
-    }
-    if (nfuncret == TESKXML_RET_SUCCESS) {
-        nfuncret = teskxml_homepath(ppath, "/etc/policy/", pname);
-    }
-    return nfuncret;
+    return result == TESKXML_RET_SUCCESS
+               ? release(reinterpret_cast<uintptr_t>(handle), "a configuration of this handle")
+               : result;
 }
 
 int xmllib_load_policy(const char* name)
 {
-    char szpath[TESKXML_MAX_PATH + 1] = "";
-    int nfuncret = teskxml_sectionpath(name, szpath);
-    uintptr_t nhandle = 0;
+    Path path;
+    uintptr_t handle = 0;
+    const int result = section_path(path, name);
 
-    if (nfuncret == TESKXML_RET_SUCCESS) {
-        nfuncret = teskxml_set_load(TESKXML_DOC_SECTION, szpath, strlen(gteskxml.szhome), name, &nhandle);
-    }
-    return nfuncret;
+    return result == TESKXML_RET_SUCCESS ? load({ Kind::section, path.data(), glibrary.home_size, name }, handle)
+                                         : result;
 }
 
 int xmllib_unload_policy(const char* name)
 {
-    char szpath[TESKXML_MAX_PATH + 1] = "";
-    int nfuncret = teskxml_sectionpath(name, szpath);
+    Path path;
+    const int result = section_path(path, name);
 
-    if (nfuncret == TESKXML_RET_SUCCESS) {
-        nfuncret = teskxml_set_release(teskxml_set_find(TESKXML_DOC_SECTION, szpath), name);
-    }
-    return nfuncret;
+    return result == TESKXML_RET_SUCCESS ? release(Kind::section, path.data(), name) : result;
 }
 
 // NOLINTNEXTLINE(readability-non-const-parameter): the signature is the closed library's
 int xmllib_get_value(const char* key, int kind, void* destination, int* capacity)
 {
-    int nfuncret = teskxml_checkopen();
-    const TESKXML_DOC* pdoc = nullptr;
-    uint32_t nnode = TESKXML_NONE;
+    Found found = {};
+    int result = check_open();
 
-    if (nfuncret != TESKXML_RET_SUCCESS) {
-        goto monp_exit_func;
+    if (result != TESKXML_RET_SUCCESS) {
+        return result;
     }
     if (key == nullptr || destination == nullptr || capacity == nullptr || *capacity <= 0) {
-        nfuncret = teskxml_missing("the key, the destination or its capacity");
-        goto monp_exit_func;
+        return missing("the key, the destination or its capacity");
     }
     if (kind != TESKXML_TEXT && kind != TESKXML_INT) {
-        nfuncret = teskxml_fail(TESKXML_RET_FAIL_KIND, nullptr, 0, 0, "%d is no kind of a value", kind);
-        goto monp_exit_func;
+        return fail(TESKXML_RET_FAIL_KIND, NOWHERE, "%d is no kind of a value", kind);
     }
-    nfuncret = teskxml_set_lookup(key, &pdoc, &nnode);
-    if (nfuncret != TESKXML_RET_SUCCESS) {
-        goto monp_exit_func;
+    result = look_up(key, found);
+    if (result != TESKXML_RET_SUCCESS) {
+        return result;
     }
-    nfuncret = kind == TESKXML_TEXT ? teskxml_value_text(pdoc, nnode, destination, static_cast<size_t>(*capacity))
-                                    : teskxml_value_int(pdoc, nnode, destination, static_cast<size_t>(*capacity));
-
-monp_exit_func:
-    return nfuncret;
+    return kind == TESKXML_TEXT ? copy_text(found, destination, static_cast<size_t>(*capacity))
+                                : copy_number(found, destination, static_cast<size_t>(*capacity));
 }

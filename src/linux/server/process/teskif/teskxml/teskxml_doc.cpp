@@ -1,246 +1,231 @@
 /*
  * The elements of one file. Their size is bounded before the file is parsed: an element needs a "<" of its own, a key
  * has its limit, and the values never get longer than the file, as a reference is longer than what it stands for. So
- * one allocation suffices, and one free undoes everything. What the bound exceeds the need by is never touched.
+ * one allocation suffices, and one free undoes everything. Pages beyond the need are never touched.
  */
 #include "teskxml_doc.h"
 
-#include "teskxml_tools.h"
-
 #include <algorithm>
-#include <cstdlib>
+#include <bit>
 #include <cstring>
+#include <new>
+#include <type_traits>
+
+namespace teskxml {
+
+namespace {
 
 /* Without a branch, so that the compiler makes it look at many bytes at once. Comments count too; it is a bound. */
-static uint32_t teskxml_countelements(const char* pdata, size_t nsize)
+uint32_t count_elements(std::string_view content)
 {
-    uint32_t ncount = 0;
+    uint32_t count = 0;
 
-    for (size_t ninx = 1; ninx < nsize; ninx++) {
-        ncount += static_cast<uint32_t>(pdata[ninx - 1] == '<') & static_cast<uint32_t>(pdata[ninx] != '/');
+    for (size_t at = 1; at < content.size(); at++) {
+        count += static_cast<uint32_t>(content[at - 1] == '<') & static_cast<uint32_t>(content[at] != '/');
     }
-    return std::min<uint32_t>(ncount, TESKXML_MAX_KEYS);
-}
-
-/* Places of the index: half of them or more stay free, so that a search soon meets a free one. */
-static size_t teskxml_countplaces(uint32_t nnodes)
-{
-    size_t nplaces = 2;
-
-    while (nplaces < 2 * static_cast<size_t>(nnodes)) {
-        nplaces *= 2;
-    }
-    return nplaces;
-}
-
-static_assert(sizeof(TESKXML_DOC) % alignof(TESKXML_NODE) == 0, "the elements follow the document");
-static_assert(sizeof(TESKXML_NODE) % alignof(uint32_t) == 0, "the index follows the elements");
-
-PTESKXML_DOC teskxml_doc_create(int nkind, const char* pfile, const char* pdata, size_t nsize)
-{
-    uint32_t nnodes = teskxml_countelements(pdata, nsize);
-    size_t nplaces = teskxml_countplaces(nnodes);
-    size_t nmaxtext = nnodes * static_cast<size_t>(TESKXML_MAX_KEY + 2) + nsize; /* with the NULs of key and value */
-    size_t nfilelen = strlen(pfile) + 1;
-    PTESKXML_DOC pdoc = static_cast<PTESKXML_DOC>(
-        malloc(sizeof(TESKXML_DOC) + nnodes * sizeof(TESKXML_NODE) + nplaces * sizeof(uint32_t) + nfilelen + nmaxtext));
-
-    if (pdoc != nullptr) {
-        *pdoc = {};
-        pdoc->kind = nkind;
-        pdoc->users = 1;
-        pdoc->lastparent = TESKXML_TOP;
-        pdoc->pnode = reinterpret_cast<TESKXML_NODE*>(pdoc + 1);
-        pdoc->maxnodes = nnodes;
-        pdoc->pplace = reinterpret_cast<uint32_t*>(pdoc->pnode + nnodes);
-        pdoc->placemask = static_cast<uint32_t>(nplaces - 1);
-        memset(pdoc->pplace, 0xff, nplaces * sizeof(uint32_t));
-        pdoc->pfile = static_cast<char*>(memcpy(pdoc->pplace + nplaces, pfile, nfilelen));
-        pdoc->ptext = reinterpret_cast<char*>(pdoc->pplace + nplaces) + nfilelen;
-        pdoc->maxtext = nmaxtext;
-    }
-    return pdoc;
+    return std::min<uint32_t>(count, TESKXML_MAX_KEYS);
 }
 
 /* By words, the last one overlapping, as a name taken byte by byte costs more than all the rest of a step. */
-static inline uint32_t teskxml_hash(uint32_t nparent, const char* pname, size_t nlen)
+inline uint32_t hash_of(Number parent, std::string_view name)
 {
-    static constexpr uint64_t nfactor = 0x9e3779b97f4a7c15; /* odd, with bits all over */
-    uint64_t nhash = static_cast<uint64_t>(nparent) << 32 | nlen;
-    uint64_t nword = 0;
-    size_t ninx = 0;
+    constexpr uint64_t FACTOR = 0x9e3779b97f4a7c15; /* odd, with bits all over */
+    uint64_t hash = static_cast<uint64_t>(parent) << 32 | name.size();
+    uint64_t word = 0;
+    size_t at = 0;
 
-    for (; ninx + sizeof(nword) < nlen; ninx += sizeof(nword)) {
-        memcpy(&nword, pname + ninx, sizeof(nword));
-        nhash = (nhash ^ nword) * nfactor;
-        nhash ^= nhash >> 32;
+    for (; at + sizeof(word) < name.size(); at += sizeof(word)) {
+        std::memcpy(&word, name.data() + at, sizeof(word));
+        hash = (hash ^ word) * FACTOR;
+        hash ^= hash >> 32;
     }
-    if (nlen >= sizeof(nword)) {
-        memcpy(&nword, pname + nlen - sizeof(nword), sizeof(nword));
+    if (name.size() >= sizeof(word)) {
+        std::memcpy(&word, name.data() + name.size() - sizeof(word), sizeof(word));
     } else {
-        for (nword = 0; ninx < nlen; ninx++) {
-            nword = nword << 8 | static_cast<unsigned char>(pname[ninx]);
+        for (word = 0; at < name.size(); at++) {
+            word = word << 8 | static_cast<unsigned char>(name[at]);
         }
     }
-    nhash = (nhash ^ nword) * nfactor;
-    return static_cast<uint32_t>(nhash >> 32);
+    hash = (hash ^ word) * FACTOR;
+    return static_cast<uint32_t>(hash >> 32);
 }
 
-/* The place of a name below its parent in the index: the one that leads to its element, or the free one where it would
- * have to be. */
-static uint32_t* teskxml_place(const TESKXML_DOC* pdoc, uint32_t nparent, const char* pname, size_t nlen)
-{
-    uint32_t* pplace = nullptr;
-    const TESKXML_NODE* pnode = nullptr;
-    bool bfound = false;
+} // namespace
 
-    for (uint32_t nplace = teskxml_hash(nparent, pname, nlen); !bfound; nplace++) {
-        pplace = &pdoc->pplace[nplace & pdoc->placemask];
-        bfound = *pplace == TESKXML_NONE;
-        if (!bfound) {
-            pnode = &pdoc->pnode[*pplace];
-            bfound = pnode->parent == nparent && pnode->namelen == nlen &&
-                     memcmp(teskxml_doc_name(pdoc, *pplace), pname, nlen) == 0;
+static_assert(sizeof(Document) % alignof(Node) == 0, "the elements follow the document");
+static_assert(sizeof(Node) % alignof(uint32_t) == 0, "the index follows the elements");
+static_assert(std::is_trivially_destructible_v<Document>, "free releases a document");
+
+DocumentPtr Document::create(Kind kind, std::string_view path, std::string_view content)
+{
+    const uint32_t capacity = count_elements(content);
+    /* half of the slots or more stay free, so that a search soon meets a free one */
+    const size_t slots = std::bit_ceil(std::max<size_t>(2 * static_cast<size_t>(capacity), 2));
+    const size_t text = capacity * static_cast<size_t>(TESKXML_MAX_KEY + 2) + content.size(); /* NULs included */
+    void* const block =
+        std::malloc(sizeof(Document) + capacity * sizeof(Node) + slots * sizeof(uint32_t) + path.size() + 1 + text);
+
+    if (block == nullptr) {
+        return nullptr;
+    }
+    DocumentPtr document(new (block) Document(kind));
+    document->nodes_ = reinterpret_cast<Node*>(document.get() + 1);
+    document->capacity_ = capacity;
+    document->slots_ = reinterpret_cast<uint32_t*>(document->nodes_ + capacity);
+    document->mask_ = static_cast<uint32_t>(slots - 1);
+    std::fill_n(document->slots_, slots, NONE);
+    char* const copy = reinterpret_cast<char*>(document->slots_ + slots);
+    *std::copy(path.begin(), path.end(), copy) = '\0';
+    document->path_ = copy;
+    document->text_ = copy + path.size() + 1;
+    document->text_capacity_ = text;
+    return document;
+}
+
+/*
+ * The slot of a name below its parent: the one that leads to its element, or the free one where it would have to be.
+ */
+uint32_t* Document::slot(Number parent, std::string_view name) const
+{
+    for (uint32_t at = hash_of(parent, name);; at++) {
+        uint32_t* const found = &slots_[at & mask_];
+        if (*found == NONE) {
+            return found;
+        }
+        const Node& one = nodes_[*found];
+        if (one.parent == parent && one.name_size == name.size() &&
+            std::memcmp(this->name(*found), name.data(), name.size()) == 0) {
+            return found;
         }
     }
-    return pplace;
 }
 
-/* Writes the key of a new element behind all texts, where it stays if the element is added; result: its length. */
-static size_t teskxml_makekey(PTESKXML_DOC pdoc, uint32_t nparent, const char* pname, size_t nlen)
+/*
+ * Writes the key of a new element behind all texts, where it stays if the element is added.
+ * Result: its length.
+ */
+size_t Document::make_key(Number parent, std::string_view name)
 {
-    char* pkey = pdoc->ptext + pdoc->text;
-    size_t nparentlen = 0;
+    char* const key = text_ + text_size_;
+    char* end = key;
 
-    if (nparent != TESKXML_TOP) {
-        nparentlen = pdoc->pnode[nparent].keylen;
-        memcpy(pkey, teskxml_doc_key(pdoc, nparent), nparentlen);
+    if (parent != TOP) {
+        end = std::copy_n(this->key(parent), nodes_[parent].key_size, end);
     }
-    pkey[nparentlen] = '/';
-    memcpy(pkey + nparentlen + 1, pname, nlen + 1);
-    return nparentlen + 1 + nlen;
+    *end++ = '/';
+    end = std::copy(name.begin(), name.end(), end);
+    *end = '\0';
+    return static_cast<size_t>(end - key);
 }
 
-bool teskxml_doc_add(PTESKXML_DOC pdoc, uint32_t nparent, const char* pname, size_t nlen, uint32_t* pnumber)
+Document::Added Document::add(Number parent, std::string_view name)
 {
-    bool badded = false;
-    size_t nkeylen = 0;
-    uint32_t* pplace = nullptr;
-    TESKXML_NODE* pnode = nullptr;
-
-    *pnumber = TESKXML_NONE;
-    if (pdoc->nodes == pdoc->maxnodes || pdoc->maxtext - pdoc->text < TESKXML_MAX_KEY + 1) {
-        goto monp_exit_func;
+    if (size_ == capacity_ || text_capacity_ - text_size_ < TESKXML_MAX_KEY + 1) {
+        return { false, NONE };
     }
-    pplace = teskxml_place(pdoc, nparent, pname, nlen);
-    badded = *pplace == TESKXML_NONE;
-    if (badded) {
-        nkeylen = teskxml_makekey(pdoc, nparent, pname, nlen);
-        *pplace = pdoc->nodes++;
-        pnode = &pdoc->pnode[*pplace];
-        *pnode = {};
-        pnode->parent = nparent;
-        pnode->key = static_cast<uint32_t>(pdoc->text);
-        pnode->keylen = static_cast<uint16_t>(nkeylen);
-        pnode->namelen = static_cast<uint16_t>(nlen);
-        pdoc->text += nkeylen + 1;
+    uint32_t* const found = slot(parent, name);
+    if (*found != NONE) {
+        return { false, *found };
     }
-    *pnumber = *pplace;
-
-monp_exit_func:
-    return badded;
+    const size_t key_size = make_key(parent, name);
+    *found = size_++;
+    nodes_[*found] = { parent,
+                       static_cast<uint32_t>(text_size_),
+                       0,
+                       0,
+                       static_cast<uint16_t>(key_size),
+                       static_cast<uint16_t>(name.size()),
+                       0,
+                       false };
+    text_size_ += key_size + 1;
+    return { true, *found };
 }
 
-bool teskxml_doc_addtext(PTESKXML_DOC pdoc, const char* ptext, size_t nlen)
+bool Document::add_text(std::string_view text)
 {
-    TESKXML_NODE* pnode = &pdoc->pnode[pdoc->nodes - 1];
-    bool bfits = pdoc->maxtext - pdoc->text >= nlen;
+    Node& newest = nodes_[size_ - 1];
 
-    if (bfits) {
-        memcpy(pdoc->ptext + pdoc->text, ptext, nlen);
-        pdoc->text += nlen;
-        pnode->valuelen = static_cast<uint16_t>(pnode->valuelen + nlen);
+    if (text_capacity_ - text_size_ < text.size()) {
+        return false;
     }
-    return bfits;
+    std::copy(text.begin(), text.end(), text_ + text_size_);
+    text_size_ += text.size();
+    newest.value_size = static_cast<uint16_t>(newest.value_size + text.size());
+    return true;
 }
 
-bool teskxml_doc_endtext(PTESKXML_DOC pdoc)
+bool Document::end_text()
 {
-    TESKXML_NODE* pnode = &pdoc->pnode[pdoc->nodes - 1];
-    bool bfits = true;
+    Node& newest = nodes_[size_ - 1];
 
-    while (pnode->valuelen > 0 && teskxml_isblank(pdoc->ptext[pdoc->text - 1])) {
-        pnode->valuelen--;
-        pdoc->text--;
+    while (newest.value_size > 0 && is_blank(text_[text_size_ - 1])) {
+        newest.value_size--;
+        text_size_--;
     }
-    if (pnode->valuelen > 0) {
-        bfits = pdoc->text < pdoc->maxtext;
-        if (bfits) {
-            pdoc->ptext[pdoc->text++] = '\0';
+    if (newest.value_size == 0) {
+        return true; /* the NUL of the key serves */
+    }
+    if (text_size_ == text_capacity_) {
+        return false;
+    }
+    text_[text_size_++] = '\0';
+    return true;
+}
+
+const char* Document::key(Number number) const
+{
+    return text_ + nodes_[number].key;
+}
+
+const char* Document::name(Number number) const
+{
+    return key(number) + nodes_[number].key_size - nodes_[number].name_size;
+}
+
+const char* Document::value(Number number) const
+{
+    return key(number) + nodes_[number].key_size + (nodes_[number].value_size > 0 ? 1 : 0);
+}
+
+/*
+ * Where the walk to a key can begin: the element that the last key lay in, if this key leads through that.
+ */
+Number Document::begin(std::string_view key) const
+{
+    if (last_parent_ == TOP) {
+        return TOP;
+    }
+    const size_t size = nodes_[last_parent_].key_size;
+    const bool below =
+        size < key.size() && key[size] == '/' && std::memcmp(this->key(last_parent_), key.data(), size) == 0;
+
+    return below ? last_parent_ : TOP;
+}
+
+Number Document::find(std::string_view key)
+{
+    Number found = begin(key);
+
+    key.remove_prefix(found != TOP ? nodes_[found].key_size : 0);
+    while (key.starts_with('/') && found != NONE) {
+        last_parent_ = found;
+        key.remove_prefix(1);
+        const std::string_view name(key.data(), std::min(key.find('/'), key.size()));
+        found = *slot(found, name);
+        key.remove_prefix(name.size());
+    }
+    return key.empty() && found != TOP ? found : NONE;
+}
+
+std::optional<Document::Clash> Document::clash(Document& other) const
+{
+    for (Number here = 0; here < size_; here++) {
+        const Number there = other.find({ key(here), nodes_[here].key_size });
+        if (there != NONE && !(nodes_[here].branch && other.nodes_[there].branch)) {
+            return Clash{ here, there };
         }
     }
-    return bfits;
+    return std::nullopt;
 }
 
-const char* teskxml_doc_key(const TESKXML_DOC* pdoc, uint32_t nnode)
-{
-    return pdoc->ptext + pdoc->pnode[nnode].key;
-}
-
-const char* teskxml_doc_name(const TESKXML_DOC* pdoc, uint32_t nnode)
-{
-    return teskxml_doc_key(pdoc, nnode) + pdoc->pnode[nnode].keylen - pdoc->pnode[nnode].namelen;
-}
-
-const char* teskxml_doc_value(const TESKXML_DOC* pdoc, uint32_t nnode)
-{
-    const TESKXML_NODE* pnode = &pdoc->pnode[nnode];
-
-    /* An empty value has no NUL of its own; the one of the key serves. */
-    return pdoc->ptext + pnode->key + pnode->keylen + (pnode->valuelen > 0 ? 1 : 0);
-}
-
-/* Where the walk to a key can begin: the element that the last key lay in, if this key leads through that. */
-static uint32_t teskxml_begin(const TESKXML_DOC* pdoc, const char* pkey, size_t nlen)
-{
-    const uint32_t nlast = pdoc->lastparent;
-    size_t nlastlen = 0;
-    bool bbelow = false;
-
-    if (nlast != TESKXML_TOP) {
-        nlastlen = pdoc->pnode[nlast].keylen;
-        bbelow = nlastlen < nlen && pkey[nlastlen] == '/' && memcmp(teskxml_doc_key(pdoc, nlast), pkey, nlastlen) == 0;
-    }
-    return bbelow ? nlast : TESKXML_TOP;
-}
-
-uint32_t teskxml_doc_find(PTESKXML_DOC pdoc, const char* pkey, size_t nlen)
-{
-    uint32_t nnode = teskxml_begin(pdoc, pkey, nlen);
-    const char* pend = pkey + nlen;
-    size_t nnamelen = 0;
-
-    pkey += nnode != TESKXML_TOP ? pdoc->pnode[nnode].keylen : 0;
-    while (pkey < pend && *pkey == '/' && nnode != TESKXML_NONE) {
-        pdoc->lastparent = nnode;
-        pkey++;
-        nnamelen = static_cast<size_t>(strchrnul(pkey, '/') - pkey);
-        nnode = *teskxml_place(pdoc, nnode, pkey, nnamelen);
-        pkey += nnamelen;
-    }
-    return pkey == pend && nnode != TESKXML_TOP ? nnode : TESKXML_NONE;
-}
-
-bool teskxml_doc_clash(const TESKXML_DOC* pdoc, PTESKXML_DOC potherdoc, uint32_t* pclash, uint32_t* pother)
-{
-    bool bclash = false;
-    const TESKXML_NODE* pnode = nullptr;
-
-    for (uint32_t nnode = 0; nnode < pdoc->nodes && !bclash; nnode++) {
-        pnode = &pdoc->pnode[nnode];
-        *pclash = nnode;
-        *pother = teskxml_doc_find(potherdoc, teskxml_doc_key(pdoc, nnode), pnode->keylen);
-        bclash = *pother != TESKXML_NONE && !(pnode->branch && potherdoc->pnode[*pother].branch);
-    }
-    return bclash;
-}
+} // namespace teskxml

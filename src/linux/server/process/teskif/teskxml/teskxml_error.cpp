@@ -4,18 +4,23 @@
  */
 #include "teskxml_error.h"
 
-#include <cstdarg>
+#include "tesk_text.h"
+
+#include <algorithm>
+#include <array>
 #include <cstdio>
 #include <cstring>
-#include <iterator>
+#include <string_view>
 
-typedef struct {
+namespace {
+
+struct Code {
     int code;
     const char* name;
     const char* text;
-} TESKXML_CODE;
+};
 
-static constexpr TESKXML_CODE gcode[] = {
+constexpr Code CODES[] = {
     { TESKXML_RET_SUCCESS, "TESKXML_RET_SUCCESS", "success" },
     { TESKXML_RET_FAIL_ARGUMENT, "TESKXML_RET_FAIL_ARGUMENT", "an argument is missing or unusable" },
     { TESKXML_RET_FAIL_NOTOPEN, "TESKXML_RET_FAIL_NOTOPEN", "the library is not open" },
@@ -42,90 +47,81 @@ static constexpr TESKXML_CODE gcode[] = {
     { TESKXML_RET_FAIL_MEMORY, "TESKXML_RET_FAIL_MEMORY", "out of memory" },
 };
 
-static constexpr bool teskxml_rowsagree()
-{
-    bool bagree = std::size(gcode) == TESKXML_RET_NUM;
-    int nrow = 0;
+static_assert(std::size(CODES) == TESKXML_RET_NUM &&
+                  std::ranges::all_of(CODES, [](const Code& row) { return &row == &CODES[row.code]; }),
+              "one row for each result code, in their order");
 
-    for (const TESKXML_CODE& row : gcode) {
-        bagree = bagree && row.code == nrow;
-        nrow++;
-    }
-    return bagree;
-}
-static_assert(teskxml_rowsagree(), "one row for each result code, in their order");
+constexpr std::string_view CUT = "...";
 
 /* The sentence is composed in here, and the file's path is copied, as the file may be released by the next call. */
-static char gszsentence[1024];
-static char gszfile[TESKXML_MAX_PATH + 1];
-static TESKXML_FAILURE gfailure = { TESKXML_RET_SUCCESS, gszfile, 0, 0, gszsentence };
+constinit std::array<char, 1024> gsentence = {};
+constinit std::array<char, TESKXML_MAX_PATH + 1> gfile = {};
+constinit TESKXML_FAILURE glast = { TESKXML_RET_SUCCESS, gfile.data(), 0, 0, gsentence.data() };
 
-TESKXML_SHOWN teskxml_shown(const char* ptext)
+bool is_code(int code)
 {
-    static constexpr char szmark[] = "...";
-    TESKXML_SHOWN shown = {};
-    size_t nlen = strnlen(ptext, sizeof(shown.text));
+    return code >= 0 && code < TESKXML_RET_NUM;
+}
 
-    if (nlen == sizeof(shown.text)) {
-        nlen -= sizeof(szmark);
-        while ((ptext[nlen] & 0xc0) == 0x80 && nlen > 0) { /* not within a character */
-            nlen--;
+} // namespace
+
+namespace teskxml {
+
+Shown shown(const char* text)
+{
+    Shown result = {};
+    size_t length = strnlen(text, sizeof(result.text));
+
+    if (length == sizeof(result.text)) {
+        length -= CUT.size() + 1;
+        while ((text[length] & 0xc0) == 0x80 && length > 0) { /* not within a character */
+            length--;
         }
-        memcpy(shown.text + nlen, szmark, sizeof(szmark));
+        std::ranges::copy(CUT, result.text + length);
     }
-    memcpy(shown.text, ptext, nlen);
-    return shown;
+    std::copy_n(text, length, result.text);
+    return result;
 }
 
-/* A text of a file or a caller must not make a terminal do anything. */
-static void teskxml_hidecontrols(char* ptext)
+int vfail(int code, const Place& place, const char* format, va_list arguments)
 {
-    for (; *ptext != '\0'; ptext++) {
-        if (static_cast<unsigned char>(*ptext) < ' ' || *ptext == 0x7f) {
-            *ptext = '?';
-        } else if (*ptext == '\xc2' && (ptext[1] & 0xe0) == 0x80) {
-            ptext[0] = ptext[1] = '?'; /* U+0080 to U+009F, which a terminal obeys as well */
-        }
+    const int length = std::vsnprintf(gsentence.data(), gsentence.size(), format, arguments);
+    const size_t size = length < 0 ? 0 : std::min(static_cast<size_t>(length), gsentence.size() - 1);
+
+    if (length < 0 || static_cast<size_t>(length) > size) {
+        std::ranges::copy(CUT, gsentence.end() - 1 - CUT.size());
     }
+    tesk::hide_controls(gsentence.data(), size);
+    std::snprintf(gfile.data(), gfile.size(), "%s", place.file != nullptr ? place.file : "");
+    glast.code = code;
+    glast.line = place.line;
+    glast.column = place.line > 0 ? place.column : 0;
+    return code;
 }
 
-int teskxml_vfail(int ncode, const char* pfile, int nline, int ncolumn, const char* pformat, va_list args)
+int fail(int code, const Place& place, const char* format, ...)
 {
-    static constexpr char szmark[] = "...";
-    int nlen = vsnprintf(gszsentence, sizeof(gszsentence), pformat, args);
+    va_list arguments;
 
-    if (nlen < 0 || static_cast<size_t>(nlen) >= sizeof(gszsentence)) {
-        memcpy(gszsentence + sizeof(gszsentence) - sizeof(szmark), szmark, sizeof(szmark));
-    }
-    teskxml_hidecontrols(gszsentence);
-    snprintf(gszfile, sizeof(gszfile), "%s", pfile != nullptr ? pfile : "");
-    gfailure.code = ncode;
-    gfailure.line = nline;
-    gfailure.column = nline > 0 ? ncolumn : 0;
-    return ncode;
+    va_start(arguments, format);
+    vfail(code, place, format, arguments);
+    va_end(arguments);
+    return code;
 }
 
-int teskxml_fail(int ncode, const char* pfile, int nline, int ncolumn, const char* pformat, ...)
-{
-    va_list args;
-
-    va_start(args, pformat);
-    teskxml_vfail(ncode, pfile, nline, ncolumn, pformat, args);
-    va_end(args);
-    return ncode;
-}
+} // namespace teskxml
 
 TESKXML_FAILURE teskxml_lastfailure()
 {
-    return gfailure;
+    return glast;
 }
 
 const char* teskxml_codename(int code)
 {
-    return code >= 0 && code < TESKXML_RET_NUM ? gcode[code].name : "unknown";
+    return is_code(code) ? CODES[code].name : "unknown";
 }
 
 const char* teskxml_codetext(int code)
 {
-    return code >= 0 && code < TESKXML_RET_NUM ? gcode[code].text : "this is no code of the library";
+    return is_code(code) ? CODES[code].text : "this is no code of the library";
 }

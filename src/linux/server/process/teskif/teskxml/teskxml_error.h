@@ -1,6 +1,5 @@
 /*
- * Where the library's failures are recorded. Every failing path goes through teskxml_fail once, where its cause is
- * known.
+ * Failures in words: each one is described once, where its cause is known.
  */
 #ifndef TESKXML_ERROR_H
 #define TESKXML_ERROR_H
@@ -9,36 +8,46 @@
 
 #include <cstdarg>
 
+namespace teskxml {
+
+/*
+ * The place of a failure, as far as there is one.
+ */
+struct Place {
+    const char* file = nullptr; /* null: in no file */
+    int line = 0;               /* from 1; 0: none */
+    int column = 0;             /* in bytes, from 1; unused without a line */
+};
+
+inline constexpr Place NOWHERE = {};
+
 /*
  * A text as a sentence shows it.
  */
-typedef struct {
+struct Shown {
     char text[68];
-} TESKXML_SHOWN;
+};
 
 /*
  * Shortens a text of any length for a sentence, where it leaves room for the rest of that.
- *   ptext  the text, of a file or a caller
+ *   text  of a file or a caller
  * Result: the text, or as many characters of it as fit, with "..." behind them.
  */
-TESKXML_SHOWN teskxml_shown(const char* ptext);
+Shown shown(const char* text);
 
 /*
  * Records a failure for teskxml_lastfailure. Called only by the library's own operations, under their rules.
- *   ncode    the failure, of __teskxml_result_value__
- *   pfile    file that it lies in; null: none
- *   nline    line in it, from 1; 0: none
- *   ncolumn  column in the line, in bytes, from 1; unused without a line
- *   pformat  the sentence and its arguments, as for printf; "%m" is the errno of the call
- * Result: ncode, so that the caller can fail with it.
+ *   code    of TESKXML_RESULT
+ *   format  the sentence and its arguments, as for printf; "%m" is the errno of the call
+ * Result: the code, so that the caller can fail with it.
  */
-int teskxml_fail(int ncode, const char* pfile, int nline, int ncolumn, const char* pformat, ...)
-    __attribute__((format(printf, 5, 6)));
+int fail(int code, const Place& place, const char* format, ...) __attribute__((format(printf, 3, 4)));
 
 /*
  * The same with the arguments in a list.
  */
-int teskxml_vfail(int ncode, const char* pfile, int nline, int ncolumn, const char* pformat, va_list args)
-    __attribute__((format(printf, 5, 0)));
+int vfail(int code, const Place& place, const char* format, va_list arguments) __attribute__((format(printf, 3, 0)));
+
+} // namespace teskxml
 
 #endif

@@ -6,44 +6,38 @@
 
 #include "teskxml_error.h"
 
+#include <algorithm>
 #include <cerrno>
-#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <utility>
+
+namespace teskxml {
+
+namespace {
 
 /* Directories are only passed through. A file is opened without waiting, as it may turn out to be a FIFO, and without
    becoming the daemon's terminal. */
-static constexpr int gndirflags = O_PATH | O_DIRECTORY;
-static constexpr int gnfileflags = O_RDONLY | O_NONBLOCK | O_NOCTTY;
+constexpr int DIRECTORY_FLAGS = O_PATH | O_DIRECTORY;
+constexpr int FILE_FLAGS = O_RDONLY | O_NONBLOCK | O_NOCTTY;
 
 #ifdef TESKXML_TOOLS
-static bool gbanyowner = false;
-
-void teskxml_accept_untrusted(int accept)
-{
-    gbanyowner = accept != 0;
-}
+bool accept_any_owner = false;
 #else
 /* Nothing that runs in the monitor can turn the checks off. */
-static constexpr bool gbanyowner = false;
+constexpr bool accept_any_owner = false;
 #endif
 
-/* One step of the way down: pfile up to nend is what is opened or looked at. */
-typedef struct {
-    const char* pfile;
-    size_t nend;
-} TESKXML_STEP;
-
-/* Why nothing could be opened; the last row is for every other reason. */
-typedef struct {
+/* Reason why nothing could be opened; the last row is for every other one. */
+struct OpenFailure {
     int error;
     int code;
     const char* format;
-} TESKXML_OPENFAIL;
+};
 
-static constexpr TESKXML_OPENFAIL gopenfail[] = {
+constexpr OpenFailure OPEN_FAILURES[] = {
     { ENOENT, TESKXML_RET_FAIL_NOTFOUND, "%.*s does not exist" },
     { ELOOP, TESKXML_RET_FAIL_FILETYPE, "%.*s is a symbolic link" },
     { ENOTDIR, TESKXML_RET_FAIL_FILETYPE, "%.*s is no directory, where one is needed, or a symbolic link" },
@@ -51,141 +45,185 @@ static constexpr TESKXML_OPENFAIL gopenfail[] = {
     { 0, TESKXML_RET_FAIL_READ, "%.*s cannot be opened: %m" },
 };
 
-static int teskxml_openfailed(const TESKXML_STEP* pstep)
-{
-    const TESKXML_OPENFAIL* prow = gopenfail;
-
-    while (prow->error != 0 && prow->error != errno) {
-        prow++;
-    }
-    return teskxml_fail(prow->code, pstep->pfile, 0, 0, prow->format, static_cast<int>(pstep->nend), pstep->pfile);
-}
-
-static int teskxml_checktrust(const TESKXML_STEP* pstep, mode_t ntype, const struct stat* pstat)
-{
-    int nfuncret = TESKXML_RET_SUCCESS;
-    int nshown = static_cast<int>(pstep->nend);
-
-    if ((pstat->st_mode & S_IFMT) != ntype) {
-        nfuncret = teskxml_fail(TESKXML_RET_FAIL_FILETYPE, pstep->pfile, 0, 0, "%.*s is no regular file", nshown,
-                                pstep->pfile);
-    } else if (gbanyowner) {
-        nfuncret = TESKXML_RET_SUCCESS;
-    } else if (pstat->st_uid != 0) {
-        nfuncret = teskxml_fail(TESKXML_RET_FAIL_UNTRUSTED, pstep->pfile, 0, 0,
-                                "%.*s belongs to the user %u instead of root", nshown, pstep->pfile, pstat->st_uid);
-    } else if ((pstat->st_mode & (S_IWGRP | S_IWOTH)) != 0) {
-        nfuncret = teskxml_fail(TESKXML_RET_FAIL_UNTRUSTED, pstep->pfile, 0, 0,
-                                "%.*s is writable by group or others (mode %04o)", nshown, pstep->pfile,
-                                pstat->st_mode & 07777U);
-    }
-    return nfuncret;
-}
-
-/* Opens pname in the directory *pfd and puts the new descriptor in its place; the directory is closed in every case. */
-static int teskxml_stepdown(const TESKXML_STEP* pstep, const char* pname, int nflags, int* pfd, struct stat* pstat)
-{
-    int nfuncret = TESKXML_RET_SUCCESS;
-    int nfd = openat(*pfd, pname, nflags | O_NOFOLLOW | O_CLOEXEC);
-
-    if (nfd < 0) {
-        nfuncret = teskxml_openfailed(pstep);
-    } else if (fstat(nfd, pstat) != 0) {
-        nfuncret = teskxml_fail(TESKXML_RET_FAIL_READ, pstep->pfile, 0, 0, "fstat failed: %m");
-    } else {
-        nfuncret = teskxml_checktrust(pstep, (nflags & O_DIRECTORY) != 0 ? S_IFDIR : S_IFREG, pstat);
-    }
-    if (*pfd >= 0) {
-        close(*pfd);
-    }
-    *pfd = nfd;
-    return nfuncret;
-}
-
-/* Opens the file by steps; the caller closes *pfd if it is 0 or more, also after a failure. */
-static int teskxml_walkdown(const char* pfile, size_t ntop, int* pfd, struct stat* pstat)
-{
-    int nfuncret = TESKXML_RET_SUCCESS;
-    char szname[TESKXML_MAX_PATH + 1] = "/";
-    TESKXML_STEP step = { pfile, ntop > 0 ? ntop : 1 };
-    const char* pname = nullptr;
-    size_t nlen = 0;
-
-    memcpy(szname, pfile, ntop);
-    *pfd = AT_FDCWD;
-    nfuncret = teskxml_stepdown(&step, szname, gndirflags, pfd, pstat);
-
-    for (pname = pfile + ntop; nfuncret == TESKXML_RET_SUCCESS && *pname == '/'; pname += nlen) {
-        pname++;
-        nlen = strcspn(pname, "/");
-        memcpy(szname, pname, nlen);
-        szname[nlen] = '\0';
-        step.nend = static_cast<size_t>(pname - pfile) + nlen;
-
-        if (nlen == 0) {
-            nfuncret =
-                teskxml_fail(TESKXML_RET_FAIL_ARGUMENT, pfile, 0, 0, "a \"/\" in the path has no name behind it");
-        } else if (strcmp(szname, ".") == 0 || strcmp(szname, "..") == 0) {
-            nfuncret = teskxml_fail(TESKXML_RET_FAIL_ARGUMENT, pfile, 0, 0, "\"%s\" in the path is refused", szname);
-        } else {
-            nfuncret = teskxml_stepdown(&step, szname, pname[nlen] == '/' ? gndirflags : gnfileflags, pfd, pstat);
+/*
+ * A descriptor, closed with its owner.
+ */
+class UniqueFd {
+public:
+    explicit UniqueFd(int fd) : fd_(fd) {}
+    ~UniqueFd()
+    {
+        if (fd_ >= 0) {
+            close(fd_);
         }
     }
-    return nfuncret;
+    UniqueFd(const UniqueFd&) = delete;
+    UniqueFd& operator=(const UniqueFd&) = delete;
+
+    void swap(UniqueFd& other)
+    {
+        std::swap(fd_, other.fd_);
+    }
+    [[nodiscard]] int get() const
+    {
+        return fd_;
+    }
+
+private:
+    int fd_;
+};
+
+/*
+ * The way down from the top directory to a file.
+ */
+class Descent {
+public:
+    explicit Descent(const char* path) : path_(path) {}
+
+    /* Opens the file by steps. Result: 0, or a code as read_file's. */
+    int go(size_t top);
+    /* Reads all of the file that was opened. Result: 0, or a code as read_file's. */
+    int read_all(Scratch& scratch, std::string_view& content);
+
+private:
+    int step(const char* name, int flags);
+    int check_trust(mode_t type);
+    [[nodiscard]] int open_failed() const;
+
+    /* The path up to the current step, for a sentence. */
+    [[nodiscard]] int shown() const
+    {
+        return static_cast<int>(end_);
+    }
+    [[nodiscard]] Place place() const
+    {
+        return { path_ };
+    }
+
+    const char* path_;
+    size_t end_ = 0;          /* bytes of the path up to the current step */
+    UniqueFd fd_{ AT_FDCWD }; /* of the current step */
+    struct stat status_ = {};
+};
+
+int Descent::open_failed() const
+{
+    const int error = errno;
+    const auto* row = std::ranges::find_if(
+        OPEN_FAILURES, [error](const OpenFailure& one) { return one.error == error || one.error == 0; });
+
+    errno = error;
+    return fail(row->code, place(), row->format, shown(), path_);
 }
 
-/* Reads the content by one call. A file that has another size by then is being written, and is not complete. */
-static int teskxml_readall(const char* pfile, int nfd, char* pdata, size_t nsize)
+int Descent::check_trust(mode_t type)
 {
-    int nfuncret = TESKXML_RET_SUCCESS;
-    ssize_t nread = 0;
+    if ((status_.st_mode & S_IFMT) != type) {
+        return fail(TESKXML_RET_FAIL_FILETYPE, place(), "%.*s is no regular file", shown(), path_);
+    }
+    if (accept_any_owner) {
+        return TESKXML_RET_SUCCESS;
+    }
+    if (status_.st_uid != 0) {
+        return fail(TESKXML_RET_FAIL_UNTRUSTED, place(), "%.*s belongs to the user %u instead of root", shown(), path_,
+                    status_.st_uid);
+    }
+    if ((status_.st_mode & (S_IWGRP | S_IWOTH)) != 0) {
+        return fail(TESKXML_RET_FAIL_UNTRUSTED, place(), "%.*s is writable by group or others (mode %04o)", shown(),
+                    path_, status_.st_mode & 07777U);
+    }
+    return TESKXML_RET_SUCCESS;
+}
 
+/*
+ * Opens a name in the current directory and looks at it.
+ */
+int Descent::step(const char* name, int flags)
+{
+    UniqueFd next(openat(fd_.get(), name, flags | O_NOFOLLOW | O_CLOEXEC));
+
+    if (next.get() < 0) {
+        return open_failed();
+    }
+    fd_.swap(next);
+    if (fstat(fd_.get(), &status_) != 0) {
+        return fail(TESKXML_RET_FAIL_READ, place(), "fstat failed: %m");
+    }
+    return check_trust((flags & O_DIRECTORY) != 0 ? S_IFDIR : S_IFREG);
+}
+
+int Descent::go(size_t top)
+{
+    char name[TESKXML_MAX_PATH + 1] = "/";
+
+    if (top > 0) {
+        *std::copy_n(path_, top, name) = '\0';
+    }
+    end_ = std::max<size_t>(top, 1);
+    int result = step(name, DIRECTORY_FLAGS);
+
+    for (const char* next = path_ + top; result == TESKXML_RET_SUCCESS && *next == '/';) {
+        next++;
+        const size_t length = std::strcspn(next, "/");
+        *std::copy_n(next, length, name) = '\0';
+        next += length;
+        end_ = static_cast<size_t>(next - path_);
+
+        if (length == 0) {
+            result = fail(TESKXML_RET_FAIL_ARGUMENT, place(), "a \"/\" in the path has no name behind it");
+        } else if (std::strcmp(name, ".") == 0 || std::strcmp(name, "..") == 0) {
+            result = fail(TESKXML_RET_FAIL_ARGUMENT, place(), "\"%s\" in the path is refused", name);
+        } else {
+            result = step(name, *next == '/' ? DIRECTORY_FLAGS : FILE_FLAGS);
+        }
+    }
+    return result;
+}
+
+/*
+ * Reads the content by one call. A file that has another size by then is being written, and is not complete.
+ */
+int Descent::read_all(Scratch& scratch, std::string_view& content)
+{
+    if (status_.st_size > TESKXML_MAX_FILE) {
+        return fail(TESKXML_RET_FAIL_LIMIT, place(), "%lld bytes, more than %d",
+                    static_cast<long long>(status_.st_size), TESKXML_MAX_FILE);
+    }
+    const size_t size = static_cast<size_t>(status_.st_size);
+    char* const data = static_cast<char*>(scratch.take(size + 1));
+    if (data == nullptr) {
+        return fail(TESKXML_RET_FAIL_MEMORY, place(), "out of memory");
+    }
+    ssize_t length = 0;
     do {
-        nread = read(nfd, pdata, nsize + 1);
-    } while (nread < 0 && errno == EINTR);
+        length = read(fd_.get(), data, size + 1);
+    } while (length < 0 && errno == EINTR);
 
-    if (nread < 0) {
-        nfuncret = teskxml_fail(TESKXML_RET_FAIL_READ, pfile, 0, 0, "read failed: %m");
-    } else if (static_cast<size_t>(nread) != nsize) {
-        nfuncret = teskxml_fail(TESKXML_RET_FAIL_READ, pfile, 0, 0, "the file changed while it was read");
+    if (length < 0) {
+        return fail(TESKXML_RET_FAIL_READ, place(), "read failed: %m");
     }
-    return nfuncret;
+    if (static_cast<size_t>(length) != size) {
+        return fail(TESKXML_RET_FAIL_READ, place(), "the file changed while it was read");
+    }
+    content = { data, size };
+    return TESKXML_RET_SUCCESS;
 }
 
-int teskxml_file_read(const char* pfile, size_t ntop, char** ppdata, size_t* psize)
+} // namespace
+
+int read_file(const char* path, size_t top, Scratch& scratch, std::string_view& content)
 {
-    int nfuncret = TESKXML_RET_SUCCESS;
-    int nfd = -1;
-    struct stat status = {};
-    char* pdata = nullptr;
+    Descent descent(path);
+    const int result = descent.go(top);
 
-    nfuncret = teskxml_walkdown(pfile, ntop, &nfd, &status);
-    if (nfuncret != TESKXML_RET_SUCCESS) {
-        goto monp_exit_close;
-    }
-    if (status.st_size > TESKXML_MAX_FILE) {
-        nfuncret = teskxml_fail(TESKXML_RET_FAIL_LIMIT, pfile, 0, 0, "%lld bytes, more than %d",
-                                static_cast<long long>(status.st_size), TESKXML_MAX_FILE);
-        goto monp_exit_close;
-    }
-    pdata = static_cast<char*>(malloc(static_cast<size_t>(status.st_size) + 1));
-    if (pdata == nullptr) {
-        nfuncret = teskxml_fail(TESKXML_RET_FAIL_MEMORY, pfile, 0, 0, "out of memory");
-        goto monp_exit_close;
-    }
-    nfuncret = teskxml_readall(pfile, nfd, pdata, static_cast<size_t>(status.st_size));
-    if (nfuncret != TESKXML_RET_SUCCESS) {
-        goto monp_exit_free;
-    }
-    *ppdata = pdata;
-    *psize = static_cast<size_t>(status.st_size);
-    pdata = nullptr;
-
-monp_exit_free:
-    free(pdata);
-monp_exit_close:
-    if (nfd >= 0) {
-        close(nfd);
-    }
-    return nfuncret;
+    return result == TESKXML_RET_SUCCESS ? descent.read_all(scratch, content) : result;
 }
+
+} // namespace teskxml
+
+#ifdef TESKXML_TOOLS
+void teskxml_accept_untrusted(int accept)
+{
+    teskxml::accept_any_owner = accept != 0;
+}
+#endif

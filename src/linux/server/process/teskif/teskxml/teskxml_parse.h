@@ -6,14 +6,19 @@
 
 #include "teskxml_doc.h"
 
+namespace teskxml {
+
 /*
  * Parses a content into a document. Nothing but the content is read. A document that failed may hold a part of it and
- * is good for free only.
- *   pdoc      an empty document that was made for this content
- *   psection  the section that all keys must belong to; null: any key below "/root"
- *   pdata     the content, nsize bytes
+ * must be released.
+ *   document  an empty one that was made for this content
+ *   section   the section that all keys must belong to; null: any key below "/root"
+ *   content   of the file
+ *   scratch   has all that the parser asks for
  * Result: TESKXML_RET_SUCCESS, SYNTAX, FORBIDDEN, SCOPE, DUPLICATE, LIMIT, or MEMORY.
  */
-int teskxml_parse(PTESKXML_DOC pdoc, const char* psection, const char* pdata, size_t nsize);
+int parse(Document& document, const char* section, std::string_view content, Scratch& scratch);
+
+} // namespace teskxml
 
 #endif

@@ -3,168 +3,161 @@
  */
 #include "teskxml_set.h"
 
-#include "teskxml_error.h"
 #include "teskxml_file.h"
 #include "teskxml_parse.h"
 
-#include <cstdlib>
+#include <algorithm>
+#include <array>
 #include <cstring>
+#include <utility>
 
-typedef struct {
-    PTESKXML_DOC pfirst; /* in the order of loading */
-    size_t loaded;
-    uintptr_t handle; /* last one given out; never reused, so that a stale one is noticed */
-} TESKXML_SET;
+namespace teskxml {
 
-static TESKXML_SET gset;
+namespace {
 
-const TESKXML_DOC* teskxml_set_first()
-{
-    return gset.pfirst;
-}
+struct Set {
+    std::array<DocumentPtr, TESKXML_MAX_LOADED> documents; /* in the order of loading, without gaps */
+    size_t size = 0;
+    uintptr_t handle = 0; /* last one given out; never reused, so that a stale one is noticed */
 
-PTESKXML_DOC* teskxml_set_find(int nkind, const char* ppath)
-{
-    PTESKXML_DOC* ppdoc = &gset.pfirst;
-
-    while (*ppdoc != nullptr && ((*ppdoc)->kind != nkind || strcmp((*ppdoc)->pfile, ppath) != 0)) {
-        ppdoc = &(*ppdoc)->pnext;
+    [[nodiscard]] std::span<DocumentPtr> loaded()
+    {
+        return std::span(documents).first(size);
     }
-    return ppdoc;
+};
+
+constinit Set gset;
+
+DocumentPtr* find(Kind kind, const char* path)
+{
+    const auto found = std::ranges::find_if(gset.loaded(), [&](const DocumentPtr& one) {
+        return one->kind() == kind && std::strcmp(one->path(), path) == 0;
+    });
+
+    return found != gset.loaded().end() ? &*found : nullptr;
 }
 
-PTESKXML_DOC* teskxml_set_findhandle(uintptr_t nhandle)
+DocumentPtr* find(uintptr_t handle)
 {
-    PTESKXML_DOC* ppdoc = &gset.pfirst;
+    const auto found = std::ranges::find_if(gset.loaded(), [&](const DocumentPtr& one) {
+        return one->kind() == Kind::path_config && one->handle == handle;
+    });
 
-    while (*ppdoc != nullptr && ((*ppdoc)->kind != TESKXML_DOC_PATHCONFIG || (*ppdoc)->handle != nhandle)) {
-        ppdoc = &(*ppdoc)->pnext;
+    return found != gset.loaded().end() ? &*found : nullptr;
+}
+
+int release(DocumentPtr* document, const char* what)
+{
+    if (document == nullptr) {
+        return fail(TESKXML_RET_FAIL_NOTLOADED, NOWHERE, "%s is not loaded", what);
     }
-    return ppdoc;
-}
-
-int teskxml_set_release(PTESKXML_DOC* ppdoc, const char* pwhat)
-{
-    int nfuncret = TESKXML_RET_SUCCESS;
-    PTESKXML_DOC pdoc = *ppdoc;
-
-    if (pdoc == nullptr) {
-        nfuncret = teskxml_fail(TESKXML_RET_FAIL_NOTLOADED, nullptr, 0, 0, "%s is not loaded", pwhat);
-    } else if (--pdoc->users == 0) {
-        *ppdoc = pdoc->pnext;
-        gset.loaded--;
-        free(pdoc);
+    if (--(*document)->users == 0) {
+        std::move(document + 1, gset.loaded().data() + gset.size, document);
+        gset.documents[--gset.size] = nullptr;
     }
-    return nfuncret;
+    return TESKXML_RET_SUCCESS;
 }
 
-static int teskxml_checkclash(const TESKXML_DOC* pdoc)
+int check_clash(const Document& document)
 {
-    int nfuncret = TESKXML_RET_SUCCESS;
-    uint32_t nclash = 0;
-    uint32_t nother = 0;
-
-    for (PTESKXML_DOC pother = gset.pfirst; pother != nullptr; pother = pother->pnext) {
-        if (teskxml_doc_clash(pdoc, pother, &nclash, &nother)) {
-            nfuncret = teskxml_fail(TESKXML_RET_FAIL_DUPLICATE, pdoc->pfile, pdoc->pnode[nclash].line,
-                                    pdoc->pnode[nclash].column, "the key %s is given twice, first in line %d of %s",
-                                    teskxml_doc_key(pdoc, nclash), pother->pnode[nother].line, pother->pfile);
-            break;
+    for (const DocumentPtr& other : gset.loaded()) {
+        if (const auto clash = document.clash(*other)) {
+            return fail(TESKXML_RET_FAIL_DUPLICATE, document.place(clash->here),
+                        "the key %s is given twice, first in line %d of %s", document.key(clash->here),
+                        other->node(clash->there).line, other->path());
         }
     }
-    return nfuncret;
+    return TESKXML_RET_SUCCESS;
 }
 
-/* Reads a file and adds it to the set; *ppdoc is set only then. */
-static int teskxml_loadnew(int nkind, const char* ppath, size_t ntop, const char* psection, PTESKXML_DOC* ppdoc)
+/*
+ * Reads a file and adds it to the set.
+ */
+int load_new(const Source& source)
 {
-    int nfuncret = TESKXML_RET_SUCCESS;
-    PTESKXML_DOC pdoc = nullptr;
-    char* pdata = nullptr;
-    size_t nsize = 0;
+    Scratch scratch;
+    std::string_view content;
 
-    if (gset.loaded >= TESKXML_MAX_LOADED) {
-        nfuncret = teskxml_fail(TESKXML_RET_FAIL_LIMIT, ppath, 0, 0, "%d files are loaded already", TESKXML_MAX_LOADED);
-        goto monp_exit_func;
+    if (gset.size == gset.documents.size()) {
+        return fail(TESKXML_RET_FAIL_LIMIT, { source.path }, "%d files are loaded already", TESKXML_MAX_LOADED);
     }
-    nfuncret = teskxml_file_read(ppath, ntop, &pdata, &nsize);
-    if (nfuncret != TESKXML_RET_SUCCESS) {
-        goto monp_exit_func;
+    int result = read_file(source.path, source.top, scratch, content);
+    if (result != TESKXML_RET_SUCCESS) {
+        return result;
     }
-    pdoc = teskxml_doc_create(nkind, ppath, pdata, nsize);
-    if (pdoc == nullptr) {
-        nfuncret = teskxml_fail(TESKXML_RET_FAIL_MEMORY, ppath, 0, 0, "out of memory");
-        goto monp_exit_data;
+    DocumentPtr document = Document::create(source.kind, source.path, content);
+    if (document == nullptr) {
+        return fail(TESKXML_RET_FAIL_MEMORY, { source.path }, "out of memory");
     }
-    nfuncret = teskxml_parse(pdoc, psection, pdata, nsize);
-    if (nfuncret == TESKXML_RET_SUCCESS) {
-        nfuncret = teskxml_checkclash(pdoc);
+    result = parse(*document, source.section, content, scratch);
+    if (result == TESKXML_RET_SUCCESS) {
+        result = check_clash(*document);
     }
-    if (nfuncret != TESKXML_RET_SUCCESS) {
-        goto monp_exit_doc;
+    if (result == TESKXML_RET_SUCCESS) {
+        document->handle = ++gset.handle;
+        gset.documents[gset.size++] = std::move(document);
     }
-    gset.loaded++;
-    pdoc->handle = ++gset.handle;
-    *ppdoc = pdoc;
-    pdoc = nullptr;
-
-monp_exit_doc:
-    free(pdoc);
-monp_exit_data:
-    free(pdata);
-monp_exit_func:
-    return nfuncret;
+    return result;
 }
 
-int teskxml_set_load(int nkind, const char* ppath, size_t ntop, const char* psection, uintptr_t* phandle)
-{
-    int nfuncret = TESKXML_RET_SUCCESS;
-    PTESKXML_DOC* ppdoc = teskxml_set_find(nkind, ppath);
+} // namespace
 
-    if (*ppdoc != nullptr) {
-        (*ppdoc)->users++;
-    } else {
-        nfuncret = teskxml_loadnew(nkind, ppath, ntop, psection, ppdoc);
+int load(const Source& source, uintptr_t& handle)
+{
+    DocumentPtr* const known = find(source.kind, source.path);
+
+    if (known != nullptr) {
+        (*known)->users++;
+        handle = (*known)->handle;
+        return TESKXML_RET_SUCCESS;
     }
-    if (nfuncret == TESKXML_RET_SUCCESS) {
-        // NOLINTNEXTLINE(clang-analyzer-core.NullDereference): a load that succeeded has put it there
-        *phandle = (*ppdoc)->handle;
+    const int result = load_new(source);
+    if (result == TESKXML_RET_SUCCESS) {
+        handle = gset.handle;
     }
-    return nfuncret;
+    return result;
+}
+
+int release(Kind kind, const char* path, const char* what)
+{
+    return release(find(kind, path), what);
+}
+
+int release(uintptr_t handle, const char* what)
+{
+    return release(find(handle), what);
 }
 
 /* An element for further elements does not end the search, as files share such elements. */
-int teskxml_set_lookup(const char* pkey, const TESKXML_DOC** ppdoc, uint32_t* pnode)
+int look_up(std::string_view key, Found& found)
 {
-    int nfuncret = TESKXML_RET_FAIL_NOKEY;
-    uint32_t nnode = TESKXML_NONE;
-    size_t nlen = strlen(pkey);
+    int result = TESKXML_RET_FAIL_NOKEY;
 
-    for (PTESKXML_DOC pdoc = gset.pfirst; pdoc != nullptr && nfuncret != TESKXML_RET_SUCCESS; pdoc = pdoc->pnext) {
-        nnode = teskxml_doc_find(pdoc, pkey, nlen);
-        if (nnode != TESKXML_NONE) {
-            nfuncret = pdoc->pnode[nnode].branch ? TESKXML_RET_FAIL_NOVALUE : TESKXML_RET_SUCCESS;
-            *ppdoc = pdoc;
-            *pnode = nnode;
+    for (const DocumentPtr& document : gset.loaded()) {
+        const Number number = document->find(key);
+        if (number != NONE) {
+            found = { document.get(), number };
+            if (!document->node(number).branch) {
+                return TESKXML_RET_SUCCESS;
+            }
+            result = TESKXML_RET_FAIL_NOVALUE;
         }
     }
-    if (nfuncret == TESKXML_RET_FAIL_NOVALUE) {
-        teskxml_fail(nfuncret, (*ppdoc)->pfile, (*ppdoc)->pnode[*pnode].line, (*ppdoc)->pnode[*pnode].column, "%s: %s",
-                     pkey, teskxml_codetext(nfuncret));
-    } else if (nfuncret == TESKXML_RET_FAIL_NOKEY) {
-        teskxml_fail(nfuncret, nullptr, 0, 0, "%s: %s", pkey, teskxml_codetext(nfuncret));
-    }
-    return nfuncret;
+    return fail(result, result == TESKXML_RET_FAIL_NOVALUE ? found.document->place(found.number) : NOWHERE, "%s: %s",
+                key.data(), teskxml_codetext(result));
 }
 
-void teskxml_set_clear()
+std::span<const DocumentPtr> loaded()
 {
-    PTESKXML_DOC pdoc = nullptr;
-
-    while (gset.pfirst != nullptr) {
-        pdoc = gset.pfirst;
-        gset.pfirst = pdoc->pnext;
-        free(pdoc);
-    }
-    gset.loaded = 0;
+    return gset.loaded();
 }
+
+void clear()
+{
+    for (DocumentPtr& document : gset.loaded()) {
+        document.reset();
+    }
+    gset.size = 0;
+}
+
+} // namespace teskxml

@@ -7,49 +7,58 @@
 
 #include "teskxml_doc.h"
 
-/*
- * First loaded file, the next ones by pnext, in the order of loading; null: none.
- */
-const TESKXML_DOC* teskxml_set_first();
+namespace teskxml {
 
 /*
- * Finds a loaded file by what it was loaded as and its path, or one that was loaded by path, by its handle.
- *   nkind  of __teskxml_dockind__
- * Result: where the set keeps the pointer to it; where the next one is to be kept if the file is not loaded. Valid
- * until the set changes.
+ * A file to be loaded.
  */
-PTESKXML_DOC* teskxml_set_find(int nkind, const char* ppath);
-PTESKXML_DOC* teskxml_set_findhandle(uintptr_t nhandle);
+struct Source {
+    Kind kind;
+    const char* path;              /* absolute, of at most TESKXML_MAX_PATH bytes */
+    size_t top;                    /* bytes of it that name the directory from which on it must be trusted */
+    const char* section = nullptr; /* the section that its keys must belong to; null: any key below "/root" */
+};
 
 /*
  * Loads a file, or counts one more load of it.
- *   nkind     of __teskxml_dockind__
- *   ppath     absolute path of at most TESKXML_MAX_PATH bytes
- *   ntop      bytes of it that name the directory from which on it must be trusted, as for teskxml_file_read
- *   psection  the section that its keys must belong to; null: any key below "/root"
- *   phandle   out: its handle, not 0; untouched unless the result is 0
+ *   handle  out: its handle, not 0; untouched unless the result is 0
  * Result: TESKXML_RET_SUCCESS, or a code for the file, its content, a limit or memory; the set is then as it was.
  */
-int teskxml_set_load(int nkind, const char* ppath, size_t ntop, const char* psection, uintptr_t* phandle);
+int load(const Source& source, uintptr_t& handle);
 
 /*
- * Undoes one load of a file, and releases it with the last.
- *   ppdoc  as found; what it points to is null for a file that is not loaded
- *   pwhat  how to call it in an error
+ * Undoes one load of a file, and releases it with the last. A file that was loaded by path is named by its handle.
+ *   what  how to call it in a failure
  * Result: TESKXML_RET_SUCCESS, or TESKXML_RET_FAIL_NOTLOADED.
  */
-int teskxml_set_release(PTESKXML_DOC* ppdoc, const char* pwhat);
+int release(Kind kind, const char* path, const char* what);
+int release(uintptr_t handle, const char* what);
+
+/*
+ * A value that was looked for.
+ */
+struct Found {
+    const Document* document;
+    Number number;
+};
 
 /*
  * Finds the value of a key. No two files hold the same one.
- *   ppdoc, pnode  out: its file and its number there; untouched for TESKXML_RET_FAIL_NOKEY
+ *   found  out: untouched for TESKXML_RET_FAIL_NOKEY
  * Result: TESKXML_RET_SUCCESS, TESKXML_RET_FAIL_NOKEY, or TESKXML_RET_FAIL_NOVALUE.
  */
-int teskxml_set_lookup(const char* pkey, const TESKXML_DOC** ppdoc, uint32_t* pnode);
+int look_up(std::string_view key, Found& found);
+
+/*
+ * The loaded files, in the order of loading. Valid until the set changes.
+ */
+std::span<const DocumentPtr> loaded();
 
 /*
  * Releases everything.
  */
-void teskxml_set_clear();
+void clear();
+
+} // namespace teskxml
 
 #endif

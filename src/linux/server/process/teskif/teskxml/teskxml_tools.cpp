@@ -3,26 +3,27 @@
  */
 #include "teskxml_tools.h"
 
-#include "teskxml_error.h"
 #include "teskxml_open.h"
 #include "teskxml_set.h"
 
+using namespace teskxml;
+
 int teskxml_walk(TESKXML_VISIT visit, void* context)
 {
-    int nfuncret = teskxml_checkopen();
-    int nstop = 0;
+    const int result = check_open();
 
-    if (nfuncret == TESKXML_RET_SUCCESS && visit == nullptr) {
-        nfuncret = teskxml_fail(TESKXML_RET_FAIL_ARGUMENT, nullptr, 0, 0, "the operation to call is missing");
+    if (result != TESKXML_RET_SUCCESS) {
+        return result;
     }
-    if (nfuncret != TESKXML_RET_SUCCESS) {
-        return nfuncret;
+    if (visit == nullptr) {
+        return fail(TESKXML_RET_FAIL_ARGUMENT, NOWHERE, "the operation to call is missing");
     }
-    for (const TESKXML_DOC* pdoc = teskxml_set_first(); pdoc != nullptr; pdoc = pdoc->pnext) {
-        for (uint32_t nnode = 0; nnode < pdoc->nodes && nstop == 0; nnode++) {
-            if (!pdoc->pnode[nnode].branch) {
-                nstop = visit(teskxml_doc_key(pdoc, nnode), teskxml_doc_value(pdoc, nnode), pdoc->pfile,
-                              pdoc->pnode[nnode].line, context);
+    for (const DocumentPtr& document : loaded()) {
+        for (Number number = 0; number < document->nodes().size(); number++) {
+            const Node& node = document->node(number);
+            if (!node.branch &&
+                visit(document->key(number), document->value(number), document->path(), node.line, context) != 0) {
+                return TESKXML_RET_SUCCESS;
             }
         }
     }

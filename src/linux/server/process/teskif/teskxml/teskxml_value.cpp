@@ -3,71 +3,65 @@
  */
 #include "teskxml_value.h"
 
-#include "teskxml_error.h"
-
-#include <climits>
+#include <charconv>
 #include <cstring>
 
-/* Tells about a value that cannot be read as asked for. */
-static int teskxml_badvalue(int ncode, const TESKXML_DOC* pdoc, uint32_t nnode)
+namespace teskxml {
+
+namespace {
+
+/*
+ * Tells about a value that cannot be read as asked for.
+ */
+int bad_value(int code, const Found& value)
 {
-    return teskxml_fail(ncode, pdoc->pfile, pdoc->pnode[nnode].line, pdoc->pnode[nnode].column, "%s is \"%s\": %s",
-                        teskxml_doc_key(pdoc, nnode), teskxml_shown(teskxml_doc_value(pdoc, nnode)).text,
-                        teskxml_codetext(ncode));
+    return fail(code, value.document->place(value.number), "%s is \"%s\": %s", value.document->key(value.number),
+                shown(value.document->value(value.number)).text, teskxml_codetext(code));
 }
 
-int teskxml_value_text(const TESKXML_DOC* pdoc, uint32_t nnode, void* pdest, size_t ncapacity)
+/*
+ * Takes a sign and figures, and nothing else.
+ */
+int to_number(std::string_view text, int& number)
 {
-    int nfuncret = TESKXML_RET_SUCCESS;
-    size_t nlen = pdoc->pnode[nnode].valuelen;
+    const bool plus = text.starts_with('+');
 
-    if (nlen >= ncapacity) {
-        nfuncret = teskxml_badvalue(TESKXML_RET_FAIL_CAPACITY, pdoc, nnode);
-    } else {
-        memcpy(pdest, teskxml_doc_value(pdoc, nnode), nlen + 1);
+    text.remove_prefix(plus ? 1 : 0);
+    const char* const end = text.data() + text.size();
+    const auto [stop, error] = std::from_chars(text.data(), end, number);
+    if (error == std::errc::invalid_argument || stop != end || (plus && text.starts_with('-'))) {
+        return TESKXML_RET_FAIL_NOTNUMBER;
     }
-    return nfuncret;
+    return error == std::errc() ? TESKXML_RET_SUCCESS : TESKXML_RET_FAIL_RANGE;
 }
 
-/* Unlike strtol, takes nothing but a sign and figures. */
-static int teskxml_tonumber(const char* ptext, int* pnumber)
+} // namespace
+
+int copy_text(const Found& value, void* target, size_t capacity)
 {
-    static constexpr long long nbeyond = 1LL - INT_MIN; /* out of range with either sign */
-    int nfuncret = TESKXML_RET_SUCCESS;
-    bool bnegative = *ptext == '-';
-    long long nnumber = 0;
-    const char* pfirst = *ptext == '-' || *ptext == '+' ? ptext + 1 : ptext;
+    const size_t size = value.document->node(value.number).value_size;
 
-    for (ptext = pfirst; *ptext >= '0' && *ptext <= '9'; ptext++) {
-        nnumber = nnumber < nbeyond ? nnumber * 10 + (*ptext - '0') : nbeyond;
+    if (size >= capacity) {
+        return bad_value(TESKXML_RET_FAIL_CAPACITY, value);
     }
-    if (ptext == pfirst || *ptext != '\0') {
-        nfuncret = TESKXML_RET_FAIL_NOTNUMBER;
-        goto monp_exit_func;
-    }
-    nnumber = bnegative ? -nnumber : nnumber;
-    if (nnumber < INT_MIN || nnumber > INT_MAX) {
-        nfuncret = TESKXML_RET_FAIL_RANGE;
-        goto monp_exit_func;
-    }
-    *pnumber = static_cast<int>(nnumber);
-
-monp_exit_func:
-    return nfuncret;
+    std::memcpy(target, value.document->value(value.number), size + 1);
+    return TESKXML_RET_SUCCESS;
 }
 
-int teskxml_value_int(const TESKXML_DOC* pdoc, uint32_t nnode, void* pdest, size_t ncapacity)
+int copy_number(const Found& value, void* target, size_t capacity)
 {
-    int nfuncret = TESKXML_RET_FAIL_CAPACITY;
-    int nnumber = 0;
+    int number = 0;
 
-    if (ncapacity >= sizeof(nnumber)) {
-        nfuncret = teskxml_tonumber(teskxml_doc_value(pdoc, nnode), &nnumber);
+    if (capacity < sizeof(number)) {
+        return bad_value(TESKXML_RET_FAIL_CAPACITY, value);
     }
-    if (nfuncret == TESKXML_RET_SUCCESS) {
-        memcpy(pdest, &nnumber, sizeof(nnumber));
-    } else {
-        teskxml_badvalue(nfuncret, pdoc, nnode);
+    const size_t size = value.document->node(value.number).value_size;
+    const int result = to_number({ value.document->value(value.number), size }, number);
+    if (result != TESKXML_RET_SUCCESS) {
+        return bad_value(result, value);
     }
-    return nfuncret;
+    std::memcpy(target, &number, sizeof(number));
+    return TESKXML_RET_SUCCESS;
 }
+
+} // namespace teskxml

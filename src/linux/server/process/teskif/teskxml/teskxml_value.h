@@ -4,16 +4,19 @@
 #ifndef TESKXML_VALUE_H
 #define TESKXML_VALUE_H
 
-#include "teskxml_doc.h"
+#include "teskxml_set.h"
+
+namespace teskxml {
 
 /*
- * Copies the value of an element as text with its NUL, or as a number.
- *   nnode      number of the element, one that has a value
- *   pdest      out: ncapacity bytes, or an int; untouched unless the result is 0
- *   ncapacity  bytes there, 1 or more
+ * Copies a value as text with its NUL, or as a number.
+ *   value     an element that has a value
+ *   target    out: capacity bytes, 1 or more, or an int; untouched unless the result is 0
  * Result: TESKXML_RET_SUCCESS or TESKXML_RET_FAIL_CAPACITY; of a number also NOTNUMBER or RANGE.
  */
-int teskxml_value_text(const TESKXML_DOC* pdoc, uint32_t nnode, void* pdest, size_t ncapacity);
-int teskxml_value_int(const TESKXML_DOC* pdoc, uint32_t nnode, void* pdest, size_t ncapacity);
+int copy_text(const Found& value, void* target, size_t capacity);
+int copy_number(const Found& value, void* target, size_t capacity);
+
+} // namespace teskxml
 
 #endif
