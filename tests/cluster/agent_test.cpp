@@ -67,6 +67,9 @@ protected:
         write("service", text);
         stand_in(home / "bin/monpctl", MONPCTL);
         stand_in(commands / "sleep", "");
+        /* Time stands still, or a slow machine would shorten what is left of an operation. */
+        write("commands/date", "#!/bin/sh\necho 1000\n");
+        std::filesystem::permissions(commands / "date", std::filesystem::perms(0755));
         looks("stopped no no 0 no no -");
     }
 

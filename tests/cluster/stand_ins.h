@@ -28,7 +28,7 @@ protected:
     {
         std::filesystem::create_directories(commands);
         for (const char* name :
-             { "cat", "date", "grep", "head", "ls", "mkdir", "readlink", "rm", "sed", "setsid", "sh", "tail", "tr" }) {
+             { "cat", "grep", "head", "ls", "mkdir", "readlink", "rm", "sed", "setsid", "sh", "tail", "tr" }) {
             std::filesystem::create_symlink(std::filesystem::path("/bin") / name, commands / name);
         }
     }
