@@ -75,9 +75,10 @@ std::vector<Problem> problems_of(const std::vector<Settings>& all, bool every_ty
         std::for_each(all.begin(), one, [&](const Settings& other) { compare_programs(*one, other, problems); });
     }
     if (const std::string trouble = log_trouble(log_file()); !trouble.empty()) {
-        problems.push_back({ .place = { log_directory(), 0 },
-                             .severity = Severity::warning,
-                             .sentence = trouble + "; the monitor runs without a log" });
+        Problem& problem = problems.emplace_back();
+        problem.place.file = log_directory();
+        problem.severity = Severity::warning;
+        problem.sentence = trouble + "; the monitor runs without a log";
     }
     for (auto& problem : problems) {
         problem.other_type.clear(); /* each type reads the entries of the others: these are equal, too */

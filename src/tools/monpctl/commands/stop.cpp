@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <csignal>
 #include <fmt/format.h>
+#include <iterator>
 #include <memory>
 #include <ranges>
 
@@ -79,6 +80,7 @@ private:
     Observer observer_;
     HeldProcesses monitors_;
     HeldProcesses services_; /* each with its descendants behind it */
+    HeldProcesses copies_;   /* that run the service's program outside a monitor */
     Clock::time_point limit_;
     int seconds_ = 0;
     bool had_monitor_ = false;
@@ -104,7 +106,7 @@ bool Stop::prepare(const std::vector<TypeStatus>& statuses)
         warn_of_recovery(status);
         had_monitor_ = had_monitor_ || status.monitor;
         for (const auto& copy : status.copies) {
-            hold(services_, copy);
+            hold(copies_, copy);
         }
         if (status.history.last_end) {
             old_end_ = status.history.last_end->time;
@@ -112,7 +114,7 @@ bool Stop::prepare(const std::vector<TypeStatus>& statuses)
     }
     seconds_ =
         given_.wait.value_or(std::max(default_seconds(statuses.front().settings), given_.kill_after.value_or(0)));
-    limit_ = Clock::now() + seconds(given_.kill_after.value_or(seconds_));
+    limit_ = Clock::now() + seconds(seconds_);
     return true;
 }
 
@@ -165,12 +167,20 @@ void Stop::kill_all(const HeldProcesses& held)
 }
 
 /*
- * The monitors first: one that lived would take the end of its service for a failure.
+ * The monitors first: one that lived would take the end of its service for a failure. A service that runs without a
+ * monitor was asked by nobody, and gets the time to end by itself; a copy beside a monitor is somebody else's.
  */
 void Stop::kill_left()
 {
     const auto left = [](const HeldProcess& one) { return !one.ended(Clock::now()); };
 
+    if (!had_monitor_) {
+        for (auto& copy : copies_) {
+            static_cast<void>(copy.ended(limit_));
+        }
+        std::ranges::move(copies_, std::back_inserter(services_));
+        copies_.clear();
+    }
     killed_ = std::ranges::any_of(monitors_, left) || std::ranges::any_of(services_, left);
     kill_all(monitors_);
     for (const auto& monitor : monitors_) {
