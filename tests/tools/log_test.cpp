@@ -56,10 +56,10 @@ TEST(Log, TellsTheServicesApart)
     EXPECT_EQ(0, lenk.ended());
 
     const Texts all = file_lines(in.root / "log/monp.log");
-    EXPECT_EQ(all, monpctl(in, "log").lines);
+    EXPECT_EQ(all, monpctl(in, "log --full").lines);
     Texts apart;
     for (const auto& [type, not_its] : { std::pair{ "dusko", "(type=lenk" }, { "lenk", "(type=dusko" } }) {
-        const Texts lines = monpctl(in, std::string("log ") + type).lines;
+        const Texts lines = monpctl(in, std::string("log --full ") + type).lines;
         ASSERT_FALSE(lines.empty());
         EXPECT_NE(std::string::npos, lines[0].find("Start Process Monitor"));
         for (const auto& line : lines) {
@@ -68,19 +68,18 @@ TEST(Log, TellsTheServicesApart)
         apart.insert(apart.end(), lines.begin(), lines.end());
     }
     EXPECT_TRUE(std::is_permutation(all.begin(), all.end(), apart.begin(), apart.end()));
-    Texts severe = monpctl(in, "log dusko").lines;
+    Texts severe = monpctl(in, "log --full dusko").lines;
     std::erase_if(severe, [](const auto& line) { // a time, the level
         return !std::set<std::string>{ "error", "warni", "event" }.contains(line.substr(line.find(' ') + 1, 5));
     });
-    EXPECT_EQ(severe, monpctl(in, "log dusko --level warning").lines);
+    EXPECT_EQ(severe, monpctl(in, "log --full dusko --level warning").lines);
     EXPECT_EQ(2, monpctl(in, "log --level loud").status);
 
     const Texts objects = file_lines(in.root / "log/monp.events.jsonl");
     EXPECT_EQ(objects, monpctl(in, "events dusko --json").lines);
     const Texts events = monpctl(in, "events dusko").lines;
     ASSERT_EQ(3U, events.size());
-    EXPECT_TRUE(
-        events[2].ends_with("critical FAIL_STOP_DAEMON   The cluster daemons could not be stopped (status 1)."));
+    EXPECT_TRUE(events[2].ends_with("critical dusko_policy The cluster daemons could not be stopped (status 1)."));
     EXPECT_EQ(Texts{}, monpctl(in, "events lenk").lines);
 }
 
