@@ -92,7 +92,7 @@ TEST(Check, TellsEveryFaultInOneRun)
             "/policy/all.xml: error: all/core is missing; the monitor ends",
             "/policy/all.xml: note: all/env/lang is missing; the inherited value stays",
             "/policy/all.xml:2: warning: all/env/alloc is \"12345678\": *not fit*; the default 0 applies",
-            "/policy/cl.xml:2: note: * does not exist; the recovery action 3 would fail",
+            "/policy/cl.xml:2: warning: * does not exist; the recovery action 3 would fail",
             "/policy/down.xml: note: down/type is missing; each of the recovery actions 4 and 5 would fail",
             "/policy/down.xml:2: warning: */bin/down is not executable; * 4 and 5 would call shutdown instead",
             "/policy/down.xml:2: warning: */bin/down is writable by group or others (mode 0666), *",
