@@ -137,7 +137,9 @@ mapfile -t table < <(rows)
 missed=()
 copy_tree
 (cd "$tree" && cmake --preset debug -DMONP_TESTS=ON >/dev/null)
-build_copy && test_copy || die "the tests fail as it is, see build/mutate.log"
+if ! { build_copy && test_copy; }; then
+    die "the tests fail as it is, see build/mutate.log"
+fi
 for number in "$@"; do
     row=${table[number - 1]}
     file=${row%% | *}

@@ -3,6 +3,7 @@
 # Usage: tour.sh INSTALLATION
 
 set -euo pipefail
+# shellcheck source=scripts/stub.sh
 . "$(dirname "$0")/../../scripts/stub.sh"
 
 home=$1
