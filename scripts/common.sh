@@ -1,4 +1,3 @@
-# shellcheck shell=bash
 # Shared by demo.sh, test.sh, bench/run.sh and .ci/run: progress lines, missing packages, a build of one preset.
 # Sourced by a script that stands in the top directory.
 
@@ -57,11 +56,7 @@ run_tests() {
     ctest --preset "$preset" -j "$(($(nproc) * 3))" --progress "$@" || die "tests failed ($preset)"
 }
 
-# Used by the scripts that source this one.
-# shellcheck disable=SC2034
-{
-    build_packages="g++ cmake ninja-build libexpat1-dev libcli11-dev libfmt-dev nlohmann-json3-dev libre2-dev"
-    test_packages="libgtest-dev libgmock-dev libxml2-utils mandoc util-linux tar gzip dpkg-dev file systemd"
-    bench_packages="libbenchmark-dev libspdlog-dev libxml2-dev libpugixml-dev"
-    lint_packages="clang clang-tidy clang-format libclang-rt-14-dev gcovr"
-}
+build_packages="g++ cmake ninja-build libexpat1-dev libcli11-dev libfmt-dev nlohmann-json3-dev libre2-dev"
+test_packages="libgtest-dev libgmock-dev libxml2-utils mandoc util-linux tar gzip dpkg-dev file systemd"
+bench_packages="libbenchmark-dev libspdlog-dev libxml2-dev libpugixml-dev"
+lint_packages="clang clang-tidy clang-format libclang-rt-14-dev gcovr"

@@ -1,4 +1,3 @@
-# shellcheck shell=bash
 # Sourced by what runs the monitor in namespaces of its own: a stub in the place of /sbin/shutdown.
 
 # The monitor can halt a node: nothing but a stub may be there for it. The whole directory is covered, since the name in
@@ -11,9 +10,7 @@ cover_shutdown() {
     mount -t tmpfs -o mode=0755 tmpfs "$directory"
     printf '#!/bin/sh\necho "$*" >>%s/shutdown.called\n' "$directory" >/sbin/shutdown
     chmod 0755 /sbin/shutdown
-    if [ -L /sbin/shutdown ] || [ "$(stat -f -c %T /sbin/shutdown)" != tmpfs ]; then
-        die "/sbin/shutdown is not the stub"
-    fi
+    [ ! -L /sbin/shutdown ] && [ "$(stat -f -c %T /sbin/shutdown)" = tmpfs ] || die "/sbin/shutdown is not the stub"
     /sbin/shutdown --help
     [ "$(cat "$directory/shutdown.called")" = --help ] || die "/sbin/shutdown does not run the stub"
 }

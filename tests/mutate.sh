@@ -137,9 +137,7 @@ mapfile -t table < <(rows)
 missed=()
 copy_tree
 (cd "$tree" && cmake --preset debug -DMONP_TESTS=ON >/dev/null)
-if ! { build_copy && test_copy; }; then
-    die "the tests fail as it is, see build/mutate.log"
-fi
+build_copy && test_copy || die "the tests fail as it is, see build/mutate.log"
 for number in "$@"; do
     row=${table[number - 1]}
     file=${row%% | *}

@@ -85,38 +85,37 @@ TEST(Check, TellsEveryFaultInOneRun)
 
     const auto run = monpctl(in, "check");
     EXPECT_EQ(1, run.status);
-    expect_lines(
-        in, run.lines,
-        {
-            "/config.xml: warning: it does not exist; the monitor goes on without it",
-            "/policy/all.xml: error: all/core is missing; the monitor ends",
-            "/policy/all.xml: note: all/env/lang is missing; the inherited value stays",
-            "/policy/all.xml:2: warning: all/env/alloc is \"12345678\": *not fit*; the default 0 applies",
-            "/policy/cl.xml:2: note: * does not exist; the recovery action 3 would fail",
-            "/policy/down.xml: note: down/type is missing; each of the recovery actions 4 and 5 would fail",
-            "/policy/down.xml:2: warning: */bin/down is not executable; * 4 and 5 would call shutdown instead",
-            "/policy/down.xml:2: warning: */bin/down is writable by group or others (mode 0666), *",
-            "/policy/dusko.xml:2: warning: */bin/service belongs to the user 1000 instead of root, *",
-            "/policy/dusko.xml:2: warning: */bin/service is a script, so a running one is never adopted*",
-            "/policy/monp.xml: warning: monp/elog/pattern is missing; the default 1 applies",
-            "/policy/monp.xml: warning: monp/elog/rotate is missing; the default 5 applies",
-            "/policy/monp.xml: warning: monp/md/dirpath is missing; the default work/service applies",
-            "/policy/monp.xml: warning: monp/md/filename is missing; the default init_md applies",
-            "/policy/monp.xml: error: monp/path is missing; the monitor ends",
-            "/policy/monp.xml: error: monp/service/dusko/waittime is missing; the monitor ends",
-            "/policy/monp.xml:4: error: monp/log/level is \"four\": * no whole decimal number; the monitor ends",
-            "/policy/monp.xml:5: error: monp/log/size is \"99999999999\": * out of range; the monitor ends",
-            "/policy/monp.xml:6: warning: */bin/down is not executable; no error logs are collected",
-            "/policy/monp.xml:6: warning: */bin/down is writable by group or others (mode 0666), *",
-            "/policy/monp.xml:8: note: monp/elog/rotates is not a key of the monitor; did you mean monp/elog/rotate?",
-            "/policy/monp.xml:11: warning: argument reached the maximum. (* max=30 curnum=30); the service is *",
-            "/policy/monp.xml:12: warning: restarttime is 0; the service is restarted without limit",
-            "/policy/monp.xml:13: warning: monp/service/dusko/parent_timeout is -1; it is replaced by 13",
-            "/policy/monp.xml:14: warning: monp/service/dusko/child_timeout is \"soon\": *; the default 10 applies",
-            "/policy/monp.xml:16: warning: */ghost.xml does not exist; a monitor of the type ghost would end",
-            "/policy/pm.xml: error: it is writable by group or others (mode 0664); the monitor ends",
-            "/policy/pm.xml:2: warning: */none is not a directory; there can be no lock file",
-        });
+    expect_lines(in, run.lines,
+                 {
+                     "/config.xml: warning: it does not exist; the monitor goes on without it",
+                     "/policy/all.xml: error: all/core is missing; the monitor ends",
+                     "/policy/all.xml: note: all/env/lang is missing; the inherited value stays",
+                     "/policy/all.xml:2: warning: all/env/alloc is \"12345678\": *not fit*; the default 0 applies",
+                     "/policy/cl.xml:2: note: * does not exist; the recovery action 3 would fail",
+                     "/policy/down.xml: note: down/type is missing; each of the recovery actions 4 and 5 would fail",
+                     "/policy/down.xml:2: warning: */bin/down is not executable; * 4 and 5 would call shutdown instead",
+                     "/policy/down.xml:2: warning: */bin/down is writable by group or others (mode 0666), *",
+                     "/policy/dusko.xml:2: warning: */bin/service belongs to the user 1000 instead of root, *",
+                     "/policy/dusko.xml:2: warning: */bin/service is a script, so a running one is never adopted*",
+                     "/policy/monp.xml: warning: monp/elog/pattern is missing; the default 1 applies",
+                     "/policy/monp.xml: warning: monp/elog/rotate is missing; the default 5 applies",
+                     "/policy/monp.xml: warning: monp/md/dirpath is missing; the default work/service applies",
+                     "/policy/monp.xml: warning: monp/md/filename is missing; the default init_md applies",
+                     "/policy/monp.xml: error: monp/path is missing; the monitor ends",
+                     "/policy/monp.xml: error: monp/service/dusko/waittime is missing; the monitor ends",
+                     "/policy/monp.xml:4: error: monp/log/level is \"four\": * no whole decimal number; the monitor ends",
+                     "/policy/monp.xml:5: error: monp/log/size is \"99999999999\": * out of range; the monitor ends",
+                     "/policy/monp.xml:6: warning: */bin/down is not executable; no error logs are collected",
+                     "/policy/monp.xml:6: warning: */bin/down is writable by group or others (mode 0666), *",
+                     "/policy/monp.xml:8: note: monp/elog/rotates is not a key of the monitor; did you mean monp/elog/rotate?",
+                     "/policy/monp.xml:11: warning: argument reached the maximum. (* max=30 curnum=30); the service is *",
+                     "/policy/monp.xml:12: warning: restarttime is 0; the service is restarted without limit",
+                     "/policy/monp.xml:13: warning: monp/service/dusko/parent_timeout is -1; it is replaced by 13",
+                     "/policy/monp.xml:14: warning: monp/service/dusko/child_timeout is \"soon\": *; the default 10 applies",
+                     "/policy/monp.xml:16: warning: */ghost.xml does not exist; a monitor of the type ghost would end",
+                     "/policy/pm.xml: error: it is writable by group or others (mode 0664); the monitor ends",
+                     "/policy/pm.xml:2: warning: */none is not a directory; there can be no lock file",
+                 });
     EXPECT_EQ("", run.errors);
 }
 
@@ -126,8 +125,7 @@ TEST(Check, JudgesTheCommandLineAsTheMonitorDoes)
     in.own("action") = "9";
     in.values["lenk/use"] = "0";
     in.write();
-    const std::string line =
-        "/policy/monp.xml:*: error: the action 9 is none of 1 to 5; the monitor ends with status 4 *";
+    const std::string line = "/policy/monp.xml:*: error: the action 9 is none of 1 to 5; the monitor ends with status 4 *";
     const std::string unused = "/policy/lenk.xml:*: note: use is 0; the service is not started";
 
     auto run = monpctl(in, "check lenk");
@@ -138,8 +136,7 @@ TEST(Check, JudgesTheCommandLineAsTheMonitorDoes)
     expect_lines(in, run.lines, { unused });
     run = monpctl(in, "check lenk -- -r 1 -x");
     EXPECT_EQ(1, run.status);
-    expect_lines(in, run.lines,
-                 { unused, line, "command line: error: unknown option. (val=-x); the monitor does not start" });
+    expect_lines(in, run.lines, { unused, line, "command line: error: unknown option. (val=-x); the monitor does not start" });
     for (const char* refused : { "check ../policy/lenk", "check cl", "check nosuch", "check -- -a 2",
                                  "check lenk extra", "check lenk extra -- -a 2", "start lenk extra" }) {
         EXPECT_EQ(2, monpctl(in, refused).status) << refused;

@@ -175,7 +175,7 @@ size_t end_of_value(std::string_view line, size_t from, const Place& place)
     }
     for (;;) {
         const size_t open = std::min(line.find_first_not_of('\\', at), line.size());
-        size_t end = 0;
+        size_t end = line.size();
         if (at_one_of("\"'`", line, open)) {
             end = std::min(end_of_quoted(line, open, open - at), line.size());
         } else if (at_one_of("([{", line, at)) {
