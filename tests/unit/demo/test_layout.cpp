@@ -43,7 +43,8 @@ protected:
             GTEST_SKIP() << "the installation has to belong to root";
         }
         sh("mkdir -p build/bin build/lib/builtin; cp built/sample_* build/bin");
-        sh("touch build/bin/monp build/bin/monpctl build/lib/builtin/libtesklog.so.1.0 build/lib/builtin/libteskxml.so.1.0");
+        sh("touch build/bin/monp build/bin/monpctl build/lib/builtin/libtesklog.so.1.0 "
+           "build/lib/builtin/libteskxml.so.1.0");
     }
     std::string value(const std::string& section, const std::string& key) const
     {

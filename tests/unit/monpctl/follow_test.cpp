@@ -59,7 +59,7 @@ TEST(Follower, ReadsAllGenerationsInTheirOrder)
     for (const char* other : { ".lock", ".aside.x.1", ".1.gz", "x", ".0" }) {
         files.add("no line of the log\n", other);
     }
-    Follower follower(files.file(), FollowFrom::oldest);
+    Follower follower(files.file());
 
     EXPECT_THAT(rest(follower), ElementsAre("one", "two", "three", "four", "five", "six"));
 }
@@ -71,10 +71,10 @@ TEST(Follower, FindsTheLinesBeforeARotation)
 {
     const Files files;
     files.add("one\n", ".1");
-    Follower missing(files.file(), FollowFrom::oldest);
+    Follower missing(files.file());
     EXPECT_THAT(rest(missing), ElementsAre("one"));
     files.add("");
-    Follower empty(files.file(), FollowFrom::oldest);
+    Follower empty(files.file());
     EXPECT_THAT(rest(empty), ElementsAre("one"));
     files.add("two\n");
     EXPECT_THAT(rest(empty), ElementsAre("two"));
@@ -88,7 +88,7 @@ TEST(Follower, LosesNothingOfFilesThatArePutAside)
 {
     const Files files;
     files.add("one\n");
-    Follower follower(files.file(), FollowFrom::oldest);
+    Follower follower(files.file());
     EXPECT_THAT(rest(follower), ElementsAre("one"));
 
     files.add("two\n");
@@ -107,12 +107,12 @@ TEST(Follower, LosesNothingOfFilesThatArePutAside)
 TEST(Follower, SaysWhyThereIsNoFile)
 {
     const Files files;
-    EXPECT_EQ(ENOENT, Follower(files.file(), FollowFrom::oldest).error());
-    EXPECT_EQ(ENOTDIR, Follower(fs::path("/dev/null/monp.log"), FollowFrom::oldest).error());
+    EXPECT_EQ(ENOENT, Follower(files.file()).error());
+    EXPECT_EQ(ENOTDIR, Follower(fs::path("/dev/null/monp.log")).error());
     fs::create_directory(files.file());
-    EXPECT_EQ(EINVAL, Follower(files.file(), FollowFrom::oldest).error());
+    EXPECT_EQ(EINVAL, Follower(files.file()).error());
 
-    Follower late(files.file(), FollowFrom::oldest);
+    Follower late(files.file());
     fs::remove(files.file());
     files.add("one\n");
     EXPECT_THAT(rest(late), ElementsAre("one"));

@@ -62,7 +62,7 @@ void HistoryWindow::finish()
 
 void print_history(const HistoryFile& file, HistoryWindow& window, const std::function<void(const std::string&)>& take)
 {
-    Follower follower(file.path, FollowFrom::oldest);
+    Follower follower(file.path);
     std::string line;
     std::error_code hidden;
 

@@ -163,7 +163,7 @@ void print_last_lines(const std::string& type)
             lines.pop_front();
         }
     });
-    Follower follower(log_file(), FollowFrom::oldest);
+    Follower follower(log_file());
 
     for (std::string line; follower.next(line);) {
         filter.take(line);

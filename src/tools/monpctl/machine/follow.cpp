@@ -5,30 +5,21 @@
  */
 #include "machine/follow.h"
 
-#include "common/refusal.h"
-
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <charconv>
-#include <chrono>
-#include <cstring>
 #include <fcntl.h>
-#include <iostream>
 #include <iterator>
 #include <optional>
 #include <string_view>
 #include <sys/stat.h>
-#include <thread>
 #include <unistd.h>
 #include <utility>
 
 namespace fs = std::filesystem;
 
 namespace monpctl {
-
-/* Between two looks for new lines. */
-static constexpr auto PAUSE = std::chrono::milliseconds(200);
 
 /* Steps that renaming may spoil one after the other; the next look goes on. */
 static constexpr int STEPS = 20;
@@ -69,15 +60,14 @@ static std::optional<std::pair<int, unsigned long>> place_of(std::string_view na
     return number ? std::optional(std::pair(2, *number)) : std::nullopt;
 }
 
-Follower::Follower(fs::path file, FollowFrom from) : file_(std::move(file))
+Follower::Follower(fs::path file) : file_(std::move(file))
 {
     error_ = ENOENT;
     for (int step = 0; step < STEPS && !fd_; step++) {
         const auto generations = list();
         /* One may be removed in between; a file that cannot be read keeps its error. */
-        static_cast<void>(std::find_if(generations.rbegin(), generations.rend(), [&](const Generation& one) {
-            return (from == FollowFrom::oldest || one.place.first == 0) && open(one);
-        }));
+        static_cast<void>(
+            std::find_if(generations.rbegin(), generations.rend(), [&](const Generation& one) { return open(one); }));
         if (generations.empty() || error_ != ENOENT) {
             break;
         }
@@ -229,29 +219,6 @@ bool Follower::move_on()
         }
     }
     return false;
-}
-
-void for_each_line(const fs::path& file, const LineOptions& options,
-                   const std::function<void(const std::string&)>& take)
-{
-    Follower follower(file, options.from);
-    std::string line;
-
-    if (const int error = follower.error(); error != 0 && (error != ENOENT || (options.needed && !options.follow))) {
-        throw Refusal(file.string() + " cannot be read: " + std::strerror(error));
-    }
-    for (;;) {
-        while (follower.next(line)) {
-            take(line);
-        }
-        if (!std::cout.flush()) {
-            throw std::runtime_error("the standard output cannot be written");
-        }
-        if (!options.follow) {
-            return;
-        }
-        std::this_thread::sleep_for(PAUSE);
-    }
 }
 
 } // namespace monpctl

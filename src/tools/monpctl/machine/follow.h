@@ -7,8 +7,8 @@
 
 #include "common/unique_fd.h"
 
+#include <cstddef>
 #include <filesystem>
-#include <functional>
 #include <string>
 #include <sys/types.h>
 #include <utility>
@@ -16,17 +16,13 @@
 
 namespace monpctl {
 
-enum class FollowFrom {
-    newest, /* generation of the file */
-    oldest
-};
-
 class Follower {
 public:
     /*
+     * Begins with the oldest generation.
      *   file  the newest generation; it need not exist yet
      */
-    Follower(std::filesystem::path file, FollowFrom from);
+    explicit Follower(std::filesystem::path file);
 
     /*
      * Takes the next line. A file that has been rotated away is read to its end, then those that came after it.
@@ -62,18 +58,6 @@ private:
     std::string buffer_ = {};
     size_t taken_ = 0; /* bytes of it that were given out */
 };
-
-struct LineOptions {
-    FollowFrom from = FollowFrom::oldest;
-    bool follow = false; /* go on with the lines that come, and do not return */
-    bool needed = false; /* refuse a missing file, unless it is waited for */
-};
-
-/*
- * Calls `take` for each line. The standard output is flushed whenever there is nothing to read.
- */
-void for_each_line(const std::filesystem::path& file, const LineOptions& options,
-                   const std::function<void(const std::string&)>& take);
 
 } // namespace monpctl
 

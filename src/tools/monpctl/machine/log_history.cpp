@@ -70,7 +70,7 @@ Time time_of(const LogLine& line)
 
 } // namespace
 
-LogHistory::LogHistory(fs::path log) : log_(std::move(log)), follower_(log_, FollowFrom::oldest) {}
+LogHistory::LogHistory(fs::path log) : log_(std::move(log)), follower_(log_) {}
 
 void LogHistory::read_on()
 {
@@ -373,7 +373,7 @@ std::string log_trouble(const fs::path& log)
 std::vector<std::string> telling_lines(Time since, std::vector<pid_t> processes)
 {
     std::vector<std::string> lines;
-    Follower follower(log_file(), FollowFrom::oldest);
+    Follower follower(log_file());
 
     for (std::string text; follower.next(text);) {
         const auto line = parse_log_line(text);

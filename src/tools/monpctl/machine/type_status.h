@@ -37,10 +37,10 @@ std::string_view word(State state);
  * An end of the service.
  */
 struct ServiceEnd {
-    Time time;         /* when the monitor noticed it, by the clock of then */
-    int status = 0;    /* as the monitor logs it: 0 to 255, or one of __monp_proc_kill__ */
+    Time time;           /* when the monitor noticed it, by the clock of then */
+    int status = 0;      /* as the monitor logs it: 0 to 255, or one of __monp_proc_kill__ */
     bool killed = false; /* by the monitor, as it did not end when asked */
-    std::string words; /* "killed by signal 9", "ended with status 3" */
+    std::string words;   /* "killed by signal 9", "ended with status 3" */
 };
 
 /*

@@ -36,8 +36,8 @@ void sort_problems(std::vector<Problem>& problems)
     std::ranges::stable_sort(problems, [](const Problem& one, const Problem& other) {
         return one.place != other.place ? one.place < other.place : one.sentence < other.sentence;
     });
-    const auto repeated = std::ranges::unique(problems);
-    problems.erase(repeated.begin(), repeated.end());
+    /* clang 14 cannot compile the result of std::ranges::unique(). */
+    problems.erase(std::unique(problems.begin(), problems.end()), problems.end());
 }
 
 bool Setting::given() const
