@@ -80,6 +80,8 @@ TEST_F(Package, HoldsRootsFilesAndNoScripts)
         { "drwxr-xr-x", "HOME/etc/hook/" },
         { "drwx------", "HOME/work/dump/" },
         { "-rwxr-xr-x", "/etc/init.d/monp" },
+        { "-rw-r--r--", "/usr/share/zsh/vendor-completions/_monpctl" },
+        { "-rw-r--r--", "/usr/share/fish/vendor_completions.d/monp.fish" },
         { "-rw-r--r--", "/usr/share/man/man8/monp.8" },
     };
     const std::string list = sh("dpkg-deb -c $deb | sed 's, [^ ].* \\., ,; s, " PACKAGE_PREFIX "/, HOME/,'");
@@ -246,16 +248,23 @@ TEST_F(Package, CompletesTypesOfThePolicyDirectory)
         { "monp --dusko -A ''", "1 2 3 4 5" },
         { "monp -o --", "" },
         { "monpctl stop ''", "dusko new pelkant" },
+        { "." PACKAGE_PREFIX "/bin/monpctl check ''", "dusko new pelkant" },
+        { "." PACKAGE_PREFIX "/bin/monp --n", "--new" },
+        { "/nowhere/monpctl stop ''", "" },
         { "monpctl log --level w", "warning" },
+        { "monpctl re", "reload restart" },
+        { "monpctl status --fields mon", "monitor_pid" },
         { "monpctl start new -- -", "-a -n -o -r -w" },
     };
     sh("cd ." PACKAGE_PREFIX "/etc/policy; rm goru.xml lenk.xml tamzile.xml; cp dusko.xml new.xml;"
        " cp dusko.xml '$(touch bad).xml'");
     for (const auto& [line, words] : cases) {
         std::ofstream(root / "try") << ". usr/share/bash-completion/completions/monpctl\nCOMP_WORDS=(" << line << ")\n"
-                                    << "COMP_CWORD=$((${#COMP_WORDS[@]} - 1))\n_${COMP_WORDS[0]}\n"
+                                    << "COMP_CWORD=$((${#COMP_WORDS[@]} - 1))\n_${COMP_WORDS[0]##*/}\n"
                                     << "printf '%s\\n' \"${COMPREPLY[@]}\" | sort | paste -s -d ' '\n";
-        EXPECT_EQ(words + std::string("\n"), sh("TESK_HOME=$PWD" PACKAGE_PREFIX " bash try")) << line;
+        EXPECT_EQ(words + std::string("\n"),
+                  sh("PATH=$PWD" PACKAGE_PREFIX "/bin:$PATH TESK_HOME=$PWD" PACKAGE_PREFIX " bash try"))
+            << line;
     }
     EXPECT_FALSE(fs::exists(root / "bad"));
 }

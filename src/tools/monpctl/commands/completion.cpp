@@ -93,13 +93,14 @@ _monp_reply() {{
     mapfile -t COMPREPLY < <(compgen -W "$1" -- "${{COMP_WORDS[COMP_CWORD]}}")
 }}
 
-# _monp_types [PREFIX]: the service types, each behind the prefix. Only names that compgen cannot expand.
+# _monp_types [PREFIX]: the service types, each behind the prefix. Only names that compgen cannot expand. It asks the
+# monpctl beside the program that was typed, which need not be on the PATH.
 _monp_types() {{
     local type
 
     while read -r type; do
         [[ $type =~ [^A-Za-z0-9_-] ]] || printf '%s%s\n' "${{1-}}" "$type"
-    done < <(monpctl completion types 2>/dev/null)
+    done < <("${{COMP_WORDS[0]%monp*}}monpctl" completion types 2>/dev/null)
 }}
 
 # _monp_options PREVIOUS [WORDS]: options of the monitor and other words.
@@ -144,15 +145,16 @@ complete -F _monpctl monpctl
 constexpr const char* ZSH = R"shell(#compdef monpctl monp
 # Completion of zsh for monpctl and monp, made by `monpctl completion zsh`.
 
+# The monpctl beside the program that was typed, which need not be on the PATH, tells the types.
 _monp_types() {{
     local -a types
-    types=(${{(f)"$(monpctl completion types 2>/dev/null)"}})
+    types=(${{(f)"$("${{words[1]%monp*}}monpctl" completion types 2>/dev/null)"}})
     compadd -- $types
 }}
 
 _monp() {{
     local -a types
-    types=(${{(f)"$(monpctl completion types 2>/dev/null)"}})
+    types=(${{(f)"$("${{words[1]%monp*}}monpctl" completion types 2>/dev/null)"}})
     compadd -- --${{^types}} {monitor}
 }}
 
@@ -263,14 +265,20 @@ std::string fish_option(const CommandWords& command, const OptionWords& option)
 void print_fish(const std::vector<CommandWords>& commands)
 {
     std::cout << "# Completion of fish for monpctl and monp, made by `monpctl completion fish`.\n\n"
+                 "# The monpctl beside the program that was typed, which need not be on the PATH, tells the types.\n"
+                 "function __monp_types\n"
+                 "    set -l typed (commandline -opc)\n"
+                 "    set -l tool (string replace -r 'monp(ctl)?$' monpctl -- $typed[1])\n"
+                 "    $tool completion types 2>/dev/null\n"
+                 "end\n\n"
                  "complete -c monpctl -f\n"
-                 "complete -c monp -f -a '(printf \"--%s\\n\" (monpctl completion types 2>/dev/null))'\n";
+                 "complete -c monp -f -a '(printf \"--%s\\n\" (__monp_types))'\n";
     for (const auto& command : commands) {
         std::cout << fmt::format("complete -c monpctl -n __fish_use_subcommand -a {} -d '{}'\n", command.name,
                                  quoted(command.text));
         if (command.typed) {
             std::cout << fmt::format("complete -c monpctl -n '__fish_seen_subcommand_from {}' -a "
-                                     "'(monpctl completion types 2>/dev/null)'\n",
+                                     "'(__monp_types)'\n",
                                      command.name);
         }
         for (const auto& option : command.options) {

@@ -112,8 +112,7 @@ bool Stop::prepare(const std::vector<TypeStatus>& statuses)
             old_end_ = status.history.last_end->time;
         }
     }
-    seconds_ =
-        given_.wait.value_or(std::max(default_seconds(statuses.front().settings), given_.kill_after.value_or(0)));
+    seconds_ = given_.kill_after.value_or(given_.wait.value_or(default_seconds(statuses.front().settings)));
     limit_ = Clock::now() + seconds(seconds_);
     return true;
 }
@@ -208,7 +207,8 @@ bool Stop::name_survivors()
     bool none = true;
 
     for (const auto& monitor : monitors_) {
-        if (!monitor.ended(Clock::now())) {
+        /* One that is ending may be gone from /proc a moment before its end is told. */
+        if (!monitor.ended(none ? limit : Clock::now())) {
             complain(type_, fmt::format("its monitor, process {}, still runs", monitor.process.pid));
             none = false;
         }

@@ -60,8 +60,9 @@ void read_options(const std::string& type, const std::vector<std::string>& optio
     if (monp_getopt(static_cast<int>(words.size()), argv.data()) != MONP_RET_SUCCESS) {
         const auto lines = take_monitor_lines();
         const std::string fault = lines.empty() ? "it is refused" : clause_of(lines.front());
-        result.problems.push_back(
-            { .place = {}, .severity = Severity::error, .sentence = fault + "; the monitor does not start" });
+        Problem& problem = result.problems.emplace_back();
+        problem.severity = Severity::error;
+        problem.sentence = fault + "; the monitor does not start";
         gmonpparam = {};
         gmonpparam.action = gmonpparam.restime = gmonpparam.wait = -1;
         type.copy(gmonpparam.type, sizeof(gmonpparam.type) - 1);
