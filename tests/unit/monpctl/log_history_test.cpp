@@ -259,7 +259,7 @@ TEST(LogHistory, SaysWhyThereAreNone)
 
     EXPECT_EQ("", log_trouble(directory.path / "monp.log"));
     EXPECT_EQ("", log_trouble(directory.path / "log/monp.log")) << "the directory is made by who writes";
-    std::ofstream(directory.path / "file");
+    std::ofstream(directory.path / "file") << "";
     EXPECT_THAT(log_trouble(directory.path / "file/monp.log"), HasSubstr("file is not a directory"));
     EXPECT_THAT(log_trouble("/proc/monp.log"), HasSubstr("/proc"));
 }
