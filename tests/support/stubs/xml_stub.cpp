@@ -150,6 +150,7 @@ int xmllib_unload_policy(const char* name)
     return unload(etc_file(std::string("policy/") + name));
 }
 
+/* NOLINTNEXTLINE(readability-non-const-parameter): the interface has it so */
 int xmllib_get_value(const char* key, int kind, void* destination, int* capacity)
 {
     for (const auto& [file, values] : gloaded) {
