@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# What cluster-demo.sh shows, as process 1 of namespaces of its own: five acts on a cluster of three nodes.
+# The five acts of cluster-demo.sh on a cluster of three nodes. Runs as process 1 of namespaces of its own.
 cd "$(dirname "$0")/../.." || exit
 . scripts/common.sh
 . scripts/cluster.sh
@@ -49,7 +49,7 @@ restarted() {
     pid=$(service_pid "$1" "$2") && [ -n "$pid" ] && [ "$pid" != "$3" ]
 }
 
-# What Pacemaker has noted of the service's operations: any that it ran or missed would change this.
+# The operations of the service that Pacemaker has on record. Each one that it ran or missed changes this text.
 notes() {
     any cibadmin --query --scope status | sed -n '/<lrm_resource id="'"$1"'"/,/<\/lrm_resource/{s/ .*call-id="\([0-9-]*\)".*rc-code="\([0-9]*\)".*/\1 \2/p}'
 }

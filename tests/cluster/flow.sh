@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# The resource agent and the hooks on a real cluster of three nodes, in namespaces of their own. Run by .ci/run, alone.
+# The resource agent and the hooks on a real cluster of three nodes, in namespaces of their own. Run it alone: it needs the machine to itself.
 # Prints why it is skipped where no cluster can run; anything else that goes wrong is a failure.
 cd "$(dirname "$0")/../.." || exit
 . scripts/common.sh

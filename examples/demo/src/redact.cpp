@@ -38,7 +38,7 @@ re2::RE2::Options options()
 {
     re2::RE2::Options options(re2::RE2::POSIX);
 
-    options.set_encoding(re2::RE2::Options::EncodingLatin1); /* bytes: a dump is no text */
+    options.set_encoding(re2::RE2::Options::EncodingLatin1); /* bytes: a dump is not text */
     options.set_case_sensitive(false);
     options.set_perl_classes(true);
     options.set_word_boundary(true);
